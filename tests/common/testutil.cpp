@@ -1,0 +1,108 @@
+#include "testutil.h"
+#include <map>
+#include <string>
+#include <cstdio>
+#include <shellapi.h>
+
+namespace zvtest {
+
+static std::map<std::string, ChildRoutine> &children()
+{
+    static std::map<std::string, ChildRoutine> table;
+    return table;
+}
+
+ChildRegistration::ChildRegistration(const char *name, ChildRoutine routine)
+{
+    children()[name] = routine;
+}
+
+int RunChild(const char *name, int argc, char **argv)
+{
+    auto it = children().find(name);
+    if (it == children().end()) {
+        fprintf(stderr, "unknown child routine %s\n", name);
+        return 2;
+    }
+    return it->second(argc, argv);
+}
+
+std::wstring ExePath()
+{
+    wchar_t buf[MAX_PATH];
+    DWORD n = GetModuleFileNameW(NULL, buf, MAX_PATH);
+    return std::wstring(buf, n);
+}
+
+std::wstring ExeDir()
+{
+    std::wstring p = ExePath();
+    return p.substr(0, p.find_last_of(L"\\/") + 1);
+}
+
+TempDir::TempDir()
+{
+    static LONG serial;
+    wchar_t base[MAX_PATH];
+    GetTempPathW(MAX_PATH, base);
+    wchar_t name[MAX_PATH];
+    swprintf(name, MAX_PATH, L"%lszvtest_%lu_%ld_%lu", base, GetCurrentProcessId(),
+             InterlockedIncrement(&serial), GetTickCount());
+    CreateDirectoryW(name, NULL);
+    path_ = name;
+}
+
+static void removeTree(const std::wstring &dir)
+{
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW((dir + L"\\*").c_str(), &fd);
+    if (h != INVALID_HANDLE_VALUE) {
+        do {
+            std::wstring name = fd.cFileName;
+            if (name == L"." || name == L"..")
+                continue;
+            std::wstring full = dir + L"\\" + name;
+            if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+                removeTree(full);
+            else {
+                SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
+                DeleteFileW(full.c_str());
+            }
+        } while (FindNextFileW(h, &fd));
+        FindClose(h);
+    }
+    RemoveDirectoryW(dir.c_str());
+}
+
+TempDir::~TempDir()
+{
+    removeTree(path_);
+}
+
+bool WriteFileBytes(const std::wstring &path, const void *data, size_t size)
+{
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, NULL, CREATE_ALWAYS, 0, NULL);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    DWORD done = 0;
+    BOOL ok = size == 0 || WriteFile(h, data, (DWORD)size, &done, NULL);
+    CloseHandle(h);
+    return ok && done == size;
+}
+
+bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out)
+{
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL,
+                           OPEN_EXISTING, 0, NULL);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    LARGE_INTEGER size;
+    GetFileSizeEx(h, &size);
+    out.resize((size_t)size.QuadPart);
+    DWORD done = 0;
+    BOOL ok = out.empty() || ReadFile(h, out.data(), (DWORD)out.size(), &done, NULL);
+    CloseHandle(h);
+    return ok && done == out.size();
+}
+
+} // namespace zvtest

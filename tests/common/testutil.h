@@ -1,0 +1,40 @@
+// Helpers shared by the test executables.
+#pragma once
+#include <windows.h>
+#include <string>
+#include <vector>
+
+namespace zvtest {
+
+// A routine that a relaunched test executable runs as "--child NAME args".
+typedef int (*ChildRoutine)(int argc, char **argv);
+struct ChildRegistration {
+    ChildRegistration(const char *name, ChildRoutine routine);
+};
+#define ZVTEST_CHILD(name) \
+    static int zvchild_##name(int argc, char **argv); \
+    static ::zvtest::ChildRegistration zvchildreg_##name(#name, zvchild_##name); \
+    static int zvchild_##name(int argc, char **argv)
+int RunChild(const char *name, int argc, char **argv);
+
+// Full path of the running executable and of its folder (with a trailing "\").
+std::wstring ExePath();
+std::wstring ExeDir();
+
+// A fresh empty folder below the temporary folder, removed with its files
+// when the object goes.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::wstring &path() const { return path_; }
+    std::wstring file(const wchar_t *name) const { return path_ + L"\\" + name; }
+private:
+    std::wstring path_;
+};
+
+// Whole-file helpers.
+bool WriteFileBytes(const std::wstring &path, const void *data, size_t size);
+bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out);
+
+} // namespace zvtest
