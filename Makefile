@@ -27,7 +27,7 @@ build-x86: setup $(BUILD)/x86/build.ninja
 build: build-x64 build-x86
 
 test: build
-	cd $(BUILD)/x64 && ctest --output-on-failure
+	cd $(BUILD)/x64 && ctest --output-on-failure --no-tests=error
 	cd $(BUILD)/x86 && ctest --output-on-failure
 
 demo: build
