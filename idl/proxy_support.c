@@ -17,7 +17,7 @@ static LONG zv_ps_registered;
 
 HRESULT ZvProxy_GetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
-    return NdrDllGetClassObject(clsid, iid, out, zv_proxy_files, &CLSID_ZvProxyStub, &zv_ps_factory);
+    return NdrDllGetClassObject(clsid, iid, out, (const ProxyFileInfo **)zv_proxy_files, &CLSID_ZvProxyStub, &zv_ps_factory);
 }
 
 HRESULT ZvProxy_Register(void)
