@@ -1,6 +1,11 @@
 /* Forced in front of each widl proxy file: the stubless proxies refer to the
    IUnknown forwarders, which the MinGW headers don't declare. */
 #include <objbase.h>
+/* the generated file asks for the stubless proxy header layout only after
+   this prelude has included rpcproxy.h, so it must be asked for here */
+#ifndef USE_STUBLESS_PROXY
+#define USE_STUBLESS_PROXY
+#endif
 #include <rpcproxy.h>
 #ifdef __cplusplus
 extern "C" {

@@ -15,6 +15,18 @@ static CStdPSFactoryBuffer zv_ps_factory;
 static DWORD zv_ps_cookie;
 static LONG zv_ps_registered;
 
+/* Every proxy module supplies the stubs' Release itself, bound to its own
+   factory; the second form serves interfaces derived from another one. */
+ULONG STDMETHODCALLTYPE CStdStubBuffer_Release(IRpcStubBuffer *This)
+{
+    return NdrCStdStubBuffer_Release(This, (IPSFactoryBuffer *)&zv_ps_factory);
+}
+
+ULONG STDMETHODCALLTYPE CStdStubBuffer2_Release(IRpcStubBuffer *This)
+{
+    return NdrCStdStubBuffer2_Release(This, (IPSFactoryBuffer *)&zv_ps_factory);
+}
+
 HRESULT ZvProxy_GetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
     return NdrDllGetClassObject(clsid, iid, out, (const ProxyFileInfo **)zv_proxy_files, &CLSID_ZvProxyStub, &zv_ps_factory);

@@ -1,0 +1,90 @@
+// Entry of Vantry.exe: start-up, the message loop, tear-down.
+#include "vantry.h"
+#include "external.h"
+#include "zvproxy.h"
+#include <omp.h>
+#include <gdiplus.h>
+
+static int run_server(HINSTANCE instance)
+{
+    HRESULT exit_code = S_OK;
+
+    vantry_module_init();
+    // the main thread gets its message queue now, so that WM_QUIT can't be
+    // posted before there is a queue to receive it
+    MSG msg;
+    PeekMessageW(&msg, NULL, WM_USER, WM_USER, PM_NOREMOVE);
+
+    CoInitializeEx(NULL, COINIT_MULTITHREADED);
+    Vantry_ErrorReportInitialize(0);
+    omp_set_dynamic(1);
+    Vantry_KernelEarlyInitialize(instance, 0, 0);
+    LANGID lang;
+    if (Vantry_ParseLanguage(GetCommandLineW(), &lang))
+        Vantry_LanguageApply(instance, lang);
+    Gdiplus::GdiplusStartupInput gdiplus_input;
+    ULONG_PTR gdiplus_token = 0;
+    if (Gdiplus::GdiplusStartup(&gdiplus_token, &gdiplus_input, NULL) != Gdiplus::Ok)
+        gdiplus_token = 0;
+    Vantry_ControlsInitialize(instance, 0);
+
+    if (vantry_module.failed) {
+        exit_code = -1;
+        goto teardown2;
+    }
+    exit_code = CoInitializeEx(NULL, COINIT_MULTITHREADED);
+    if (SUCCEEDED(exit_code))
+        vantry_module.com_initialized = TRUE;
+    else if (!(exit_code == RPC_E_CHANGED_MODE && GetModuleHandleW(L"Mscoree.dll")))
+        goto teardown2;
+    ZvProxy_Register();
+
+    switch (Vantry_ParseSwitch(GetCommandLineW())) {
+    case VANTRY_UNREGSERVER:
+        exit_code = vantry_module_unregister(FALSE);
+        goto teardown1;
+    case VANTRY_REGSERVER:
+        exit_code = vantry_module_register(FALSE);
+        goto teardown1;
+    case VANTRY_UNREGSERVER_PERUSER:
+        exit_code = vantry_module_unregister(TRUE);
+        goto teardown1;
+    case VANTRY_REGSERVER_PERUSER:
+        exit_code = vantry_module_register(TRUE);
+        goto teardown1;
+    case VANTRY_RUN:
+        break;
+    }
+
+    exit_code = vantry_module_pre_message_loop();
+    if (FAILED(exit_code))
+        goto teardown1;
+    if (exit_code == S_OK) {
+        while (GetMessageW(&msg, NULL, 0, 0) > 0) {
+            TranslateMessage(&msg);
+            DispatchMessageW(&msg);
+        }
+    }
+    exit_code = vantry_module_post_message_loop();
+
+teardown1:
+    if (vantry_module.com_initialized)
+        CoUninitialize();
+teardown2:
+    Vantry_ControlsTerminate(instance, 0);
+    Vantry_LanguageClose();
+    Vantry_KernelLateTerminate(instance, 0);
+    Vantry_ErrorReportShutdown();
+    ZvProxy_Unregister();
+    CoUninitialize();
+    if (gdiplus_token)
+        Gdiplus::GdiplusShutdown(gdiplus_token);
+    vantry_module_term();
+    return (int)exit_code;
+}
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, LPWSTR commandLine, int show)
+{
+    (void)previous; (void)commandLine; (void)show;
+    return run_server(instance);
+}
