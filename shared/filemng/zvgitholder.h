@@ -1,0 +1,90 @@
+// Per-thread pointers to one object registered in the COM global interface
+// table. A proxy is bound to the apartment that received it; these holders
+// let any thread of the process call the object by giving each thread a
+// pointer of its own, made on first use and kept until the holder goes.
+#pragma once
+#include "zvbase.h"
+#include <objidl.h>
+
+// One (thread, pointer) pair of a holder's list. The entry owns one reference.
+struct ZvGitEntry {
+    DWORD threadId;
+    IUnknown *pointer;
+    ZvGitEntry *next;
+};
+
+// The list both holders keep: two bucket heads of which only the first is
+// used, so in effect one singly linked list with move-to-front.
+struct ZvGitTable {
+    DWORD cookie;          // global interface table cookie; 0 when empty
+    BYTE valid;            // the bucket array exists
+    DWORD entryCount;
+    DWORD bucketCount;     // 2 once the array exists, 0 if it could not be made
+    ZvGitEntry **buckets;
+    CRITICAL_SECTION lock;
+
+    // Moves the entry of `threadId` to the front and returns its pointer.
+    IUnknown *find(DWORD threadId);
+    // Adds an entry at the front: E_FAIL without a table, E_INVALIDARG
+    // without buckets, 0x8004E0A9 when the thread has one, E_OUTOFMEMORY.
+    HRESULT insert(DWORD threadId, IUnknown *pointer);
+    // Releases every entry's pointer (from the calling thread) and frees them.
+    void releaseAll();
+    bool createBuckets();
+    void freeBuckets();
+};
+
+#define ZVERR_THREAD_ENTRY_EXISTS ((HRESULT)0x8004E0A9)
+
+// Helpers around the standard global interface table, made afresh for each
+// use and released at once.
+HRESULT ZvGit_Register(IUnknown *object, REFIID iid, DWORD *cookie);
+HRESULT ZvGit_Get(DWORD cookie, REFIID iid, IUnknown **out);
+void ZvGit_Revoke(DWORD cookie);
+
+// The holder inside every blanket: one interface, a last-used (thread,
+// pointer) pair for the fast path, the list for the other threads.
+class CZvThreadInterfaceHolder {
+public:
+    CZvThreadInterfaceHolder(REFIID iid, IUnknown *pointer) : iid_(&iid) { Attach(pointer); }
+    ~CZvThreadInterfaceHolder() { Detach(); }
+    CZvThreadInterfaceHolder(const CZvThreadInterfaceHolder &) = delete;
+    CZvThreadInterfaceHolder &operator=(const CZvThreadInterfaceHolder &) = delete;
+
+    // The pointer for the calling thread, borrowed: no reference is added.
+    IUnknown *GetThreadInterface();
+    void Detach();
+
+    DWORD Cookie() const { return table_.cookie; }
+    DWORD EntryCount() const { return table_.entryCount; }
+
+private:
+    void Attach(IUnknown *pointer);
+
+    const IID *iid_;
+    ZvGitTable table_;
+    DWORD lastThreadId_;
+    IUnknown *lastPointer_;
+};
+
+// The surrogate table's pointer to a surrogate's control interface: like the
+// holder, without the last-used pair.
+class ZvFioGitPointer {
+public:
+    ZvFioGitPointer() { ZeroMemory(&table_, sizeof table_); }
+    ~ZvFioGitPointer() { Reset(); }
+    ZvFioGitPointer(const ZvFioGitPointer &) = delete;
+    ZvFioGitPointer &operator=(const ZvFioGitPointer &) = delete;
+
+    // Registers `pointer` (the caller keeps its own reference).
+    HRESULT Set(IUnknown *pointer, REFIID iid);
+    // The pointer for the calling thread, borrowed; null when empty.
+    IUnknown *Get();
+    // Releases every thread's pointer from the calling thread and revokes.
+    void Reset();
+    bool Empty() const { return table_.cookie == 0; }
+
+private:
+    const IID *iid_ = nullptr;
+    ZvGitTable table_;
+};
