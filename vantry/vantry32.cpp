@@ -112,10 +112,16 @@ static HRESULT WINAPI surrogate_CreateObject(IZvFileIOManagerSurrogate *iface, L
     return E_NOTIMPL;
 }
 
+// Closes a handle that the client duplicated into this process. The answer
+// is 0 or 1, not the failure's HRESULT: the client only logs it.
 static HRESULT WINAPI surrogate_CloseHandle(IZvFileIOManagerSurrogate *iface, UINT64 handle)
 {
-    (void)iface; (void)handle;
-    return E_NOTIMPL;
+    (void)iface;
+    if (handle == 0 || handle == (UINT64)-1)
+        return E_INVALIDARG;
+    // handles carry 32 significant bits, sign-extended in a 64-bit process
+    HANDLE h = (HANDLE)(LONG_PTR)(LONG)(DWORD)handle;
+    return CloseHandle(h) ? 0 : 1;
 }
 
 static HRESULT WINAPI surrogate_CreateSurrogateFileIOManager(IZvFileIOManagerSurrogate *iface, DWORD flags,
@@ -224,9 +230,14 @@ static DWORD WINAPI extconn_ReleaseConnection(IExternalConnection *iface, DWORD 
     if (!(extconn & EXTCONN_STRONG))
         return 0;
     LONG count = InterlockedDecrement(&This->connections);
-    if (count <= 0 && lastReleaseCloses)
+    if (count < 0) {
+        // more releases than connections: stay at zero
+        InterlockedIncrement(&This->connections);
+        count = 0;
+    }
+    if (count == 0 && lastReleaseCloses)
         vantry32_unlock_module(This);
-    return (DWORD)(count < 0 ? 0 : count);
+    return (DWORD)count;
 }
 
 static const IExternalConnectionVtbl extconn_vtbl = {
