@@ -1,0 +1,150 @@
+// Helpers of the chunk layer tests: byte builders and files on disk.
+#pragma once
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <string>
+#include <vector>
+#include <cstring>
+#include "testutil.h"
+
+namespace mediatest {
+
+typedef std::vector<BYTE> Bytes;
+
+inline void Put(Bytes &b, const void *data, size_t n) { b.insert(b.end(), (const BYTE *)data, (const BYTE *)data + n); }
+inline void PutStr(Bytes &b, const char *s) { Put(b, s, strlen(s)); }
+inline void Le16(Bytes &b, unsigned v) { BYTE x[2] = {(BYTE)v, (BYTE)(v >> 8)}; Put(b, x, 2); }
+inline void Le32(Bytes &b, unsigned v) { BYTE x[4] = {(BYTE)v, (BYTE)(v >> 8), (BYTE)(v >> 16), (BYTE)(v >> 24)}; Put(b, x, 4); }
+inline void Le64(Bytes &b, unsigned long long v) { Le32(b, (unsigned)v); Le32(b, (unsigned)(v >> 32)); }
+inline void Be16(Bytes &b, unsigned v) { BYTE x[2] = {(BYTE)(v >> 8), (BYTE)v}; Put(b, x, 2); }
+inline void Be32(Bytes &b, unsigned v) { BYTE x[4] = {(BYTE)(v >> 24), (BYTE)(v >> 16), (BYTE)(v >> 8), (BYTE)v}; Put(b, x, 4); }
+inline unsigned GetLe32(const Bytes &b, size_t at) { return b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) | ((unsigned)b[at + 3] << 24); }
+
+// A RIFF chunk with its pad byte.
+inline Bytes Chunk(const char *id, const Bytes &body)
+{
+    Bytes c;
+    PutStr(c, id);
+    Le32(c, (unsigned)body.size());
+    Put(c, body.data(), body.size());
+    if (body.size() & 1)
+        c.push_back(0);
+    return c;
+}
+inline Bytes Filled(size_t n, BYTE first = 1)
+{
+    Bytes b(n);
+    for (size_t i = 0; i < n; i++)
+        b[i] = (BYTE)(first + i * 7);
+    return b;
+}
+inline Bytes Cat(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (auto &p : parts)
+        Put(all, p.data(), p.size());
+    return all;
+}
+// RIFF header with a correct size around the chunks.
+inline Bytes Riff(const char *form, const Bytes &chunks)
+{
+    Bytes f;
+    PutStr(f, "RIFF");
+    Le32(f, (unsigned)(4 + chunks.size()));
+    PutStr(f, form);
+    Put(f, chunks.data(), chunks.size());
+    return f;
+}
+inline Bytes List(const char *type, const Bytes &chunks)
+{
+    Bytes body;
+    PutStr(body, type);
+    Put(body, chunks.data(), chunks.size());
+    return Chunk("LIST", body);
+}
+inline Bytes Fmt(unsigned tag, unsigned channels, unsigned rate, unsigned bits)
+{
+    Bytes f;
+    unsigned align = channels * (bits / 8);
+    Le16(f, tag); Le16(f, channels); Le32(f, rate); Le32(f, rate * align); Le16(f, align); Le16(f, bits);
+    Le16(f, 0);
+    return f;
+}
+
+// A file in a temporary folder, open for read and write.
+class TestFile {
+public:
+    explicit TestFile(const Bytes &content, const wchar_t *name = L"t.bin") : path_(dir_.file(name))
+    {
+        zvtest::WriteFileBytes(path_, content.data(), content.size());
+        open();
+    }
+    ~TestFile() { close(); }
+    void open()
+    {
+        h_ = CreateFileW(path_.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                         FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    void close()
+    {
+        if (h_ != INVALID_HANDLE_VALUE)
+            CloseHandle(h_);
+        h_ = INVALID_HANDLE_VALUE;
+    }
+    HANDLE h() const { return h_; }
+    const std::wstring &path() const { return path_; }
+    unsigned long long pos() const
+    {
+        LARGE_INTEGER z, p;
+        z.QuadPart = 0;
+        SetFilePointerEx(h_, z, &p, FILE_CURRENT);
+        return (unsigned long long)p.QuadPart;
+    }
+    void seek(long long at) const
+    {
+        LARGE_INTEGER d;
+        d.QuadPart = at;
+        SetFilePointerEx(h_, d, nullptr, FILE_BEGIN);
+    }
+    Bytes bytes() const
+    {
+        Bytes b;
+        LARGE_INTEGER size;
+        GetFileSizeEx(h_, &size);
+        b.resize((size_t)size.QuadPart);
+        LARGE_INTEGER z, old;
+        z.QuadPart = 0;
+        SetFilePointerEx(h_, z, &old, FILE_CURRENT);
+        SetFilePointerEx(h_, z, nullptr, FILE_BEGIN);
+        DWORD got = 0;
+        if (!b.empty())
+            ReadFile(h_, b.data(), (DWORD)b.size(), &got, nullptr);
+        SetFilePointerEx(h_, old, nullptr, FILE_BEGIN);
+        return b;
+    }
+    void rewrite(const Bytes &content)
+    {
+        seek(0);
+        DWORD put = 0;
+        if (!content.empty())
+            WriteFile(h_, content.data(), (DWORD)content.size(), &put, nullptr);
+        SetEndOfFile(h_);
+        seek(0);
+    }
+
+private:
+    zvtest::TempDir dir_;
+    std::wstring path_;
+    HANDLE h_ = INVALID_HANDLE_VALUE;
+};
+
+// Folder of files made by outside tools before the test run (empty when the
+// fixture step did not run): <build>/media-fixtures beside bin/.
+std::wstring FixtureDir();
+bool FixturesPresent();
+std::wstring OutDir();
+
+// Busy blocks in all heaps of the process: what a leak leaves behind.
+long long HeapBusyBlocks();
+
+} // namespace mediatest
