@@ -1,12 +1,14 @@
 # Small helpers shared by the sub-folders.
 
-# zv_glob(VAR dir...): the C and C++ sources of the folders, re-read whenever
-# a file is added, so a new source needs no edit of a CMakeLists.txt.
+# zv_glob(VAR dir...): the C and C++ sources and resource scripts (.rc) of the
+# folders, re-read whenever a file is added, so a new source needs no edit of
+# a CMakeLists.txt.
 function(zv_glob var)
   set(files)
   foreach(dir ${ARGN})
     file(GLOB found CONFIGURE_DEPENDS
-         ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.c)
+         ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.c
+         ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.rc)
     list(APPEND files ${found})
   endforeach()
   set(${var} ${files} PARENT_SCOPE)
