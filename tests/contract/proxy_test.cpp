@@ -18,7 +18,7 @@ const IID *const kContractIids[] = {
     &IID_IZvReadVideoStream, &IID_IZvReadTextStream,   &IID_IZvReadMeta,
     &IID_IZvReadProjectLinkMeta, &IID_IZvUnsharedFIOPluginInfo,
     &IID_IZvFileIOManager,  &IID_IZvFileIOMgrForApp,   &IID_IZvFileIOTypeEnum,
-    &IID_IZvFIOPluginEnum,  &IID_IZvFileIOManagerSurrogate, &IID_IVantry32,
+    &IID_IZvFIOPluginEnum,  &IID_IZvFileIOManagerSurrogate, &IID_IVantry32, &IID_IZvLogger,
 };
 
 // An object that claims every interface of the contract. Only its identity
