@@ -298,7 +298,7 @@ HRESULT iff_GetAIFFWfx(HANDLE file, WAVEFORMATEX *format, DWORD *frames, DWORD *
     DWORD rate = aiff_ConvertRate(LoadBE16(comm + 8), mantissa);
 
     WAVEFORMATEX wfx = {};
-    wfx.wFormatTag = bits == 8 ? ZV_WAVE_FORMAT_SIGNED8 : little ? WAVE_FORMAT_PCM : ZV_WAVE_FORMAT_BIGENDIAN;
+    wfx.wFormatTag = bits == 8 ? ZV_WAVE_FORMAT_SIGNED : little ? WAVE_FORMAT_PCM : ZV_WAVE_FORMAT_BIGENDIAN;
     wfx.nChannels = channels;
     wfx.nSamplesPerSec = rate;
     wfx.wBitsPerSample = bits;

@@ -4,7 +4,7 @@
 // The handle-position rules of the RIFF layer (media/riff.h) hold.
 #pragma once
 #include "zvbase.h"
-#include <mmreg.h>
+#include "audio/waveformat.h"
 
 #define ZVIFF_ID(a, b, c, d) \
     (((DWORD)(BYTE)(a) << 24) | ((DWORD)(BYTE)(b) << 16) | ((DWORD)(BYTE)(c) << 8) | (DWORD)(BYTE)(d))
@@ -17,10 +17,6 @@
 #define ZVIFF_MARK ZVIFF_ID('M', 'A', 'R', 'K')
 #define ZVIFF_NONE ZVIFF_ID('N', 'O', 'N', 'E')
 #define ZVIFF_SOWT ZVIFF_ID('s', 'o', 'w', 't')
-
-// The system's private tags for AIFF sample forms.
-#define ZV_WAVE_FORMAT_SIGNED8   0xFE01
-#define ZV_WAVE_FORMAT_BIGENDIAN 0xFE02
 
 typedef struct tZVIFFCHUNKHDR {
     DWORD id;

@@ -6,42 +6,6 @@ using namespace zvmedia;
 
 namespace {
 
-// The byte source of the shared walkers over a _tMRIFF record.
-struct MemIO {
-    _tMRIFF *r;
-
-    DWORD avail() const { return r->dataEnd > r->cursor ? (DWORD)(r->dataEnd - r->cursor) : 0; }
-    bool read(void *buf, DWORD n) const
-    {
-        DWORD k = n < avail() ? n : avail();
-        if (k)
-            memcpy(buf, r->cursor, k);
-        r->cursor += k;
-        return k == n;
-    }
-    bool write(const void *buf, DWORD n) const
-    {
-        DWORD room = r->capacityEnd > r->cursor ? (DWORD)(r->capacityEnd - r->cursor) : 0;
-        DWORD k = n < room ? n : room;
-        if (k)
-            memcpy(r->cursor, buf, k);
-        r->cursor += k;
-        if (r->cursor > r->dataEnd)
-            r->dataEnd = r->cursor;
-        return k == n;
-    }
-    bool seek(LONGLONG dist, DWORD method) const
-    {
-        LONGLONG end = r->dataEnd - r->start;
-        LONGLONG base = method == FILE_BEGIN ? 0 : method == FILE_END ? end : (LONGLONG)(r->cursor - r->start);
-        LONGLONG to = base + dist;
-        to = to < 0 ? 0 : to > end ? end : to;
-        r->cursor = r->start + to;
-        return true;
-    }
-    ULONGLONG tell() const { return (ULONGLONG)(r->cursor - r->start); }
-};
-
 HRESULT WriteDwords(_tMRIFF *mr, const DWORD *v, int n)
 {
     if (!mr)

@@ -6,6 +6,7 @@
 #pragma once
 #include "zvbase.h"
 #include "media/riff.h"
+#include "audio/waveformat.h"
 
 typedef struct _tMRIFF {
     BYTE *start;
@@ -55,3 +56,15 @@ ZVAPI HRESULT mriff_GetNumListEntries(_tMRIFF *mr, DWORD *count, DWORD *remainin
 // Entry id of the first LIST of type INFO, at most capacity bytes into
 // buffer; size receives the bytes copied. The cursor is kept.
 ZVAPI HRESULT mriff_GetInfoString(_tMRIFF *mr, DWORD id, char *buffer, DWORD capacity, DWORD *size);
+
+// Wave headers in memory (the layouts of media/waveheader.h). headerSize 46
+// gives the plain header, an even size of 54 or more a JUNK-padded one.
+ZVAPI HRESULT mriff_WriteWaveHeader(_tMRIFF *mr, const WAVEFORMATEX *format, DWORD dataSize, DWORD headerSize);
+// The wave reader on an image: format receives the record (the buffer must
+// hold a WAVEFORMATEXTENSIBLE, 40 bytes) and dataOffset the offset of the
+// first sample. ZVERR_UNSUPPORTED_MEDIA for a format that is not linear PCM.
+ZVAPI HRESULT mriff_GetWfx(WAVEFORMATEX *format, const void *image, DWORD imageSize, DWORD *dataOffset);
+#ifdef __cplusplus
+ZVAPI_CXX HRESULT mriff_WriteWaveHeader(_tMRIFF *mr, const _zvwaveformat *format, DWORD dataSize, DWORD headerSize);
+ZVAPI_CXX HRESULT mriff_GetWfx(_zvwaveformat *format, const void *image, DWORD imageSize, DWORD *dataOffset);
+#endif

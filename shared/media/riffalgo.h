@@ -5,9 +5,47 @@
 #pragma once
 #include "media/riff.h"
 #include "media/chunkio.h"
+#include "media/mriff.h"
 #include <string.h>
 
 namespace zvmedia {
+
+// The byte source of the shared walkers over a _tMRIFF record.
+struct MemIO {
+    _tMRIFF *r;
+
+    DWORD avail() const { return r->dataEnd > r->cursor ? (DWORD)(r->dataEnd - r->cursor) : 0; }
+    bool read(void *buf, DWORD n) const
+    {
+        DWORD k = n < avail() ? n : avail();
+        if (k)
+            memcpy(buf, r->cursor, k);
+        r->cursor += k;
+        return k == n;
+    }
+    bool write(const void *buf, DWORD n) const
+    {
+        DWORD room = r->capacityEnd > r->cursor ? (DWORD)(r->capacityEnd - r->cursor) : 0;
+        DWORD k = n < room ? n : room;
+        if (k)
+            memcpy(r->cursor, buf, k);
+        r->cursor += k;
+        if (r->cursor > r->dataEnd)
+            r->dataEnd = r->cursor;
+        return k == n;
+    }
+    bool seek(LONGLONG dist, DWORD method) const
+    {
+        LONGLONG end = r->dataEnd - r->start;
+        LONGLONG base = method == FILE_BEGIN ? 0 : method == FILE_END ? end : (LONGLONG)(r->cursor - r->start);
+        LONGLONG to = base + dist;
+        to = to < 0 ? 0 : to > end ? end : to;
+        r->cursor = r->start + to;
+        return true;
+    }
+    ULONGLONG tell() const { return (ULONGLONG)(r->cursor - r->start); }
+};
+
 
 // Distance over a chunk body: size plus the pad of an odd size.
 inline ULONGLONG RiffPadded(DWORD size) { return (ULONGLONG)size + (size & 1); }

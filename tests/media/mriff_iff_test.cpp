@@ -180,7 +180,7 @@ TEST(Iff, FormatsFramesAndDataOffsets)
     EXPECT_EQ(3u, frames); // fewer bytes than COMM claims
     f.rewrite(Aiff("AIFC", 1, 3, 8, 44100, "NONE", 0, Filled(3)));
     ASSERT_EQ(S_OK, iff_GetAIFFWfx(f.h(), &wfx, &frames, &offset));
-    EXPECT_EQ(ZV_WAVE_FORMAT_SIGNED8, wfx.wFormatTag);
+    EXPECT_EQ(ZV_WAVE_FORMAT_SIGNED, wfx.wFormatTag);
     f.rewrite(Aiff("AIFC", 1, 3, 16, 44100, "ulaw", 0, Filled(6)));
     EXPECT_FALSE(iff_IsAIFFFileEx(f.h(), &size, &aifc, &little));
     EXPECT_EQ(ZVERR_MALFORMED, iff_GetAIFFWfx(f.h(), &wfx, &frames, &offset));

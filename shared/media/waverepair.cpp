@@ -1,0 +1,166 @@
+// Repair of wave and Wave64 files whose header was destroyed. The audio is
+// taken to be intact: the data is found by the chunks or by a scan for the
+// data id, its size comes from the file length alone, and a fresh header is
+// fitted in front of it without moving a byte of audio.
+#include "media/waveinternal.h"
+#include "media/riff.h"
+
+using namespace zvmedia;
+
+namespace {
+
+// Mends the 18 bytes found where a canonical header keeps its format.
+HRESULT MendFormat(const BYTE *raw, const WAVEFORMATEX *given, WAVEFORMATEX *out)
+{
+    WAVEFORMATEX def = {};
+    if (given) {
+        def = *given;
+    } else {
+        def.wFormatTag = WAVE_FORMAT_PCM;
+        def.nChannels = 2;
+        def.nSamplesPerSec = 44100;
+        def.wBitsPerSample = 16;
+    }
+    WAVEFORMATEX f;
+    memcpy(&f, raw, sizeof f);
+    if (f.nSamplesPerSec < 2000 || f.nSamplesPerSec > 192000)
+        f.nSamplesPerSec = def.nSamplesPerSec;
+    if (f.nChannels != 1 && f.nChannels != 2)
+        f.nChannels = def.nChannels;
+    if (f.wFormatTag != WAVE_FORMAT_PCM && f.wFormatTag != WAVE_FORMAT_IEEE_FLOAT)
+        f.wFormatTag = def.wFormatTag;
+    UINT defBits = def.wBitsPerSample > 32 ? 32 : def.wBitsPerSample;
+    if (f.wFormatTag != WAVE_FORMAT_IEEE_FLOAT) {
+        if (f.wBitsPerSample != 8 && f.wBitsPerSample != 16 && f.wBitsPerSample != 24 && f.wBitsPerSample != 32)
+            f.wBitsPerSample = (WORD)defBits;
+    } else if (f.wBitsPerSample != 32 && f.wBitsPerSample != 64) {
+        f.wBitsPerSample = def.wBitsPerSample > 32 ? 64 : 32;
+    }
+    f.nBlockAlign = (WORD)((f.wBitsPerSample / 8) * f.nChannels);
+    f.nAvgBytesPerSec = f.nBlockAlign * f.nSamplesPerSec;
+    f.cbSize = 0;
+    // A given format of no channels or bits leaves nothing to size the
+    // audio by.
+    if (f.nBlockAlign == 0)
+        return E_INVALIDARG;
+    *out = f;
+    return S_OK;
+}
+
+// Scans from start for the label (4 or 16 bytes) in blocks of 4,096 that
+// overlap by the label's length, so a label across two blocks is seen. A hit
+// at p gives p + header; no hit up to limit gives limit.
+HRESULT ScanForData(const FileIO &io, ULONGLONG start, ULONGLONG limit, const BYTE *label, DWORD labelSize,
+                    DWORD header, ULONGLONG *dataStart)
+{
+    BYTE block[4096];
+    ULONGLONG pos = start;
+    io.seek((LONGLONG)pos, FILE_BEGIN);
+    for (;;) {
+        DWORD got = 0;
+        if (!io.readSome(block, sizeof block, &got))
+            return ZVERR_FILE_READ;
+        for (DWORD i = 0; i + labelSize <= got && pos + i < limit; i++) {
+            if (block[i] == label[0] && memcmp(block + i, label, labelSize) == 0) {
+                *dataStart = pos + i + header;
+                return S_OK;
+            }
+        }
+        if (pos + got >= limit) {
+            *dataStart = limit;
+            return S_OK;
+        }
+        if (got < sizeof block)
+            return ZVERR_NOT_FOUND;
+        pos += got - labelSize;
+        io.seek((LONGLONG)pos, FILE_BEGIN);
+    }
+}
+
+} // namespace
+
+HRESULT ZvFixTrashedWav(HANDLE file, const WAVEFORMATEX *format, DWORD largestHeader)
+{
+    FileIO io{file};
+    ULONGLONG saved = io.tell();
+    ULONGLONG length = io.length();
+    BYTE raw[18];
+    WAVEFORMATEX f;
+    io.seek(20, FILE_BEGIN);
+    HRESULT hr = io.read(raw, 18) ? S_OK : ZVERR_FILE_READ;
+    if (SUCCEEDED(hr))
+        hr = MendFormat(raw, format, &f);
+    ULONGLONG dataStart = 0;
+    if (SUCCEEDED(hr)) {
+        ULONGLONG limit = length < largestHeader ? length : largestHeader;
+        DWORD remaining = limit > 38 ? (DWORD)(limit - 38) : 0;
+        io.seek(38, FILE_BEGIN);
+        if (SUCCEEDED(riff_FindChunkHeader(file, ZVRIFF_DATA, nullptr, &remaining))) {
+            dataStart = io.tell();
+        } else {
+            // The scan starts 2 bytes early so that a data id behind a
+            // 16-byte fmt chunk is seen: that file is then refused instead
+            // of having its first samples covered by a JUNK chunk.
+            static const BYTE label[4] = {'d', 'a', 't', 'a'};
+            hr = ScanForData(io, 36, limit, label, 4, 8, &dataStart);
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        ULONGLONG size = length > dataStart ? length - dataStart : 0;
+        size -= size % f.nBlockAlign;
+        if (dataStart > 0xFFFFFFFFull || size > 0xFFFFFFFFull)
+            hr = ZVERR_SIZE_LIMIT;
+        else
+            hr = ZvInsertWavHeader(file, &f, (DWORD)size, (DWORD)dataStart);
+    }
+    io.seek((LONGLONG)saved, FILE_BEGIN);
+    return hr;
+}
+
+HRESULT ZvFixTrashedW64(HANDLE file, const WAVEFORMATEX *format, ULONGLONG largestHeader)
+{
+    FileIO io{file};
+    ULONGLONG saved = io.tell();
+    ULONGLONG length = io.length();
+    BYTE raw[18];
+    WAVEFORMATEX f;
+    io.seek(64, FILE_BEGIN);
+    HRESULT hr = io.read(raw, 18) ? S_OK : ZVERR_FILE_READ;
+    if (SUCCEEDED(hr))
+        hr = MendFormat(raw, format, &f);
+    ULONGLONG dataStart = 0;
+    if (SUCCEEDED(hr)) {
+        ULONGLONG limit = largestHeader & ~7ull;
+        if (limit > length)
+            limit = length;
+        LONGLONG remaining = limit > 88 ? (LONGLONG)(limit - 88) : 0;
+        io.seek(88, FILE_BEGIN);
+        if (SUCCEEDED(riff64_FindChunkHeader(file, ZVW64_DATA, nullptr, &remaining)))
+            dataStart = io.tell();
+        else
+            hr = ScanForData(io, 80, limit, (const BYTE *)&ZVW64_DATA, 16, 24, &dataStart); // see above
+    }
+    if (SUCCEEDED(hr)) {
+        ULONGLONG size = length > dataStart ? length - dataStart : 0;
+        size -= size % f.nBlockAlign;
+        hr = ZvInsertW64Header(file, &f, size, dataStart);
+    }
+    io.seek((LONGLONG)saved, FILE_BEGIN);
+    return hr;
+}
+
+HRESULT ZvFixTrashedWav(HANDLE file, const _zvwaveformat *format, DWORD largestHeader)
+{
+    WAVEFORMATEX wfx = {};
+    if (format && !format->ToWfx(&wfx, sizeof wfx, ZVWFX_COPY_PLAIN))
+        return E_INVALIDARG;
+    return ZvFixTrashedWav(file, format ? &wfx : nullptr, largestHeader);
+}
+
+HRESULT ZvFixTrashedW64(HANDLE file, const _zvwaveformat *format, ULONGLONG largestHeader)
+{
+    WAVEFORMATEX wfx = {};
+    if (format && !format->ToWfx(&wfx, sizeof wfx, ZVWFX_COPY_PLAIN))
+        return E_INVALIDARG;
+    return ZvFixTrashedW64(file, format ? &wfx : nullptr, largestHeader);
+}
