@@ -1,0 +1,241 @@
+// The vector form of every copy, written once with the compiler's generic
+// vectors and compiled per instruction set. The including unit defines
+// ZVSC_VB (vector bytes), RoundPs (floats to int32, nearest-even) and
+// AnyNaNPs, then includes this inside its own namespace.
+//
+// The double path does exactly the scalar steps lane by lane (multiply,
+// clamp with NaN passing, add 1.5 * 2^52, take the low word). The float path
+// is used only where it is exact: scaling a float by a power of two, and
+// integers of up to 24 bits, which floats hold exactly.
+
+constexpr int L = ZVSC_VB / 8;    // doubles per vector
+constexpr int LF = ZVSC_VB / 4;   // floats per vector
+
+template <int N> struct V {
+    typedef int32_t i32 __attribute__((vector_size(N * 4)));
+    typedef uint32_t u32 __attribute__((vector_size(N * 4)));
+    typedef int16_t i16 __attribute__((vector_size(N * 2)));
+    typedef uint16_t u16 __attribute__((vector_size(N * 2)));
+    typedef int8_t i8 __attribute__((vector_size(N)));
+    typedef uint8_t u8 __attribute__((vector_size(N)));
+    typedef float f32 __attribute__((vector_size(N * 4)));
+    typedef double f64 __attribute__((vector_size(N * 8)));
+    typedef int64_t i64 __attribute__((vector_size(N * 8)));
+    typedef int32_t i32x2 __attribute__((vector_size(N * 8)));
+};
+typedef V<L>::f64 vd;
+typedef V<LF>::f32 vf;
+
+template <int S, int N> inline typename V<N>::i32 LoadI(const uint8_t *p)
+{
+    typedef typename V<N>::i32 I;
+    if constexpr (S == 16) {
+        typename V<N>::u8 x; memcpy(&x, p, N);
+        return __builtin_convertvector(x, I) - 128;
+    } else if constexpr (S == 49) {
+        typename V<N>::i8 x; memcpy(&x, p, N);
+        return __builtin_convertvector(x, I);
+    } else if constexpr (S == 17) {
+        typename V<N>::i16 x; memcpy(&x, p, N * 2);
+        return __builtin_convertvector(x, I);
+    } else if constexpr (S == 64) {
+        typename V<N>::u16 x; memcpy(&x, p, N * 2);
+        x = (x >> 8) | (x << 8);
+        return __builtin_convertvector((typename V<N>::i16)x, I);
+    } else if constexpr (S == 18 || S == 65) {
+        I r;
+        for (int k = 0; k < N; k++)
+            r[k] = ReadInt<S>(p + 3 * k);
+        return r;
+    } else if constexpr (S == 66) {
+        typename V<N>::u32 x; memcpy(&x, p, N * 4);
+        x = (x >> 24) | ((x >> 8) & 0xFF00u) | ((x << 8) & 0xFF0000u) | (x << 24);
+        return (I)x;
+    } else {
+        I x; memcpy(&x, p, N * 4);
+        return x;
+    }
+}
+
+template <int D, int N> inline void StoreI(uint8_t *p, typename V<N>::i32 v)
+{
+    if constexpr (D == 16) {
+        typename V<N>::u8 x = __builtin_convertvector(v, typename V<N>::u8) ^ 0x80;
+        memcpy(p, &x, N);
+    } else if constexpr (D == 49) {
+        typename V<N>::i8 x = __builtin_convertvector(v, typename V<N>::i8);
+        memcpy(p, &x, N);
+    } else if constexpr (D == 17) {
+        typename V<N>::i16 x = __builtin_convertvector(v, typename V<N>::i16);
+        memcpy(p, &x, N * 2);
+    } else if constexpr (D == 64) {
+        typename V<N>::u16 x = __builtin_convertvector(v, typename V<N>::u16);
+        x = (x >> 8) | (x << 8);
+        memcpy(p, &x, N * 2);
+    } else if constexpr (D == 18 || D == 65) {
+        for (int k = 0; k < N; k++)
+            WriteInt<D>(p + 3 * k, v[k]);
+    } else if constexpr (D == 66) {
+        typename V<N>::u32 x = (typename V<N>::u32)v;
+        x = (x >> 24) | ((x >> 8) & 0xFF00u) | ((x << 8) & 0xFF0000u) | (x << 24);
+        memcpy(p, &x, N * 4);
+    } else {
+        memcpy(p, &v, N * 4);
+    }
+}
+
+template <int S> inline vd LoadD(const uint8_t *p)
+{
+    if constexpr (S == 32) {
+        V<L>::f32 x; memcpy(&x, p, L * 4);
+        return __builtin_convertvector(x, vd);
+    } else if constexpr (S == 33) {
+        vd x; memcpy(&x, p, sizeof(x));
+        return x;
+    } else {
+        return __builtin_convertvector(LoadI<S, L>(p), vd);
+    }
+}
+
+inline V<L>::i32 LowWords(V<L>::i32x2 w)
+{
+#if ZVSC_VB == 16
+    return __builtin_shufflevector(w, w, 0, 2);
+#else
+    return __builtin_shufflevector(w, w, 0, 2, 4, 6);
+#endif
+}
+
+template <int D> inline void StoreD(uint8_t *p, vd v)
+{
+    if constexpr (D == 32) {
+        V<L>::f32 x = __builtin_convertvector(v, V<L>::f32);
+        memcpy(p, &x, L * 4);
+    } else if constexpr (D == 33) {
+        memcpy(p, &v, sizeof(v));
+    } else {
+        const vd lo = vd{} - Denorm(D), hi = vd{} + (Denorm(D) - 1.0);
+        v = v < lo ? lo : v;
+        v = v > hi ? hi : v;
+        v += kRoundMagic;
+        StoreI<D, L>(p, LowWords((V<L>::i32x2)v));
+    }
+}
+
+// Whole blocks of K samples in the safe order for in-place use, the rest
+// through the scalar loop.
+template <int D, int S, int K, bool Unity, class Step>
+inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Step step)
+{
+    const int full = count / K * K;
+    if (Bytes(D) > Bytes(S)) {
+        ScalarRun<D, S, Unity>(d, s, full, count, scale);
+        for (int i = full - K; i >= 0; i -= K)
+            step(i);
+    } else {
+        for (int i = 0; i < full; i += K)
+            step(i);
+        ScalarRun<D, S, Unity>(d, s, full, count, scale);
+    }
+}
+
+template <int D, int S, bool Unity>
+inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
+{
+    const vd sc = vd{} + scale;
+    RunBlocks<D, S, 2 * L, Unity>(d, s, count, scale, [&](int i) {
+        vd a = LoadD<S>(s + (size_t)i * Bytes(S));
+        vd b = LoadD<S>(s + (size_t)(i + L) * Bytes(S));
+        a *= sc;
+        b *= sc;
+        StoreD<D>(d + (size_t)i * Bytes(D), a);
+        StoreD<D>(d + (size_t)(i + L) * Bytes(D), b);
+    });
+}
+
+// Float to an integer of up to 24 bits at unity: x * 2^(m-1) is exact in
+// float, and the processor's rounding is the same nearest-even. A block that
+// holds a NaN goes through the scalar rule for the NaN's exact bits.
+template <int D>
+inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
+{
+    const vf mul = vf{} + (float)Denorm(D);
+    const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
+    RunBlocks<D, 32, LF, true>(d, s, count, Denorm(D), [&](int i) {
+        vf x;
+        memcpy(&x, s + (size_t)i * 4, sizeof(x));
+        x *= mul;
+        if (AnyNaNPs(x)) {
+            ScalarRun<D, 32, true>(d, s, i, i + LF, Denorm(D));
+            return;
+        }
+        x = x < lo ? lo : x;
+        x = x > hi ? hi : x;
+        StoreI<D, LF>(d + (size_t)i * Bytes(D), RoundPs(x));
+    });
+}
+
+// An integer of up to 24 bits to float with a scale that float holds
+// exactly: one float product rounds as the double product narrowed does.
+template <int S>
+inline void RunIntToFloat(uint8_t *d, const uint8_t *s, int count, double scale, bool unity)
+{
+    const vf mul = vf{} + (float)scale;
+    auto step = [&](int i) {
+        vf x = __builtin_convertvector((LoadI<S, LF>(s + (size_t)i * Bytes(S))), vf) * mul;
+        memcpy(d + (size_t)i * 4, &x, sizeof(x));
+    };
+    if (unity)
+        RunBlocks<32, S, LF, true>(d, s, count, scale, step);
+    else
+        RunBlocks<32, S, LF, false>(d, s, count, scale, step);
+}
+
+inline bool FloatHoldsScale(double scale)
+{
+    float f = (float)scale;
+    double a = scale < 0 ? -scale : scale;
+    return (double)f == scale && a >= 1.1754943508222875e-38 && a <= 3.4028234663852886e38;
+}
+
+template <int D, int S>
+void CopyVec(void *dest, const void *src, int count, float gain)
+{
+    if (count <= 0 || !dest || !src)
+        return;
+    uint8_t *d = (uint8_t *)dest;
+    const uint8_t *s = (const uint8_t *)src;
+    if (gain != gain) {
+        // Which of two NaNs a product keeps depends on operand order; the
+        // scalar loop is the one definition of that case.
+        BaseTable()[TypeIndex(D)][TypeIndex(S)](dest, src, count, gain);
+        return;
+    }
+    const bool unity = gain == 1.0f;
+    if (unity && D == S) {
+        if (d != s)
+            memmove(d, s, (size_t)count * Bytes(D));
+        return;
+    }
+    const double scale = Scale<D, S>(gain, unity);
+    if constexpr (S == 32 && !IsFloat(D) && Bits(D) <= 24) {
+        if (unity) {
+            RunFloatToInt<D>(d, s, count);
+            return;
+        }
+    }
+    if constexpr (D == 32 && !IsFloat(S) && Bits(S) <= 24 && S != 48) {   // 48 may hold any 32 bits
+        if (FloatHoldsScale(scale)) {
+            RunIntToFloat<S>(d, s, count, scale, unity);
+            return;
+        }
+    }
+    if (unity)
+        RunDouble<D, S, true>(d, s, count, scale);
+    else
+        RunDouble<D, S, false>(d, s, count, scale);
+}
+
+template <int D, int S> struct VecFn {
+    static void fn(void *d, const void *s, int c, float g) { CopyVec<D, S>(d, s, c, g); }
+};
