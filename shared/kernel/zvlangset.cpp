@@ -2,6 +2,7 @@
 // settings.
 #include "zvlang.h"
 #include "zvlangint.h"
+#include "zvprintf.h"
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -156,10 +157,39 @@ bool inatField(int selector, Field *field, DWORD *number)
 
 } // namespace
 
-// Sets the formatted-text tokens that follow the locale record.
-static void setLocaleTokens(const ZVINTERNATIONALS &)
+namespace {
+
+// Labels of timecode and music time fields, filled with the separators.
+ZVLANGSTRING g_smpteLabel = ZVLANG_RESOURCE_TEXT(0x7410);      // "hr%smn%ssc%sfr"
+ZVLANGSTRING g_smpteLabelFull = ZVLANG_RESOURCE_TEXT(0x7411);  // "hours%sminutes%sseconds%sframes"
+ZVLANGSTRING g_musicLabel = ZVLANG_RESOURCE_TEXT(0x7412);      // "ms%sbt%stk"
+ZVLANGSTRING g_musicLabelFull = ZVLANG_RESOURCE_TEXT(0x7413);  // "measures%sbeats%sticks"
+
+void addLabelToken(const wchar_t *name, ZVLANGSTRING &record, const wchar_t *a, const wchar_t *b,
+                   const wchar_t *c = nullptr)
 {
+    wchar_t label[128];
+    ZvCchPrintF(label, ARRAYSIZE(label), nullptr, ZvGetString(ZvLang_GetKernelLang(), &record), a, b, c);
+    ZvPrintF_AddToken(name, label);
 }
+
+// Sets the formatted-text tokens that follow the locale record.
+void setLocaleTokens(const ZVINTERNATIONALS &r)
+{
+    ZvPrintF_AddToken(L"SMPTE.Whole", r.tcWholeSep);
+    ZvPrintF_AddToken(L"SMPTE.NonDrop", r.tcNonDropSep);
+    ZvPrintF_AddToken(L"SMPTE.Drop", r.tcDropSep);
+    addLabelToken(L"SMPTE.Label.NonDrop", g_smpteLabel, r.tcWholeSep, r.tcWholeSep, r.tcNonDropSep);
+    addLabelToken(L"SMPTE.Label.Drop", g_smpteLabel, r.tcWholeSep, r.tcWholeSep, r.tcDropSep);
+    addLabelToken(L"SMPTE.Label.NonDrop.Full", g_smpteLabelFull, r.tcWholeSep, r.tcWholeSep, r.tcNonDropSep);
+    addLabelToken(L"SMPTE.Label.Drop.Full", g_smpteLabelFull, r.tcWholeSep, r.tcWholeSep, r.tcDropSep);
+    ZvPrintF_AddToken(L"m.b", r.measureBeatSep);
+    ZvPrintF_AddToken(L"b.t", r.beatTickSep);
+    addLabelToken(L"MusicTime.Label", g_musicLabel, r.measureBeatSep, r.beatTickSep);
+    addLabelToken(L"MusicTime.Label.Full", g_musicLabelFull, r.measureBeatSep, r.beatTickSep);
+}
+
+} // namespace
 
 int ZvLang_GetInternationals(ZVINTERNATIONALS *out, int size)
 {

@@ -1,6 +1,7 @@
 // Language handles, text forms, numbered strings, resources and locale.
 #include <gtest/gtest.h>
 #include "zvlang.h"
+#include "zvprintf.h"
 #include <string>
 #include <vector>
 
@@ -205,6 +206,13 @@ TEST(LangInat, SelectorsAndSeparators)
     EXPECT_EQ(0, ZvGetInatN(ZVINAT_TIMESEP, buffer, 1));
     EXPECT_STREQ(L"", buffer);
     EXPECT_EQ(static_cast<int>(GetSystemDefaultLCID()), ZvGetInat(ZVINAT_SYSLANGUAGE, nullptr));
+    // The refresh also sets the tokens of timecode and music time labels.
+    EXPECT_EQ(11, ZvPrintF_GetToken(L"SMPTE.Label.Drop", buffer, 64));
+    EXPECT_STREQ(L"hr:mn:sc,fr", buffer);
+    EXPECT_GT(ZvPrintF_GetToken(L"SMPTE.Label.NonDrop.Full", buffer, 64), 0);
+    EXPECT_STREQ(L"hours:minutes:seconds.frames", buffer);
+    EXPECT_GT(ZvPrintF_GetToken(L"MusicTime.Label", buffer, 64), 0);
+    EXPECT_STREQ(L"ms.bt.tk", buffer);
 
     ZVINTERNATIONALS small = {};
     EXPECT_EQ(12, ZvLang_GetInternationals(&small, 12));
