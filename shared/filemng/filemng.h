@@ -166,6 +166,7 @@ private:
     BOOL m_bSurrogate;
     WCHAR **m_ppSkipNames;
     LONG m_cSkipNames;
+    CRITICAL_SECTION m_executorLock; // one request at a time, also without the shared mutex
 };
 
 // Creation of the application's manager.

@@ -279,6 +279,9 @@ static unsigned __stdcall ExecutorThread(void *param)
 HRESULT CZvFileIOManager::runOnExecutor(ZVFIO_EXECUTORPROC proc, void *arg)
 {
     ZVFio_ExecutorState &ex = m_executor;
+    if (ex.hThread && GetCurrentThreadId() == ex.threadId)
+        return proc(arg);
+    EnterCriticalSection(&m_executorLock);
     if (!ex.hThread) {
         ex.hRequest = CreateEventW(NULL, FALSE, FALSE, NULL);
         ex.hDone = CreateEventW(NULL, FALSE, FALSE, NULL);
@@ -293,17 +296,16 @@ HRESULT CZvFileIOManager::runOnExecutor(ZVFIO_EXECUTORPROC proc, void *arg)
             if (ex.hDone)
                 CloseHandle(ex.hDone);
             ex.hRequest = ex.hDone = NULL;
+            LeaveCriticalSection(&m_executorLock);
             return E_FAIL;
         }
     }
-    if (GetCurrentThreadId() == ex.threadId)
-        return proc(arg);
     ex.arg = arg;
     ex.callback = proc;
     SetEvent(ex.hRequest);
-    if (WaitForSingleObject(ex.hDone, INFINITE) != WAIT_OBJECT_0)
-        return E_FAIL;
-    return ex.result;
+    HRESULT hr = WaitForSingleObject(ex.hDone, INFINITE) == WAIT_OBJECT_0 ? ex.result : E_FAIL;
+    LeaveCriticalSection(&m_executorLock);
+    return hr;
 }
 
 // ---------------------------------------------------------------- loading
