@@ -4,6 +4,7 @@
 #include "filemng/fioload.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvprofile.h"
+#include "zvpaths.h"
 #include "zvlogger.h"
 #include <stdarg.h>
 #include <stdio.h>

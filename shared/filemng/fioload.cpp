@@ -51,28 +51,28 @@ static void FolderOf(const WCHAR *path, WCHAR *folder)
     ZvRemoveSlashFromPathNameEnd(folder);
 }
 
-// Builds the full path of a preload name below `folder`; false when it
-// doesn't fit or leaves the folder.
-static bool PreloadPath(const WCHAR *folderUpper, const WCHAR *folder, const WCHAR *name, WCHAR *out)
+// Builds the full path of a preload name below `folder`: 1 when it lies
+// inside, 0 when it leaves the folder, -1 when it doesn't fit.
+static int PreloadPath(const WCHAR *folderUpper, const WCHAR *folder, const WCHAR *name, WCHAR *out)
 {
     WCHAR joined[MAX_PATH];
     if (_snwprintf(joined, MAX_PATH, L"%s\\%s", folder, name) < 0)
-        return false;
+        return -1;
     joined[MAX_PATH - 1] = 0;
     const WCHAR *ext = ZvGetFileNameExtensionPtrW(joined);
     if (!*ext || !ext[1]) {
         if (*ext)
             *(WCHAR *)ext = 0; // an empty extension ("name.")
         if (FAILED(ZvAddExtensionToPathName(joined, MAX_PATH, L".DLL")))
-            return false;
+            return -1;
     }
     WCHAR full[MAX_PATH];
     DWORD n = GetFullPathNameW(joined, MAX_PATH, full, NULL);
     if (!n || n >= MAX_PATH)
-        return false;
+        return -1;
     n = GetLongPathNameW(full, out, MAX_PATH);
     if (n >= MAX_PATH)
-        return false;
+        return -1;
     if (!n)
         wcscpy(out, full);
     WCHAR upper[MAX_PATH];
@@ -80,7 +80,7 @@ static bool PreloadPath(const WCHAR *folderUpper, const WCHAR *folder, const WCH
     CharUpperW(upper);
     size_t len = wcslen(folderUpper);
     // the name must stay inside the folder
-    return !wcsncmp(upper, folderUpper, len) && (upper[len] == L'\\' || upper[len] == L'/');
+    return !wcsncmp(upper, folderUpper, len) && (upper[len] == L'\\' || upper[len] == L'/') ? 1 : 0;
 }
 
 // Walks the names of a preload list; `visit` gets each full path.
@@ -101,15 +101,18 @@ template <typename Visit> static HRESULT WalkPreloads(const WCHAR *folder, const
     WCHAR names[MAX_PATH];
     wcscpy(names, list);
     HRESULT hr = S_FALSE;
-    WCHAR *context = NULL;
-    for (WCHAR *name = wcstok(names, L";", &context); name; name = wcstok(NULL, L";", &context)) {
+    WCHAR *cursor = names;
+    while (WCHAR *name = ZvFioNextToken(&cursor, L';')) {
         while (iswspace(*name))
             ++name;
         if (!*name)
             continue;
         WCHAR path[MAX_PATH];
-        if (!PreloadPath(folderUpper, folderLong, name, path))
+        int inside = PreloadPath(folderUpper, folderLong, name, path);
+        if (inside < 0)
             break;
+        if (!inside)
+            continue;
         if (visit(path))
             hr = S_OK;
     }

@@ -141,8 +141,8 @@ static bool ExtListHas(const WCHAR *list, const WCHAR *ext)
     _snwprintf(buf, 1024, L"%s", list);
     buf[1023] = 0;
     CharUpperW(buf);
-    WCHAR *context = NULL;
-    for (WCHAR *tok = wcstok(buf, L";", &context); tok; tok = wcstok(NULL, L";", &context)) {
+    WCHAR *cursor = buf;
+    while (WCHAR *tok = ZvFioNextToken(&cursor, L';')) {
         if (tok[0] == L'*')
             tok += tok[1] ? 2 : 1;
         if (!wcscmp(tok, ext))

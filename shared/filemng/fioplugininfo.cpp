@@ -93,6 +93,21 @@ void ZvFioFreeRecordList(tZVLIST *list)
     ZvList_Destroy(list);
 }
 
+WCHAR *ZvFioNextToken(WCHAR **cursor, WCHAR sep)
+{
+    WCHAR *start = *cursor;
+    if (!start)
+        return NULL;
+    WCHAR *end = wcschr(start, sep);
+    if (end) {
+        *end = 0;
+        *cursor = end + 1;
+    } else {
+        *cursor = NULL;
+    }
+    return start;
+}
+
 static const GUID g_excluded[16] = {
     {0xB50802D8, 0x9917, 0x11D3, {0x8A, 0xB7, 0x00, 0xAA, 0x00, 0x6B, 0xA2, 0xBA}},
     {0xFBBDA1DC, 0x3D4B, 0x11D4, {0x8B, 0x33, 0x00, 0xAA, 0x00, 0x6B, 0xA2, 0xBA}},

@@ -21,8 +21,10 @@ struct tZVLIST;
 #define ZVFIO_LF_NOFORCE    0x2u    // exempt from the forced refresh of three classes
 
 // Access bits
-#define ZVFIO_ACCESS_READER   0x10u
-#define ZVFIO_ACCESS_RENDERER 0x20u
+#ifndef ZVFIO_ACCESS_READER
+#define ZVFIO_ACCESS_READER   0x10
+#define ZVFIO_ACCESS_RENDERER 0x20
+#endif
 
 // per-class load state
 #define ZVFIO_STATE_NONE   0
@@ -87,6 +89,9 @@ void ZvFioFreeRecordList(tZVLIST *list);
 
 // Releases the preload modules named in `list` (";"-separated) below `folder`.
 void ZvFioReleasePreloadModules(const WCHAR *folder, const WCHAR *list);
+
+// Splits a string in place: the next token up to `sep`, null at the end.
+WCHAR *ZvFioNextToken(WCHAR **cursor, WCHAR sep);
 
 // Excluded classes: compared by their first 10 bytes.
 BOOL ZvFioIsExcludedClass(const GUID &clsid);
