@@ -121,17 +121,17 @@ STDMETHODIMP CZvFileIOManager::Reserved46() { return S_OK; }
 STDMETHODIMP CZvFileIOManager::IsRendererActive(REFGUID) { return S_OK; }
 HRESULT CZvFileIOManager::Reserved61() { return E_NOTIMPL; }
 
-STDMETHODIMP CZvFileIOManager::SetLogger(IUnknown *logger)
+STDMETHODIMP CZvFileIOManager::SetLogger(IZvLogger *logger)
 {
     ZVFIO_SCOPE("CZvFileIOManager::SetLogger");
-    IUnknown *old = m_pLogger;
+    IZvLogger *old = m_pLogger;
     m_pLogger = logger; // takes over the caller's reference
     if (old && old != logger)
         old->Release();
     return S_OK;
 }
 
-STDMETHODIMP CZvFileIOManager::GetLogger(IUnknown **logger)
+STDMETHODIMP CZvFileIOManager::GetLogger(IZvLogger **logger)
 {
     ZVFIO_SCOPE("CZvFileIOManager::GetLogger");
     if (!logger)
@@ -165,17 +165,13 @@ void CZvFileIOManager::log(const char *file, int line, const WCHAR *format, ...)
 {
     if (!m_pLogger)
         return;
-    IZvLogger *logger = NULL;
-    if (FAILED(m_pLogger->QueryInterface(IID_IZvLogger, (void **)&logger)) || !logger)
-        return;
     WCHAR text[512];
     va_list args;
     va_start(args, format);
     _vsnwprintf(text, 512, format, args);
     va_end(args);
     text[511] = 0;
-    ZvFioLogWrite(logger, file, line, L"%s", text);
-    logger->Release();
+    ZvFioLogWrite(m_pLogger, file, line, L"%s", text);
 }
 
 BOOL CZvFileIOManager::logLoading()
@@ -491,7 +487,7 @@ ZVAPI HRESULT ZVFileIO_CreateInstance(IZvFileIOMgrForApp **out, _ZVFIO_ACCELERAT
         return E_POINTER;
     *out = NULL;
     HRESULT hr = E_OUTOFMEMORY;
-    IUnknown *logger = NULL;
+    IZvLogger *logger = NULL;
 #ifdef ZVFIO_HAVE_LOGGER
     if (flags & ZVFIO_CREATE_LOGGER) {
         IZvLogger *made = NULL;
@@ -717,12 +713,7 @@ HRESULT CZvFileIOManager::GrovelSpecifiedPlugins(tZVLIST *list, DWORD flags, int
         hr = ZvFioGrovelPluginDlls(list, TRUE, this);
     } else {
         BOOL valid = TRUE;
-        IZvLogger *logger = NULL;
-        if (m_pLogger)
-            m_pLogger->QueryInterface(IID_IZvLogger, (void **)&logger);
-        hr = ZvFioReadPluginCache(list, &valid, logger, logLoading());
-        if (logger)
-            logger->Release();
+        hr = ZvFioReadPluginCache(list, &valid, m_pLogger, logLoading());
         if (SUCCEEDED(hr) && !valid)
             hr = ZvFioGrovelPluginDlls(list, FALSE, this);
     }

@@ -56,8 +56,8 @@ public:
     STDMETHODIMP FindReaderClassFromId(IZvReadFileClass **readClass, DWORD typeId) override;
     STDMETHODIMP FindReaderClass(IZvReadFileClass **readClass, REFGUID classId) override;
     STDMETHODIMP FindRendererClass(IZvRenderFileClass **renderClass, REFGUID classId) override;
-    STDMETHODIMP SetLogger(IUnknown *logger) override;
-    STDMETHODIMP GetLogger(IUnknown **logger) override;
+    STDMETHODIMP SetLogger(IZvLogger *logger) override;
+    STDMETHODIMP GetLogger(IZvLogger **logger) override;
     STDMETHODIMP GetGPUAcceleration(_ZVFIO_ACCELERATION_INFO *info) override;
     STDMETHODIMP GetSupportedHardwareDecoders(DWORD *decoders) override;
     STDMETHODIMP Reserved26() override;
@@ -135,7 +135,7 @@ public:
     tZVLIST *pluginList() const { return m_pPluginList; }
     tZVLIST *readerList() const;
     tZVLIST *rendererList() const;
-    IUnknown *logger() const { return m_pLogger; }
+    IZvLogger *logger() const { return m_pLogger; }
     BOOL isSurrogate() const { return m_bSurrogate; }
     // Metric 78 (log plug-in loading), 1 when it can't be read.
     BOOL logLoading();
@@ -157,7 +157,7 @@ private:
     LONG m_nLastUsedRenderer;
     WORD m_wComInitialised;
     tZVLIST *m_pPluginList;
-    IUnknown *m_pLogger;
+    IZvLogger *m_pLogger;
     _ZVFIO_ACCELERATION_INFO m_acceleration;
     LONG m_metrics[ZVFIO_METRIC_COUNT];
     HANDLE m_hSharedMutex;
