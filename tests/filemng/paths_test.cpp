@@ -141,34 +141,37 @@ TEST(ZvPaths, SpecialFolders)
     EXPECT_EQ(S_OK, ZvDeleteDirectoryTree((std::wstring(top) + L"\\zvtest_paths").c_str()));
 }
 
-// A spy counts what it sees of its thread's apartment.
+// A spy registers for its thread's apartment while it holds it.
+static DWORD WINAPI SpyThread(void *)
+{
+    CMonitored_CoInitializeEx spy;
+    IUnknown *unk = nullptr;
+    if (spy.QueryInterface(IID_IInitializeSpy, (void **)&unk) != S_OK || unk != &spy)
+        return 1;
+    if (spy.QueryInterface(IID_IClassFactory, (void **)&unk) != E_NOINTERFACE || unk)
+        return 2;
+    if (spy.AddRef() != 1 || spy.Release() != 1)
+        return 3;
+    if (FAILED(spy.CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+        return 4;
+    if (spy.Cookie().QuadPart == 0)
+        return 5;
+    CMonitored_CoInitializeEx copy(spy);
+    if (copy.Cookie().QuadPart != spy.Cookie().QuadPart)
+        return 6;
+    spy.CoUninitialize();
+    if (spy.Cookie().QuadPart != 0)
+        return 7;
+    // without a registration the revoke of cookie 0 fails quietly
+    CMonitored_CoInitializeEx never;
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    never.CoUninitialize();
+    return 0;
+}
+
 TEST(ZvComSpy, RegistersForTheApartmentAndCopies)
 {
-    HANDLE t = CreateThread(nullptr, 0, [](void *) -> DWORD {
-        CMonitored_CoInitializeEx spy;
-        IUnknown *unk = nullptr;
-        if (spy.QueryInterface(IID_IInitializeSpy, (void **)&unk) != S_OK || unk != &spy)
-            return 1;
-        if (spy.QueryInterface(IID_IClassFactory, (void **)&unk) != E_NOINTERFACE || unk)
-            return 2;
-        if (spy.AddRef() != 1 || spy.Release() != 1)
-            return 3;
-        if (FAILED(spy.CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-            return 4;
-        if (spy.Cookie().QuadPart == 0)
-            return 5;
-        CMonitored_CoInitializeEx copy(spy);
-        if (copy.Cookie().QuadPart != spy.Cookie().QuadPart)
-            return 6;
-        spy.CoUninitialize();
-        if (spy.Cookie().QuadPart != 0)
-            return 7;
-        // without a registration the revoke of cookie 0 fails quietly
-        CMonitored_CoInitializeEx never;
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        never.CoUninitialize();
-        return 0;
-    }, nullptr, 0, nullptr);
+    HANDLE t = CreateThread(nullptr, 0, SpyThread, nullptr, 0, nullptr);
     ASSERT_NE(nullptr, t);
     ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(t, 10000));
     DWORD code = 99;

@@ -1,0 +1,221 @@
+// The executor thread and preloads, without plug-ins.
+#include <gtest/gtest.h>
+#include "testutil.h"
+#include "filemng/filemng.h"
+#include "filemng/fiodiscovery.h"
+#include "filemng/fioload.h"
+#include <string>
+
+namespace {
+
+struct Bare {
+    zvtest::TempDir dir;
+    IZvFileIOMgrForApp *mgr = nullptr;
+    CZvFileIOManager *impl = nullptr;
+    Bare()
+    {
+        ZvFioResetDataPaths();
+        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
+        long reserved = 0;
+        ZVFileIO_CreateInstance(&mgr, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
+                                reserved);
+        impl = static_cast<CZvFileIOManager *>(mgr);
+    }
+    ~Bare()
+    {
+        if (mgr)
+            mgr->Release();
+        ZvFioResetDataPaths();
+    }
+};
+
+struct Probe {
+    CZvFileIOManager *mgr;
+    DWORD thread;
+    APTTYPE apt;
+    HRESULT nested;
+    DWORD nestedThread;
+};
+
+HRESULT RecordThread(void *arg)
+{
+    Probe *p = (Probe *)arg;
+    p->thread = GetCurrentThreadId();
+    APTTYPEQUALIFIER q;
+    if (FAILED(CoGetApartmentType(&p->apt, &q)))
+        p->apt = (APTTYPE)-1;
+    return 0x12345;
+}
+
+HRESULT Inner(void *arg)
+{
+    ((Probe *)arg)->nestedThread = GetCurrentThreadId();
+    return S_FALSE;
+}
+
+// A request made from the executor itself runs at once.
+HRESULT Nested(void *arg)
+{
+    Probe *p = (Probe *)arg;
+    p->thread = GetCurrentThreadId();
+    p->nested = p->mgr->runOnExecutor(Inner, p);
+    return S_OK;
+}
+
+} // namespace
+
+TEST(FioExecutor, RunsInTheMultithreadedApartment)
+{
+    Bare b;
+    ASSERT_NE(nullptr, b.impl);
+    EXPECT_EQ(0u, b.impl->executorThreadId()); // started on first use
+    Probe p = {b.impl, 0, APTTYPE_STA, 0, 0};
+    EXPECT_EQ((HRESULT)0x12345, b.impl->runOnExecutor(RecordThread, &p));
+    EXPECT_NE(0u, p.thread);
+    EXPECT_NE(GetCurrentThreadId(), p.thread);
+    EXPECT_EQ(b.impl->executorThreadId(), p.thread);
+    EXPECT_EQ(APTTYPE_MTA, p.apt);
+
+    // the caller's apartment doesn't matter
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    Probe q = {b.impl, 0, APTTYPE_STA, 0, 0};
+    EXPECT_EQ((HRESULT)0x12345, b.impl->runOnExecutor(RecordThread, &q));
+    EXPECT_EQ(p.thread, q.thread);
+    CoUninitialize();
+
+    Probe n = {b.impl, 0, APTTYPE_STA, 0, 0};
+    EXPECT_EQ(S_OK, b.impl->runOnExecutor(Nested, &n));
+    EXPECT_EQ(S_FALSE, n.nested);
+    EXPECT_EQ(p.thread, n.nestedThread);
+}
+
+static HRESULT (*g_body)(void *);
+struct SharedHead {
+    CZvFileIOManager *mgr;
+};
+static DWORD WINAPI Requester(void *arg)
+{
+    return (DWORD)((SharedHead *)arg)->mgr->runOnExecutor(g_body, arg);
+}
+
+TEST(FioExecutor, ManyThreadsOneExecutor)
+{
+    Bare b;
+    ASSERT_NE(nullptr, b.impl);
+    struct Shared {
+        CZvFileIOManager *mgr;
+        volatile LONG running;
+        volatile LONG overlap;
+        volatile LONG done;
+        DWORD threads[8];
+    } s = {b.impl, 0, 0, 0, {}};
+    auto body = [](void *arg) -> HRESULT {
+        Shared *s = (Shared *)arg;
+        if (InterlockedIncrement(&s->running) > 1)
+            InterlockedExchange(&s->overlap, 1);
+        Sleep(2);
+        s->threads[InterlockedIncrement(&s->done) - 1] = GetCurrentThreadId();
+        InterlockedDecrement(&s->running);
+        return S_OK;
+    };
+    g_body = body;
+    HANDLE t[8];
+    for (HANDLE &h : t)
+        h = CreateThread(nullptr, 0, Requester, &s, 0, nullptr);
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(8, t, TRUE, 20000));
+    for (HANDLE h : t) {
+        DWORD code = 1;
+        GetExitCodeThread(h, &code);
+        EXPECT_EQ(0u, code);
+        CloseHandle(h);
+    }
+    EXPECT_EQ(8, s.done);
+    EXPECT_EQ(0, s.overlap); // one request at a time
+    for (DWORD id : s.threads)
+        EXPECT_EQ(b.impl->executorThreadId(), id);
+}
+
+TEST(FioExecutor, PreloadsStayInsideTheFolder)
+{
+    zvtest::TempDir dir;
+    std::wstring folder = dir.path() + L"\\plug";
+    CreateDirectoryW(folder.c_str(), nullptr);
+    // module images to preload: copies of this program
+    std::wstring inside = folder + L"\\pre_in.dll";
+    std::wstring outside = dir.file(L"pre_out.dll");
+    ASSERT_TRUE(CopyFileW(zvtest::ExePath().c_str(), inside.c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(zvtest::ExePath().c_str(), outside.c_str(), FALSE));
+    EXPECT_EQ(nullptr, GetModuleHandleW(inside.c_str()));
+
+    // "..\" that leaves the folder isn't loaded; a missing name is skipped;
+    // a name without extension gets ".DLL"
+    EXPECT_EQ(S_OK, ZvFioPreloadModules(folder.c_str(), L"..\\pre_out.dll; missing ;pre_in"));
+    EXPECT_EQ(nullptr, GetModuleHandleW(outside.c_str()));
+    EXPECT_NE(nullptr, GetModuleHandleW(inside.c_str()));
+    ZvFioReleasePreloadModules(folder.c_str(), L"..\\pre_out.dll; missing ;pre_in");
+    EXPECT_EQ(nullptr, GetModuleHandleW(inside.c_str()));
+
+    EXPECT_EQ(S_FALSE, ZvFioPreloadModules(folder.c_str(), L"..\\pre_out.dll"));
+    EXPECT_EQ(nullptr, GetModuleHandleW(outside.c_str()));
+    // a list longer than a path does nothing
+    std::wstring longList(300, L'a');
+    EXPECT_EQ(S_FALSE, ZvFioPreloadModules(folder.c_str(), longList.c_str()));
+    EXPECT_EQ(S_FALSE, ZvFioPreloadModules(folder.c_str(), nullptr));
+
+    // a record that loaded preloads releases them when freed
+    ZVFIO_PLUGININFO *r = ZvFioAllocRecord(nullptr);
+    ASSERT_NE(nullptr, r);
+    wcscpy(r->szPath, (folder + L"\\plugin.dll").c_str());
+    r->PreloadModules = ZvFioStrDup(L"pre_in.dll");
+    ASSERT_EQ(S_OK, ZvFioPreloadModules(folder.c_str(), r->PreloadModules));
+    r->dwRecordFlags |= ZVFIO_RF_PRELOADED;
+    EXPECT_NE(nullptr, GetModuleHandleW(inside.c_str()));
+    ZvFioFreeRecord(r);
+    EXPECT_EQ(nullptr, GetModuleHandleW(inside.c_str()));
+}
+
+TEST(FioExecutor, BadDllsEndInFailedStates)
+{
+    Bare b;
+    ASSERT_NE(nullptr, b.impl);
+    zvtest::TempDir dir;
+    ZVFIO_PLUGININFO *r = ZvFioAllocRecord(nullptr);
+    ASSERT_NE(nullptr, r);
+    r->Access = ZVFIO_ACCESS_READER | ZVFIO_ACCESS_RENDERER;
+    // a file that isn't a module: the load fails and stays failed
+    std::wstring text = dir.file(L"text.dll");
+    ASSERT_TRUE(zvtest::WriteFileBytes(text, "not a module", 12));
+    wcscpy(r->szPath, text.c_str());
+    IZvReadFileClass *rc = (IZvReadFileClass *)1;
+    EXPECT_EQ(E_UNEXPECTED, b.impl->getReader(r, &rc));
+    EXPECT_EQ(nullptr, rc);
+    EXPECT_EQ(ZVFIO_STATE_FAILED, r->nReaderState);
+    EXPECT_EQ(ZVFIO_STATE_FAILED, r->nRendererState);
+    EXPECT_EQ(E_NOINTERFACE, b.impl->getReader(r, &rc)); // not tried again
+    EXPECT_EQ(nullptr, r->hModule);
+
+    // a module without DllGetClassObject: freed, no class, state stays 0
+    ZVFIO_PLUGININFO *m = ZvFioAllocRecord(nullptr);
+    std::wstring image = dir.file(L"image.dll");
+    ASSERT_TRUE(CopyFileW(zvtest::ExePath().c_str(), image.c_str(), FALSE));
+    wcscpy(m->szPath, image.c_str());
+    m->Access = ZVFIO_ACCESS_READER;
+    EXPECT_EQ(E_NOINTERFACE, b.impl->getReader(m, &rc));
+    EXPECT_EQ(nullptr, rc);
+    EXPECT_EQ(ZVFIO_STATE_NONE, m->nReaderState);
+    EXPECT_EQ(nullptr, m->hModule);
+    EXPECT_EQ(nullptr, GetModuleHandleW(image.c_str()));
+
+    // a routed record can't reach its surrogate here: a clear failure
+    ZVFIO_PLUGININFO *s = ZvFioAllocRecord(nullptr);
+    wcscpy(s->szPath, image.c_str());
+    s->Access = ZVFIO_ACCESS_READER;
+    s->Surrogate = 1;
+    void *obj = (void *)1;
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, ZvFioCreateFromRecord(s, &obj, IID_IZvReadFileClass, b.impl));
+    EXPECT_EQ(nullptr, obj);
+    EXPECT_NE(0u, s->dwRecordFlags & ZVFIO_RF_SURROGATE);
+    ZvFioFreeRecord(r);
+    ZvFioFreeRecord(m);
+    ZvFioFreeRecord(s);
+}
