@@ -9,13 +9,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <wchar.h>
-#if __has_include("zvlog.h")
 #include "zvlog.h"
-#define ZVFIO_SCOPE(name) ZV_TIMING_SCOPE(name)
-#define ZVFIO_HAVE_LOGGER 1
-#else
-#define ZVFIO_SCOPE(name) ((void)0)
-#endif
 
 static const IID IID_IZvFioFilterBuilder2_ = {0xA886D595, 0x5FAE, 0x4124, {0x8F, 0x48, 0x4A, 0x23, 0x48, 0x0E, 0xE3, 0x58}};
 
@@ -488,7 +482,6 @@ ZVAPI HRESULT ZVFileIO_CreateInstance(IZvFileIOMgrForApp **out, _ZVFIO_ACCELERAT
     *out = NULL;
     HRESULT hr = E_OUTOFMEMORY;
     IZvLogger *logger = NULL;
-#ifdef ZVFIO_HAVE_LOGGER
     if (flags & ZVFIO_CREATE_LOGGER) {
         IZvLogger *made = NULL;
         if (SUCCEEDED(ZvLogger_Create(&made)) && made) {
@@ -501,7 +494,6 @@ ZVAPI HRESULT ZVFileIO_CreateInstance(IZvFileIOMgrForApp **out, _ZVFIO_ACCELERAT
             }
         }
     }
-#endif
     CZvFileIOManager *mgr = new CZvFileIOManager(FALSE);
     if (!mgr) {
         if (logger)

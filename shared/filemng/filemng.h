@@ -9,6 +9,10 @@
 #include "filemng/fioplugininfo.h"
 #include "zvplugin.h"
 #include "zvmanager.h"
+#include "zvlog.h"
+
+// Every public method of the manager is a timing scope of its own name.
+#define ZVFIO_SCOPE(name) ZV_TIMING_SCOPE(name)
 
 class CZvFileIOTypeEnum;
 class CZvFIOPluginEnum;

@@ -603,8 +603,11 @@ HRESULT ZvFioGrovelPluginDlls(tZVLIST *list, BOOL all, CZvFileIOManager *manager
             return hr;
         // a DLL that can't be listed is remembered as unusable until its ModTime changes
         r->dwRecordFlags |= ZVFIO_RF_UNUSABLE | ZVFIO_RF_DIRTY;
-        if (FAILED(hr))
+        if (FAILED(hr)) {
+            if (work.hModule)
+                FreeLibrary(work.hModule);
             continue;
+        }
         bool routed = (work.dwRecordFlags & ZVFIO_RF_SURROGATE) != 0;
         int usable = 0;
         for (int k = 0; k < count; ++k) {

@@ -18,6 +18,7 @@ tZVLIST *CZvFileIOManager::rendererList() const
 
 HRESULT CZvFileIOManager::SetPluginList(tZVLIST *list, DWORD filterFlags, LONG idCount, const GUID *ids)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::SetPluginList");
     releaseEnums();
     if (m_pPluginList && m_pPluginList != list)
         ZvFioFreeRecordList(m_pPluginList);
@@ -54,6 +55,7 @@ HRESULT CZvFileIOManager::SetPluginList(tZVLIST *list, DWORD filterFlags, LONG i
 
 STDMETHODIMP CZvFileIOManager::GetReaderEnum(IZvFileIOTypeEnum **readers)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetReaderEnum");
     if (!readers || !m_pReaderEnum)
         return ZVERR_NOT_FOUND;
     return m_pReaderEnum->QueryInterface(IID_IZvFileIOTypeEnum, (void **)readers);
@@ -61,6 +63,7 @@ STDMETHODIMP CZvFileIOManager::GetReaderEnum(IZvFileIOTypeEnum **readers)
 
 STDMETHODIMP CZvFileIOManager::GetRendererEnum(IZvFileIOTypeEnum **renderers)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetRendererEnum");
     if (!renderers || !m_pRendererEnum)
         return ZVERR_NOT_FOUND;
     return m_pRendererEnum->QueryInterface(IID_IZvFileIOTypeEnum, (void **)renderers);
@@ -68,6 +71,7 @@ STDMETHODIMP CZvFileIOManager::GetRendererEnum(IZvFileIOTypeEnum **renderers)
 
 STDMETHODIMP CZvFileIOManager::GetReaderCount(LONG *count)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetReaderCount");
     if (!count)
         return E_POINTER;
     tZVLIST *l = readerList();
@@ -77,6 +81,7 @@ STDMETHODIMP CZvFileIOManager::GetReaderCount(LONG *count)
 
 STDMETHODIMP CZvFileIOManager::GetRendererCount(LONG *count)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetRendererCount");
     if (!count)
         return E_POINTER;
     tZVLIST *l = rendererList();
@@ -86,6 +91,7 @@ STDMETHODIMP CZvFileIOManager::GetRendererCount(LONG *count)
 
 STDMETHODIMP CZvFileIOManager::GetReaderClass(IZvReadFileClass **readClass, LONG index)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetReaderClass");
     if (!readClass)
         return E_POINTER;
     *readClass = NULL;
@@ -95,6 +101,7 @@ STDMETHODIMP CZvFileIOManager::GetReaderClass(IZvReadFileClass **readClass, LONG
 
 STDMETHODIMP CZvFileIOManager::GetRendererClass(IZvRenderFileClass **renderClass, LONG index)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetRendererClass");
     if (!renderClass)
         return E_POINTER;
     *renderClass = NULL;
@@ -117,6 +124,7 @@ static ZVFIO_PLUGININFO *FindByClass(tZVLIST *list, REFGUID id, bool renderer)
 
 STDMETHODIMP CZvFileIOManager::FindReaderClass(IZvReadFileClass **readClass, REFGUID classId)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindReaderClass");
     if (!readClass)
         return E_POINTER;
     *readClass = NULL;
@@ -126,6 +134,7 @@ STDMETHODIMP CZvFileIOManager::FindReaderClass(IZvReadFileClass **readClass, REF
 
 STDMETHODIMP CZvFileIOManager::FindRendererClass(IZvRenderFileClass **renderClass, REFGUID classId)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindRendererClass");
     if (!renderClass)
         return E_POINTER;
     *renderClass = NULL;
@@ -154,6 +163,7 @@ static bool ExtListHas(const WCHAR *list, const WCHAR *ext)
 STDMETHODIMP CZvFileIOManager::FindNextReaderClassByExt(IZvReadFileClass **readClass, LPCWSTR extension,
                                                         LONG *position)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindNextReaderClassByExt");
     if (!readClass || !extension || !position || *position < -1)
         return E_INVALIDARG;
     *readClass = NULL;
@@ -184,6 +194,7 @@ STDMETHODIMP CZvFileIOManager::FindNextReaderClassByExt(IZvReadFileClass **readC
 STDMETHODIMP CZvFileIOManager::FindNextRenderClassByExt(IZvRenderFileClass **renderClass, LPCWSTR extension,
                                                         LONG *position)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindNextRenderClassByExt");
     if (!renderClass || !extension || !position || *position < -1)
         return E_INVALIDARG;
     *renderClass = NULL;
@@ -208,6 +219,7 @@ STDMETHODIMP CZvFileIOManager::FindNextRenderClassByExt(IZvRenderFileClass **ren
 
 STDMETHODIMP CZvFileIOManager::FindRenderClassByName(IZvRenderFileClass **renderClass, LPCWSTR name)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindRenderClassByName");
     if (!renderClass)
         return E_POINTER;
     *renderClass = NULL;
@@ -245,6 +257,7 @@ static const struct {
 
 HRESULT CZvFileIOManager::IdentifyFileTypeFromId(DWORD typeId, LONG *readerIndex)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::IdentifyFileTypeFromId");
     if (!readerIndex)
         return E_POINTER;
     *readerIndex = -1;
@@ -272,6 +285,7 @@ HRESULT CZvFileIOManager::IdentifyFileTypeFromId(DWORD typeId, LONG *readerIndex
 
 STDMETHODIMP CZvFileIOManager::FindReaderClassFromId(IZvReadFileClass **readClass, DWORD typeId)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::FindReaderClassFromId");
     if (!readClass)
         return E_POINTER;
     *readClass = NULL;
@@ -286,6 +300,7 @@ static const GUID kNotRemembered = {0xBFD5DB7F, 0xE73B, 0x41F9, {0xAF, 0x05, 0x6
 
 HRESULT CZvFileIOManager::SetLastUsedReader(IZvReadFileClass *readClass)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::SetLastUsedReader");
     if (!readClass)
         return S_OK;
     GUID id = {};
@@ -298,6 +313,7 @@ HRESULT CZvFileIOManager::SetLastUsedReader(IZvReadFileClass *readClass)
 
 HRESULT CZvFileIOManager::SetLastUsedRenderer(IZvRenderFileClass *renderClass)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::SetLastUsedRenderer");
     DWORD index = 0;
     if (renderClass && SUCCEEDED(renderClass->GetClassId(&index)))
         m_nLastUsedRenderer = (LONG)index;
@@ -306,16 +322,19 @@ HRESULT CZvFileIOManager::SetLastUsedRenderer(IZvRenderFileClass *renderClass)
 
 HRESULT CZvFileIOManager::GetLastUsedReader(IZvReadFileClass **readClass)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetLastUsedReader");
     return GetReaderClass(readClass, m_nLastUsedReader);
 }
 
 HRESULT CZvFileIOManager::GetLastUsedRenderer(IZvRenderFileClass **renderClass)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetLastUsedRenderer");
     return GetRendererClass(renderClass, m_nLastUsedRenderer);
 }
 
 STDMETHODIMP CZvFileIOManager::GetPluginCount(LONG *count)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetPluginCount");
     LONG n = m_pPluginList ? m_pPluginList->count : 0;
     if (count)
         *count = n;
@@ -324,6 +343,7 @@ STDMETHODIMP CZvFileIOManager::GetPluginCount(LONG *count)
 
 STDMETHODIMP CZvFileIOManager::GetPluginEnum(IZvFIOPluginEnum **plugins)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetPluginEnum");
     if (!plugins)
         return E_POINTER;
     *plugins = m_pPluginEnum;
@@ -335,6 +355,7 @@ STDMETHODIMP CZvFileIOManager::GetPluginEnum(IZvFIOPluginEnum **plugins)
 
 STDMETHODIMP CZvFileIOManager::GetPluginInfo(REFGUID pluginClassId, ZVFIO_PLUGINDESC *desc)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetPluginInfo");
     if (!m_pPluginEnum)
         return E_FAIL;
     return m_pPluginEnum->GetInfo(pluginClassId, desc);
@@ -342,6 +363,7 @@ STDMETHODIMP CZvFileIOManager::GetPluginInfo(REFGUID pluginClassId, ZVFIO_PLUGIN
 
 STDMETHODIMP CZvFileIOManager::IsPluginLoaded(REFGUID pluginClassId)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::IsPluginLoaded");
     if (!m_pPluginEnum)
         return E_FAIL;
     ZVFIO_PLUGINDESC desc;
@@ -354,6 +376,7 @@ STDMETHODIMP CZvFileIOManager::IsPluginLoaded(REFGUID pluginClassId)
 // parts of the manager; until those exist these answer E_NOTIMPL.
 STDMETHODIMP CZvFileIOManager::OpenReader(LPCWSTR, IZvReadFile **file, DWORD)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::OpenReader");
     if (file)
         *file = NULL;
     return E_NOTIMPL;
@@ -361,6 +384,7 @@ STDMETHODIMP CZvFileIOManager::OpenReader(LPCWSTR, IZvReadFile **file, DWORD)
 
 STDMETHODIMP CZvFileIOManager::OpenReaderEx(LPCWSTR, IZvReadFile **file, REFGUID, DWORD)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::OpenReaderEx");
     if (file)
         *file = NULL;
     return E_NOTIMPL;
@@ -368,6 +392,7 @@ STDMETHODIMP CZvFileIOManager::OpenReaderEx(LPCWSTR, IZvReadFile **file, REFGUID
 
 STDMETHODIMP CZvFileIOManager::IdentifyFileType(UINT64, LPCWSTR, LONG *readerIndex, DWORD)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::IdentifyFileType");
     if (readerIndex)
         *readerIndex = -1;
     return E_NOTIMPL;
@@ -375,6 +400,7 @@ STDMETHODIMP CZvFileIOManager::IdentifyFileType(UINT64, LPCWSTR, LONG *readerInd
 
 STDMETHODIMP CZvFileIOManager::IdentifyFileTypeSlow(LPCWSTR, LONG *readerIndex)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::IdentifyFileTypeSlow");
     if (readerIndex)
         *readerIndex = -1;
     return E_NOTIMPL;
@@ -385,6 +411,7 @@ STDMETHODIMP CZvFileIOManager::IsOpenProgressNeeded(LPCWSTR, DWORD) { return S_F
 STDMETHODIMP CZvFileIOManager::EditTemplate(UINT64, IZvRenderFileClass *, DWORD, IStream *, PCZVTEMPLATE,
                                             PCZVTEMPLATE, LPCWSTR, PZVTEMPLATE *edited)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::EditTemplate");
     if (edited)
         *edited = NULL;
     return E_NOTIMPL;
@@ -392,6 +419,7 @@ STDMETHODIMP CZvFileIOManager::EditTemplate(UINT64, IZvRenderFileClass *, DWORD,
 
 STDMETHODIMP CZvFileIOManager::GetFilterBuilder(IUnknown **builder)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetFilterBuilder");
     if (builder)
         *builder = NULL;
     return E_NOTIMPL;
@@ -399,6 +427,7 @@ STDMETHODIMP CZvFileIOManager::GetFilterBuilder(IUnknown **builder)
 
 STDMETHODIMP CZvFileIOManager::GetFilterBuilder2(REFIID, IUnknown **builder)
 {
+    ZVFIO_SCOPE("CZvFileIOManager::GetFilterBuilder2");
     if (builder)
         *builder = NULL;
     return E_NOTIMPL;
