@@ -1,5 +1,7 @@
 // Kernel start and end, processor detection and the process time base.
 #include "zvkernel.h"
+#include "zvlang.h"
+#include "zvprintf.h"
 #include <intrin.h>
 #include <cpuid.h>
 #include <math.h>
@@ -307,12 +309,17 @@ ZVAPI BOOL ZvKernel_EarlyInitialize(HINSTANCE module, DWORD flags, LPVOID)
 
     ResetColors();
     ReadDisplayDepth();
+    ZvPrintF_InitTokens();
+    BOOL langOpened = SUCCEEDED(ZvLang_OpenKernelLang(module));
+    ZvLang_GetInternationals(nullptr, 0);
     EnsureTimeBase();
-    return TRUE;
+    return langOpened;
 }
 
 ZVAPI BOOL ZvKernel_LateTerminate(HINSTANCE, DWORD)
 {
+    ZvLang_CloseKernelLang();
+    ZvPrintF_FreeTokens();
     for (int i = 0; i < 53; i++) {
         if (g_kernel.brushes[i]) {
             DeleteObject(g_kernel.brushes[i]);

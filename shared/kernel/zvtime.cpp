@@ -1,5 +1,6 @@
 // Timecode, HMSF, music time and their text forms.
 #include "zvtime.h"
+#include "zvlang.h"
 #include <math.h>
 #include <stdarg.h>
 #include <wchar.h>
@@ -49,13 +50,20 @@ struct Separators {
     WCHAR whole[8], nonDrop[8], drop[8], measureBeat[8], beatTick[8];
 };
 
+// The user's separators; a locale record without them keeps the defaults.
+void GetSeparator(int selector, WCHAR *out, const WCHAR *fallback)
+{
+    if (ZvGetInatN(selector, out, 8) <= 0)
+        wcscpy(out, fallback);
+}
+
 void GetSeparators(Separators *s)
 {
-    wcscpy(s->whole, L":");
-    wcscpy(s->nonDrop, L".");
-    wcscpy(s->drop, L",");
-    wcscpy(s->measureBeat, L".");
-    wcscpy(s->beatTick, L".");
+    GetSeparator(ZVINAT_TC_WHOLE, s->whole, L":");
+    GetSeparator(ZVINAT_TC_NONDROP, s->nonDrop, L".");
+    GetSeparator(ZVINAT_TC_DROP, s->drop, L",");
+    GetSeparator(ZVINAT_MEASUREBEAT, s->measureBeat, L".");
+    GetSeparator(ZVINAT_BEATTICK, s->beatTick, L".");
 }
 
 // Appends formatted text at *pos; false when it does not fit.

@@ -2,6 +2,8 @@
 #include <stdio.h>
 #include "testutil.h"
 #include "zvkernel.h"
+#include "zvlang.h"
+#include "zvprintf.h"
 
 namespace {
 // Restores the allowed and forced words a test changed.
@@ -57,9 +59,17 @@ TEST(KernelStart, StartAndEndKeepModuleAndErrorMode)
     EXPECT_FALSE(ZvKernel_UserPrefChanges(nullptr, WM_PAINT, 0, 0));
     EXPECT_GT(ZvKernel_GetDisplayDepth(), 0);
 
+    // The kernel's language and the token table exist between start and end.
+    EXPECT_NE(ZvLang_GetKernelLang(), nullptr);
+    EXPECT_TRUE(ZvPrintF_AddToken(L"KernelTestToken", L"v"));
+    WCHAR value[8];
+    EXPECT_EQ(ZvPrintF_GetToken(L"KernelTestToken", value, 8), 1);
     EXPECT_TRUE(ZvKernel_LateTerminate(nullptr, 0));
     EXPECT_EQ(ZvKernel_GetAppKernel(), nullptr);
+    EXPECT_EQ(ZvLang_GetKernelLang(), nullptr);
     EXPECT_TRUE(ZvKernel_EarlyInitialize(self, 0, nullptr));
+    EXPECT_EQ(ZvPrintF_GetToken(L"KernelTestToken", value, 8), -1);
+    EXPECT_NE(ZvLang_GetKernelLang(), nullptr);
 }
 
 TEST(KernelCpu, WordsAreConsistent)
