@@ -1,12 +1,27 @@
 // The surrogate object and its factory, in this process: identities, bad
 // arguments and the module lock that the object holds.
 #include "vantry.h"
+#include "zvproxy.h"
 #include <gtest/gtest.h>
 
 namespace {
 
 class VantryObject : public ::testing::Test {
 protected:
+    static void SetUpTestSuite()
+    {
+        CoInitializeEx(NULL, COINIT_MULTITHREADED);
+        // the global interface table marshals through the proxies
+        ZvProxy_Register();
+        static INIT_ONCE once = INIT_ONCE_STATIC_INIT;
+        InitOnceExecuteOnce(&once, [](INIT_ONCE *, void *, void **) -> BOOL { vantry_module_init(); return TRUE; },
+                            NULL, NULL);
+    }
+    static void TearDownTestSuite()
+    {
+        ZvProxy_Unregister();
+        CoUninitialize();
+    }
     void SetUp() override
     {
         // keeps the server count above zero, so no test here ends "the server"
@@ -126,6 +141,27 @@ TEST_F(VantryObject, LockServerCountsOnTheModule)
     EXPECT_EQ(base_ + 2, vantry_module_get_lock_count());
     EXPECT_EQ(S_OK, IClassFactory_LockServer(factory_, FALSE));
     EXPECT_EQ(base_ + 1, vantry_module_get_lock_count());
+}
+
+TEST_F(VantryObject, ModuleKeepsOneGlobalInterfaceTable)
+{
+    IGlobalInterfaceTable *git1 = NULL, *git2 = NULL;
+    EXPECT_EQ(E_POINTER, vantry_module_get_git(NULL));
+    ASSERT_EQ(S_OK, vantry_module_get_git(&git1));
+    ASSERT_EQ(S_OK, vantry_module_get_git(&git2));
+    EXPECT_EQ(git1, git2);
+    // usable: the object goes in and comes back out
+    DWORD cookie = 0;
+    ASSERT_EQ(S_OK, IGlobalInterfaceTable_RegisterInterfaceInGlobal(git1, (IUnknown *)object_,
+                                                                    IID_IZvFileIOManagerSurrogate, &cookie));
+    IZvFileIOManagerSurrogate *back = NULL;
+    EXPECT_EQ(S_OK, IGlobalInterfaceTable_GetInterfaceFromGlobal(git2, cookie, IID_IZvFileIOManagerSurrogate,
+                                                                 (void **)&back));
+    if (back)
+        IZvFileIOManagerSurrogate_Release(back);
+    EXPECT_EQ(S_OK, IGlobalInterfaceTable_RevokeInterfaceFromGlobal(git1, cookie));
+    IGlobalInterfaceTable_Release(git1);
+    IGlobalInterfaceTable_Release(git2);
 }
 
 } // namespace

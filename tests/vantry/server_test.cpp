@@ -156,6 +156,24 @@ TEST_F(VantryServer, ASecondClientOfTheSameClassIsRefusedAfterTheEnd)
     EXPECT_EQ(NULL, late);
 }
 
+TEST_F(VantryServer, ConnectingToNoSurrogateRunsIntoItsLimit)
+{
+    IUnknown *unk = (IUnknown *)1;
+    EXPECT_EQ(E_POINTER, Vantry_Connect(GetCurrentProcessId(), NULL, 2, IID_IUnknown, NULL));
+    // this process serves no surrogate class
+    ULONGLONG start = nowMs();
+    EXPECT_EQ(REGDB_E_CLASSNOTREG, Vantry_Connect(GetCurrentProcessId(), NULL, 2, IID_IUnknown, (void **)&unk));
+    EXPECT_EQ(NULL, unk);
+    EXPECT_GE(nowMs() - start, 95u) << "no pause between the attempts";
+    // an ended surrogate is given up at once
+    SurrogateGuard guard;
+    ASSERT_EQ(S_OK, launchWith(L"/RegServer", guard));
+    ASSERT_EQ(0u, guard.waitExit(10000));
+    start = nowMs();
+    EXPECT_EQ(CO_E_SERVER_EXEC_FAILURE, Vantry_Connect(guard.pid(), guard.handle(), 100, IID_IUnknown, (void **)&unk));
+    EXPECT_LT(nowMs() - start, 2000u);
+}
+
 // The client of the test below: launches a surrogate, reaches it, reports its
 // process id, then dies without releasing anything.
 ZVTEST_CHILD(vantry_client)
