@@ -79,20 +79,6 @@ void Vantry_ControlsTerminate(HINSTANCE instance, DWORD flags)
     (void)instance; (void)flags;
 }
 
-/* STAND-IN kernel start and end: nothing to set up yet. */
-
-BOOL Vantry_KernelEarlyInitialize(HINSTANCE instance, DWORD flags, DWORD unused)
-{
-    (void)instance; (void)flags; (void)unused;
-    return TRUE;
-}
-
-BOOL Vantry_KernelLateTerminate(HINSTANCE instance, DWORD unused)
-{
-    (void)instance; (void)unused;
-    return TRUE;
-}
-
 /* STAND-IN language handle: keeps the language id and applies it to the
    process the way the language service will. */
 

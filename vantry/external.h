@@ -1,8 +1,7 @@
 /*
  * Services the start-up of Vantry.exe calls that live outside this folder:
  * the crash reporter (a separate DLL, used when present), the UI controls
- * and, until the kernel library provides them, the kernel start and the
- * language handle.
+ * and, until the kernel library provides it, the language handle.
  */
 #pragma once
 #include <windows.h>
@@ -17,10 +16,6 @@ void Vantry_ErrorReportStopMonitoringProcess(DWORD processId);
    end are empty. */
 void Vantry_ControlsInitialize(HINSTANCE instance, DWORD flags);
 void Vantry_ControlsTerminate(HINSTANCE instance, DWORD flags);
-
-/* STAND-IN: the kernel start and end, until the kernel library has them. */
-BOOL Vantry_KernelEarlyInitialize(HINSTANCE instance, DWORD flags, DWORD unused);
-BOOL Vantry_KernelLateTerminate(HINSTANCE instance, DWORD unused);
 
 /* STAND-IN: the process's language handle, until the language service exists.
    Applies a language from the command line to the process and its threads. */

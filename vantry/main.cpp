@@ -2,6 +2,7 @@
 #include "vantry.h"
 #include "external.h"
 #include "zvproxy.h"
+#include "zvkernel.h"
 #include <omp.h>
 #include <gdiplus.h>
 
@@ -18,7 +19,7 @@ static int run_server(HINSTANCE instance)
     CoInitializeEx(NULL, COINIT_MULTITHREADED);
     Vantry_ErrorReportInitialize(0);
     omp_set_dynamic(1);
-    Vantry_KernelEarlyInitialize(instance, 0, 0);
+    ZvKernel_EarlyInitialize(instance, 0, NULL);
     LANGID lang;
     if (Vantry_ParseLanguage(GetCommandLineW(), &lang))
         Vantry_LanguageApply(instance, lang);
@@ -73,7 +74,7 @@ teardown1:
 teardown2:
     Vantry_ControlsTerminate(instance, 0);
     Vantry_LanguageClose();
-    Vantry_KernelLateTerminate(instance, 0);
+    ZvKernel_LateTerminate(instance, 0);
     Vantry_ErrorReportShutdown();
     ZvProxy_Unregister();
     CoUninitialize();
