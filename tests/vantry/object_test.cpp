@@ -13,9 +13,11 @@ protected:
         CoInitializeEx(NULL, COINIT_MULTITHREADED);
         // the global interface table marshals through the proxies
         ZvProxy_Register();
-        static INIT_ONCE once = INIT_ONCE_STATIC_INIT;
-        InitOnceExecuteOnce(&once, [](INIT_ONCE *, void *, void **) -> BOOL { vantry_module_init(); return TRUE; },
-                            NULL, NULL);
+        static bool module_ready;
+        if (!module_ready) {
+            vantry_module_init();
+            module_ready = true;
+        }
     }
     static void TearDownTestSuite()
     {
