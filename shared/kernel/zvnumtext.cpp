@@ -2,6 +2,7 @@
 // integer and fixed point texts, byte sizes, number parsing tokens, colours.
 #include "zvprintf.h"
 #include "zvprintfint.h"
+#include "zvlang.h"
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -25,13 +26,11 @@ void loadLocale(ZvNumberLocale &l)
 {
     memset(&l, 0, sizeof l);
     localeText(LOCALE_STHOUSAND, l.thousand, 8, &l.thousandLen, L",");
-    localeText(LOCALE_SDECIMAL, l.decimal, 8, &l.decimalLen, L".");
-    // A decimal separator that reads like the thousands separator would make
-    // numbers ambiguous.
-    if (l.thousandLen && wcsncmp(l.thousand, l.decimal, l.thousandLen) == 0) {
-        lstrcpynW(l.decimal, l.thousand[0] == L'.' ? L"," : L".", 8);
-        l.decimalLen = 1;
-    }
+    // The decimal separator as the locale record has it: it never reads like
+    // the thousands separator.
+    l.decimalLen = ZvGetInatN(ZVINAT_DECIMALSEP, l.decimal, 8);
+    if (!l.decimalLen)
+        l.decimalLen = lstrlenW(lstrcpynW(l.decimal, L".", 8));
     wchar_t grouping[32];
     int n = GetLocaleInfoW(LOCALE_USER_DEFAULT, LOCALE_SGROUPING, grouping, 32);
     if (n <= 1)
@@ -276,28 +275,9 @@ int zvprintf_Separator(int selector, wchar_t *buffer, int cch)
 {
     if (!buffer || cch <= 0)
         return 0;
-    buffer[0] = 0;
-    const ZvNumberLocale &loc = zvprintf_NumberLocale();
-    switch (selector) {
-    case 24:
-        lstrcpynW(buffer, loc.decimal, cch);
-        break;
-    case 40:
-    case 60: {
-        int length;
-        localeText(selector == 40 ? LOCALE_SLIST : LOCALE_STIME, buffer, cch, &length,
-                   selector == 40 ? L"," : L":");
-        break;
-    }
-    // The timecode and music time separators are the program's own.
-    case 100: lstrcpynW(buffer, L":", cch); break;
-    case 101: lstrcpynW(buffer, L".", cch); break;
-    case 102: lstrcpynW(buffer, L",", cch); break;
-    case 120:
-    case 121: lstrcpynW(buffer, L".", cch); break;
-    default: break;
-    }
-    return lstrlenW(buffer);
+    // The process locale record keeps all of them, timecode and music time
+    // separators included.
+    return ZvGetInatN(selector, buffer, cch);
 }
 
 int zvprintf_Regroup(const wchar_t *number, int length, wchar_t *buffer, int cch, bool group, bool decimal,

@@ -3,6 +3,7 @@
 #include "zvprintf.h"
 #include "zvprintfint.h"
 #include "zvlist.h"
+#include "zvlang.h"
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -45,6 +46,15 @@ struct Out {
             put(c);
     }
 };
+
+// A user text: plain, a string number below 0x10000 or a language record.
+const wchar_t *userText(const wchar_t *text)
+{
+    ULONG_PTR p = (ULONG_PTR)text;
+    if (!text || (p >= 0x10000 && (p & 3)))
+        return text; // unaligned: plain text for sure
+    return ZvGetStringSmart(nullptr, text);
+}
 
 // --- Token table ----------------------------------------------------------------
 
@@ -407,7 +417,7 @@ int convert(Out &out, const Spec &s, const wchar_t *after, va_list *args)
             const char *text = va_arg(*args, const char *);
             putNarrowString(out, s, text ? text : "(null)");
         } else {
-            const wchar_t *text = va_arg(*args, const wchar_t *);
+            const wchar_t *text = userText(va_arg(*args, const wchar_t *));
             if (!text)
                 text = L"(null)";
             int n = 0;
@@ -552,6 +562,7 @@ void format(Out &out, const wchar_t *fmt, va_list *args)
 
 HRESULT run(wchar_t *buffer, size_t cap, int *written, const wchar_t *fmt, va_list args)
 {
+    fmt = userText(fmt);
     if (written)
         *written = 0;
     if (!buffer && cap)
@@ -580,11 +591,13 @@ const size_t kUnbounded = ((size_t)-1 / sizeof(wchar_t)) / 2;
 
 // --- Text arguments -----------------------------------------------------------------
 
-// A string number (below 0x10000) names a string resource of the program.
+// A user text; a string number the kernel's language does not know (before
+// the kernel started) is looked up in the program's own resources.
 const wchar_t *resolveText(const wchar_t *text, wchar_t *buffer, int cch)
 {
-    if ((ULONG_PTR)text >= 0x10000)
-        return text;
+    const wchar_t *resolved = userText(text);
+    if ((ULONG_PTR)text >= 0x10000 || (resolved && *resolved))
+        return resolved;
     buffer[0] = 0;
     if (text)
         LoadStringW(GetModuleHandleW(nullptr), (UINT)(ULONG_PTR)text, buffer, cch);

@@ -135,6 +135,12 @@ TEST(ZvPrintFFormat, SmallBuffersAndBadArguments)
     EXPECT_EQ(buffer[0], 0);
     EXPECT_EQ(ZvCchPrintF(buffer, -1, &written, L"abc"), E_INVALIDARG);
 
+    // String numbers the program does not have read as empty text.
+    EXPECT_EQ(ZvCchPrintF(buffer, 8, &written, (const wchar_t *)(ULONG_PTR)60001), S_OK);
+    EXPECT_EQ(written, 0);
+    EXPECT_EQ(ZvCchPrintF(buffer, 8, &written, L"<%s>", (const wchar_t *)(ULONG_PTR)60001), S_OK);
+    EXPECT_STREQ(buffer, L"<>");
+
     wchar_t big[64];
     EXPECT_EQ(ZvPrintF(big, L"%s=%d", L"n", 5), 3);
     EXPECT_STREQ(big, L"n=5");
