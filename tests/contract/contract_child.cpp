@@ -13,6 +13,15 @@ static std::wstring eventName(const wchar_t *what, DWORD parentPid)
     return name;
 }
 
+HRESULT InitComOnce()
+{
+    static HRESULT result = [] {
+        HRESULT hr = CoInitializeEx(NULL, COINIT_MULTITHREADED);
+        return FAILED(hr) ? hr : ZvProxy_Register();
+    }();
+    return result;
+}
+
 ChildServer::ChildServer(const char *routine, const std::wstring &marshalFile)
 {
     HANDLE ready = CreateEventW(NULL, TRUE, FALSE, eventName(L"Ready", GetCurrentProcessId()).c_str());

@@ -8,6 +8,11 @@
 
 namespace contracttest {
 
+// Joins the multithreaded apartment for the rest of the process and
+// registers the contract's proxies there once. The apartment is never left:
+// proxy registrations live as long as the apartment does.
+HRESULT InitComOnce();
+
 // Starts this executable as the child `routine` with the marshal file as
 // argument and waits until the object is there. Returns the unmarshalled
 // object (one reference) or null.

@@ -56,21 +56,13 @@ struct UniversalVtbl {
     }
 };
 
-class ComScope {
-public:
-    ComScope() { hr_ = CoInitializeEx(NULL, COINIT_MULTITHREADED); }
-    ~ComScope() { if (SUCCEEDED(hr_)) CoUninitialize(); }
-    HRESULT hr() const { return hr_; }
-private:
-    HRESULT hr_;
-};
 
 } // namespace
 
 ZVTEST_CHILD(contract_universal)
 {
-    ComScope com;
-    ZvProxy_Register();
+    if (FAILED(contracttest::InitComOnce()))
+        return 9;
     static UniversalVtbl vtbl;
     Universal object = {vtbl.slots, 1};
     return contracttest::ServeObject((IUnknown *)&object, argc, argv);
@@ -78,9 +70,7 @@ ZVTEST_CHILD(contract_universal)
 
 TEST(ContractProxies, EveryInterfaceCrossesAProcessBorder)
 {
-    ComScope com;
-    ASSERT_TRUE(SUCCEEDED(com.hr()));
-    ASSERT_TRUE(SUCCEEDED(ZvProxy_Register()));
+    ASSERT_TRUE(SUCCEEDED(contracttest::InitComOnce()));
     zvtest::TempDir dir;
     contracttest::ChildServer child("contract_universal", dir.file(L"object.bin"));
     ASSERT_NE(child.object(), nullptr);

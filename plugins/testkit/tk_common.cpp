@@ -1,0 +1,1103 @@
+// Minimal reader and renderer classes of the test plug-ins, their listing
+// object, class factory and DLL entry points.
+#include "tk_common.h"
+#include <new>
+#include <mmreg.h>
+#include <string.h>
+#include <wchar.h>
+
+static LONG g_objects;
+static HANDLE g_counterMapping;
+static TestkitCounterBlock *g_counters;
+
+void TkCount(TestkitCounter what)
+{
+    if (g_counters)
+        InterlockedIncrement(&g_counters->rows[g_tkModule.row][what]);
+}
+
+namespace {
+
+struct TkObject {
+    LONG ref = 1;
+    TkObject() { InterlockedIncrement(&g_objects); }
+    virtual ~TkObject() { InterlockedDecrement(&g_objects); }
+};
+
+#define TK_REFCOUNT                                                         \
+    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref); } \
+    ULONG STDMETHODCALLTYPE Release() override                              \
+    {                                                                       \
+        LONG r = InterlockedDecrement(&ref);                                \
+        if (r == 0)                                                         \
+            delete this;                                                    \
+        return r;                                                           \
+    }
+
+template <class T>
+HRESULT Hand(T *object, REFIID iid, void **out)
+{
+    if (!object)
+        return E_OUTOFMEMORY;
+    HRESULT hr = object->QueryInterface(iid, out);
+    object->Release();
+    return hr;
+}
+
+const TkClass *FindClass(bool reader)
+{
+    for (int i = 0; i < g_tkModule.classCount; i++)
+        if (g_tkModule.classes[i].reader == reader)
+            return &g_tkModule.classes[i];
+    return nullptr;
+}
+
+bool PreloadPresent()
+{
+    return GetModuleHandleW(L"tk_preloaded.dll") != NULL;
+}
+
+// A handle of another process made usable here; closes what it made.
+class ForeignHandle {
+public:
+    ForeignHandle(UINT64 wire, DWORD processId)
+    {
+        HANDLE h = ZvSdk_WireToHandle(wire);
+        if (h == INVALID_HANDLE_VALUE || h == NULL)
+            return;
+        if (processId == 0 || processId == GetCurrentProcessId()) {
+            handle_ = h;
+            return;
+        }
+        HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, processId);
+        if (process) {
+            if (DuplicateHandle(process, h, GetCurrentProcess(), &handle_, 0, FALSE,
+                                DUPLICATE_SAME_ACCESS))
+                owned_ = true;
+            else
+                handle_ = NULL;
+            CloseHandle(process);
+        }
+    }
+    ~ForeignHandle()
+    {
+        if (owned_)
+            CloseHandle(handle_);
+    }
+    HANDLE get() const { return handle_; }
+private:
+    HANDLE handle_ = NULL;
+    bool owned_ = false;
+};
+
+// Reads up to size bytes from offset 0 without disturbing more than needed.
+DWORD ReadHead(HANDLE file, void *buffer, DWORD size)
+{
+    OVERLAPPED at = {};
+    DWORD got = 0;
+    if (!ReadFile(file, buffer, size, &got, &at))
+        return 0;
+    return got;
+}
+
+bool ExtensionMatches(const wchar_t *path, const wchar_t *patterns)
+{
+    const wchar_t *dot = wcsrchr(path, L'.');
+    const wchar_t *slash = wcsrchr(path, L'\\');
+    if (!dot || (slash && dot < slash))
+        return false;
+    for (const wchar_t *p = patterns; *p;) {
+        const wchar_t *end = wcschr(p, L';');
+        size_t len = end ? (size_t)(end - p) : wcslen(p);
+        if (len > 1 && p[0] == L'*' && wcslen(dot) == len - 1 &&
+            _wcsnicmp(dot, p + 1, len - 1) == 0)
+            return true;
+        p += len + (end ? 1 : 0);
+    }
+    return false;
+}
+
+// Bytes into the memory a token names: in this process, through a mapping
+// of the owner, or into the owner's own memory.
+HRESULT WriteToken(const _zvmemorytoken &t, const void *data, DWORD size)
+{
+    if (size > t.cbData)
+        return ZVERR_BUFFER_TOO_SMALL;
+    if (size == 0)
+        return S_OK;
+    if (t.dwProcessId == GetCurrentProcessId()) {
+        memcpy((BYTE *)(ULONG_PTR)t.qwBase + t.dwOffset, data, size);
+        return S_OK;
+    }
+    HRESULT hr = E_FAIL;
+    if (t.dwKind == ZVMEMTOKEN_KIND_MAPPING) {
+        HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId);
+        HANDLE mapping = NULL;
+        if (process && DuplicateHandle(process, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(),
+                                       &mapping, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+            BYTE *view = (BYTE *)MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, t.dwOffset + size);
+            if (view) {
+                memcpy(view + t.dwOffset, data, size);
+                UnmapViewOfFile(view);
+                hr = S_OK;
+            }
+            CloseHandle(mapping);
+        }
+        if (process)
+            CloseHandle(process);
+    } else if (t.dwKind == ZVMEMTOKEN_KIND_LOCAL) {
+        HANDLE process = OpenProcess(PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, t.dwProcessId);
+        SIZE_T done = 0;
+        if (process && WriteProcessMemory(process, (BYTE *)(ULONG_PTR)t.qwBase + t.dwOffset, data,
+                                          size, &done) && done == size)
+            hr = S_OK;
+        if (process)
+            CloseHandle(process);
+    } else {
+        hr = E_INVALIDARG;
+    }
+    return hr;
+}
+
+void FillAudioFormat(_ZVFILESTREAMFORMATINFOv2 *f, LONGLONG frames)
+{
+    memset(f, 0, sizeof(*f));
+    f->cbSize = sizeof(*f);
+    f->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+    f->llLength = frames;
+    WAVEFORMATEX wf = {};
+    wf.wFormatTag = WAVE_FORMAT_PCM;
+    wf.nChannels = TK_CHANNELS;
+    wf.nSamplesPerSec = TK_SAMPLE_RATE;
+    wf.wBitsPerSample = 16;
+    wf.nBlockAlign = TK_CHANNELS * 2;
+    wf.nAvgBytesPerSec = TK_SAMPLE_RATE * TK_CHANNELS * 2;
+    memcpy(f->format, &wf, sizeof(wf));
+}
+
+HRESULT InfoTexts(const TkClass *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
+{
+    if (count < 0)
+        return E_INVALIDARG;
+    if (count > 0 && (!ids || !texts))
+        return E_POINTER;
+    for (LONG i = 0; i < count; i++)
+        texts[i] = NULL;
+    for (LONG i = 0; i < count; i++) {
+        const wchar_t *text = nullptr;
+        switch (ids[i]) {
+        case ZVFIO_INFOTEXT_SHORTNAME: text = cls->shortName; break;
+        case ZVFIO_INFOTEXT_READEXTENSIONS: text = cls->reader ? cls->extensions : L""; break;
+        case ZVFIO_INFOTEXT_DESCRIPTION: text = cls->name; break;
+        case ZVFIO_INFOTEXT_EXTENSIONS: text = cls->extensions; break;
+        case ZVFIO_INFOTEXT_PLUGINNAME: text = cls->name; break;
+        default: break;
+        }
+        if (text && !(texts[i] = SysAllocString(text))) {
+            for (LONG j = 0; j < i; j++) {
+                SysFreeString(texts[j]);
+                texts[j] = NULL;
+            }
+            return E_OUTOFMEMORY;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT PluginStatus(HRESULT *status, BSTR *message)
+{
+    if (!status)
+        return E_POINTER;
+    *status = S_OK;
+    if (message) {
+        *message = SysAllocString(L"ready");
+        if (!*message)
+            return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+class TkRenderClass;
+class TkReadClass;
+HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **out);
+
+// ---------------------------------------------------------------- reader
+
+class TkReadFile;
+
+class TkAudioStream : public IZvReadAudioStream, TkObject {
+public:
+    TkAudioStream(TkReadFile *file, LONGLONG frames);
+    ~TkAudioStream();
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadStream) ||
+            IsEqualIID(iid, IID_IZvReadAudioStream)) {
+            *out = static_cast<IZvReadAudioStream *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override;
+    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override;
+    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
+    {
+        if (!type)
+            return E_POINTER;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
+    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
+    {
+        if (!samples)
+            return E_POINTER;
+        *samples = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        FillAudioFormat(format, frames_);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        return GetStreamFormatInfo(format);
+    }
+    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
+    {
+        if (!sample)
+            return E_POINTER;
+        *sample = next_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
+                                          DWORD sampleCount, DWORD *samplesRead) override
+    {
+        if (!samplesRead)
+            return E_POINTER;
+        *samplesRead = 0;
+        LONGLONG position = ((LONGLONG)positionHigh << 32) | positionLow;
+        if (position < 0)
+            return E_INVALIDARG;
+        if ((ULONGLONG)sampleCount * 4 > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        if (position >= frames_)
+            return S_FALSE;
+        DWORD n = (DWORD)((frames_ - position) < sampleCount ? (frames_ - position) : sampleCount);
+        short *data = (short *)HeapAlloc(GetProcessHeap(), 0, (SIZE_T)n * 4 + 4);
+        if (!data)
+            return E_OUTOFMEMORY;
+        for (DWORD i = 0; i < n; i++) {
+            data[2 * i] = (short)(2 * (position + i));
+            data[2 * i + 1] = (short)(2 * (position + i) + 1);
+        }
+        HRESULT hr = WriteToken(buffer, data, n * 4);
+        HeapFree(GetProcessHeap(), 0, data);
+        if (SUCCEEDED(hr)) {
+            *samplesRead = n;
+            next_ = position + n;
+        }
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
+    {
+        if (!bytesPerSample)
+            return E_POINTER;
+        *bytesPerSample = TK_CHANNELS * 2;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+
+private:
+    TkReadFile *file_;
+    LONGLONG frames_;
+    LONGLONG next_ = 0;
+};
+
+class TkReadFile : public IZvReadFile, TkObject {
+public:
+    TkReadFile(IZvReadFileClass *owner, BSTR name, LONGLONG size, LONGLONG frames)
+        : owner_(owner), name_(name), size_(size), frames_(frames)
+    {
+        owner_->AddRef();
+    }
+    ~TkReadFile()
+    {
+        owner_->Release();
+        SysFreeString(name_);
+    }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadFile)) {
+            *out = static_cast<IZvReadFile *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
+    {
+        if (!readClass)
+            return E_POINTER;
+        *readClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
+    {
+        if (!sibling)
+            return E_POINTER;
+        *sibling = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = SysAllocString(name_);
+        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        *length = size_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream,
+                                                  DWORD) override
+    {
+        if (!format)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        FillAudioFormat(format, frames_);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
+    {
+        if (!type || !value)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        *value = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG streamIndex, DWORD streamType,
+                                         DWORD, DWORD) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = nullptr;
+        if (streamIndex != 0 || (streamType != 0 && streamType != ZVFILESTREAMTYPE_AUDIO))
+            return E_INVALIDARG;
+        return Hand(new (std::nothrow) TkAudioStream(this, frames_), IID_IZvReadStream, (void **)stream);
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *length = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
+    {
+        if (!meta)
+            return E_POINTER;
+        *meta = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
+
+private:
+    IZvReadFileClass *owner_;
+    BSTR name_;
+    LONGLONG size_;
+    LONGLONG frames_;
+};
+
+TkAudioStream::TkAudioStream(TkReadFile *file, LONGLONG frames) : file_(file), frames_(frames)
+{
+    file_->AddRef();
+}
+
+TkAudioStream::~TkAudioStream()
+{
+    file_->Release();
+}
+
+HRESULT STDMETHODCALLTYPE TkAudioStream::GetClass(IZvReadFileClass **readClass)
+{
+    return file_->GetClass(readClass);
+}
+
+HRESULT STDMETHODCALLTYPE TkAudioStream::GetFile(IZvReadFile **file)
+{
+    if (!file)
+        return E_POINTER;
+    *file = file_;
+    file_->AddRef();
+    return S_OK;
+}
+
+// Common part of both class objects: id word and manager.
+struct TkClassState {
+    DWORD id = 0;
+    IZvFileIOManager *manager = nullptr;
+    ~TkClassState()
+    {
+        if (manager)
+            manager->Release();
+    }
+    HRESULT setManager(IZvFileIOManager *m)
+    {
+        if (m)
+            m->AddRef();
+        if (manager)
+            manager->Release();
+        manager = m;
+        return S_OK;
+    }
+    HRESULT getManager(IZvFileIOManager **out)
+    {
+        if (!out)
+            return E_POINTER;
+        *out = manager;
+        if (!manager)
+            return E_FAIL;
+        manager->AddRef();
+        return S_OK;
+    }
+};
+
+class TkReadClass : public IZvReadFileClass, TkObject {
+public:
+    explicit TkReadClass(const TkClass *cls) : cls_(cls) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadFileClass)) {
+            *out = static_cast<IZvReadFileClass *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
+    {
+        state_.id = id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
+    {
+        if (!id)
+            return E_POINTER;
+        *id = state_.id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override { return state_.setManager(manager); }
+    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override { return state_.getManager(manager); }
+    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
+    {
+        if (!classGuid)
+            return E_POINTER;
+        *classGuid = *cls_->clsid;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *streamMask) override
+    {
+        if (!streamMask)
+            return E_POINTER;
+        *streamMask = ZVFIO_STREAMMASK_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
+    {
+        if (!flags)
+            return E_POINTER;
+        *flags = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = nullptr;
+        return NewCompanion(false, state_.manager, IID_IZvRenderFileClass, (void **)renderClass);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
+                                          BSTR *texts) override
+    {
+        return InfoTexts(cls_, ids, count, texts);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE IdentifyFile(const ZVFIO_IDENTIFYINFO *info) override
+    {
+        TkCount(TK_IDENTIFY);
+        if (!info)
+            return E_POINTER;
+        if (info->cbSize < sizeof(ZVFIO_IDENTIFYINFO))
+            return E_INVALIDARG;
+        size_t magicLength = strlen(cls_->magic);
+        bool mine = false;
+        if (info->pChunk && info->cbChunk >= magicLength) {
+            mine = memcmp(info->pChunk, cls_->magic, magicLength) == 0;
+        } else if (info->pChunk) {
+            mine = false; // too short to carry the magic
+        } else if (info->hFile != ~(UINT64)0 && info->hFile != 0) {
+            ForeignHandle file(info->hFile, info->dwProcessId);
+            char head[8] = {};
+            if (!file.get())
+                return E_HANDLE;
+            mine = ReadHead(file.get(), head, (DWORD)magicLength) == magicLength &&
+                   memcmp(head, cls_->magic, magicLength) == 0;
+        } else if (info->pszPath) {
+            mine = ExtensionMatches(info->pszPath, cls_->extensions);
+        } else {
+            return E_INVALIDARG;
+        }
+        if (mine && cls_->needsPreload && !PreloadPresent())
+            return ZVERR_PLUGIN_NOT_INITIALIZED;
+        return mine ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
+    }
+    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **file, UINT64 fileHandle, DWORD processId,
+                                       LPCWSTR name, BOOL) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        if (cls_->needsPreload && !PreloadPresent())
+            return ZVERR_PLUGIN_NOT_INITIALIZED;
+        HANDLE opened = INVALID_HANDLE_VALUE;
+        ForeignHandle given(fileHandle, processId);
+        HANDLE h = given.get();
+        if (!h) {
+            // no handle: open the name, without its moniker tail
+            if (!name || !*name)
+                return E_INVALIDARG;
+            wchar_t path[MAX_PATH];
+            size_t n = wcscspn(name, L"?");
+            if (n >= MAX_PATH)
+                return ZVERR_BUFFER_TOO_SMALL;
+            wcsncpy(path, name, n);
+            path[n] = 0;
+            opened = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL,
+                                 OPEN_EXISTING, 0, NULL);
+            if (opened == INVALID_HANDLE_VALUE)
+                return HRESULT_FROM_WIN32(GetLastError());
+            h = opened;
+        }
+        unsigned char head[8] = {};
+        size_t magicLength = strlen(cls_->magic);
+        DWORD got = ReadHead(h, head, sizeof(head));
+        LARGE_INTEGER size = {};
+        GetFileSizeEx(h, &size);
+        if (opened != INVALID_HANDLE_VALUE)
+            CloseHandle(opened);
+        if (got < magicLength || memcmp(head, cls_->magic, magicLength) != 0)
+            return ZVERR_UNSUPPORTED_FORMAT;
+        DWORD frames = 0;
+        if (got >= 8)
+            memcpy(&frames, head + 4, 4);
+        BSTR copy = name ? SysAllocString(name) : NULL;
+        if (name && !copy)
+            return E_OUTOFMEMORY;
+        TkCount(TK_OPEN);
+        return Hand(new (std::nothrow) TkReadFile(this, copy, size.QuadPart, frames), IID_IZvReadFile,
+                    (void **)file);
+    }
+    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **, IStream *, LPCWSTR, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        return PluginStatus(status, message);
+    }
+
+private:
+    const TkClass *cls_;
+    TkClassState state_;
+};
+
+// ---------------------------------------------------------------- renderer
+
+class TkRenderFile : public IZvRenderFile, TkObject {
+public:
+    TkRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name) : owner_(owner), file_(file), name_(name)
+    {
+        owner_->AddRef();
+    }
+    ~TkRenderFile()
+    {
+        Close();
+        owner_->Release();
+        SysFreeString(name_);
+    }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvRenderFile)) {
+            *out = static_cast<IZvRenderFile *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = SysAllocString(name_);
+        return *name ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG stream, _ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        FillAudioFormat(format, 0);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE BeginWrite(DWORD) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE WriteSamples(LONG, _zvmemorytoken, DWORD, DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetProgress(DWORD *perMille) override
+    {
+        if (!perMille)
+            return E_POINTER;
+        *perMille = 1000;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE EndWrite(DWORD) override { return Close(); }
+    HRESULT STDMETHODCALLTYPE Abort() override { return Close(); }
+    HRESULT STDMETHODCALLTYPE Close() override
+    {
+        if (file_ != INVALID_HANDLE_VALUE) {
+            CloseHandle(file_);
+            file_ = INVALID_HANDLE_VALUE;
+        }
+        return S_OK;
+    }
+
+private:
+    IZvRenderFileClass *owner_;
+    HANDLE file_;
+    BSTR name_;
+};
+
+class TkRenderClass : public IZvRenderFileClass, TkObject {
+public:
+    explicit TkRenderClass(const TkClass *cls) : cls_(cls) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvRenderFileClass)) {
+            *out = static_cast<IZvRenderFileClass *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
+    {
+        state_.id = id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
+    {
+        if (!id)
+            return E_POINTER;
+        *id = state_.id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override { return state_.setManager(manager); }
+    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override { return state_.getManager(manager); }
+    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
+    {
+        if (!classGuid)
+            return E_POINTER;
+        *classGuid = *cls_->clsid;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *streamMask) override
+    {
+        if (!streamMask)
+            return E_POINTER;
+        *streamMask = ZVFIO_STREAMMASK_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
+    {
+        if (!flags)
+            return E_POINTER;
+        *flags = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **readClass) override
+    {
+        if (!readClass)
+            return E_POINTER;
+        *readClass = nullptr;
+        return NewCompanion(true, state_.manager, IID_IZvReadFileClass, (void **)readClass);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
+                                          BSTR *texts) override
+    {
+        return InfoTexts(cls_, ids, count, texts);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateFile(IZvRenderFile **file, LPCWSTR path, PCZVTEMPLATE, DWORD,
+                                         DWORD) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        if (!path || !*path)
+            return E_INVALIDARG;
+        HANDLE h = ::CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, NULL, CREATE_ALWAYS, 0, NULL);
+        if (h == INVALID_HANDLE_VALUE)
+            return HRESULT_FROM_WIN32(GetLastError());
+        unsigned char head[8] = {};
+        memcpy(head, TK_MAGIC_DUAL, 4);
+        DWORD put = 0;
+        WriteFile(h, head, sizeof(head), &put, NULL);
+        BSTR name = SysAllocString(path);
+        if (!name) {
+            CloseHandle(h);
+            return E_OUTOFMEMORY;
+        }
+        return Hand(new (std::nothrow) TkRenderFile(this, h, name), IID_IZvRenderFile, (void **)file);
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = TK_RENDERER_PRESETS;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        if (index < 0 || index >= TK_RENDERER_PRESETS)
+            return E_INVALIDARG;
+        const DWORD capacity = 32;
+        tagZVTEMPLATExV2 *t = ZvSdk_AllocTemplate(ZVTEMPLATE_HEADER_SIZE + 2 * capacity);
+        if (!t)
+            return E_OUTOFMEMORY;
+        t->dwPresetId = (DWORD)index + 1;
+        t->rendererClass = *cls_->clsid;
+        t->templateId = *cls_->clsid;
+        t->templateId.Data4[7] ^= (BYTE)(index + 1);
+        DWORD blockSize = 200, streams = 1;
+        memcpy(t->audio, &blockSize, 4);
+        memcpy(t->audio + 4, &streams, 4);
+        t->dwTextCapacity = capacity;
+        wchar_t *text = (wchar_t *)((BYTE *)t + ZVTEMPLATE_HEADER_SIZE);
+        _snwprintf(text, capacity - 2, L"Testkit preset %ld", (long)index + 1);
+        *templ = t;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID, PZVTEMPLATE *templ) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE templ) override
+    {
+        if (!templ)
+            return E_INVALIDARG;
+        return IsEqualGUID(templ->rendererClass, *cls_->clsid) ? S_OK : ZVERR_TEMPLATE_REFUSED;
+    }
+    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
+                                               DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
+            return E_INVALIDARG;
+        tagZVTEMPLATExV2 *copy = (tagZVTEMPLATExV2 *)malloc(source->dwSize);
+        if (!copy)
+            return E_OUTOFMEMORY;
+        memcpy(copy, source, source->dwSize);
+        *result = copy;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE templ, BYTE *buffer, DWORD size,
+                                              DWORD infoId) override
+    {
+        if (!templ || !buffer || size == 0)
+            return E_INVALIDARG;
+        if (size < 4)
+            return ZVERR_BUFFER_TOO_SMALL;
+        memset(buffer, 0, size);
+        DWORD value;
+        switch (infoId) {
+        case 3: value = TK_SAMPLE_RATE * TK_CHANNELS * 16; break;          // audio bits per second
+        case 0x17: value = IsEqualGUID(templ->rendererClass, *cls_->clsid); break; // usable here
+        default: return S_FALSE;
+        }
+        memcpy(buffer, &value, 4);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
+    {
+        if (!page)
+            return E_POINTER;
+        *page = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
+    {
+        if (!index)
+            return E_POINTER;
+        *index = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        return PluginStatus(status, message);
+    }
+
+private:
+    const TkClass *cls_;
+    TkClassState state_;
+};
+
+// The other class of the same DLL, if it has one.
+HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **out)
+{
+    const TkClass *cls = FindClass(reader);
+    if (!cls)
+        return E_NOINTERFACE;
+    if (reader) {
+        TkReadClass *c = new (std::nothrow) TkReadClass(cls);
+        if (c)
+            c->SetManager(manager);
+        return Hand(c, iid, out);
+    }
+    TkRenderClass *c = new (std::nothrow) TkRenderClass(cls);
+    if (c)
+        c->SetManager(manager);
+    return Hand(c, iid, out);
+}
+
+// ---------------------------------------------------------------- listing
+
+class TkListing : public IZvUnsharedFIOPluginInfo, TkObject {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvUnsharedFIOPluginInfo)) {
+            *out = static_cast<IZvUnsharedFIOPluginInfo *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = g_tkModule.classCount;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (index < 0 || index >= g_tkModule.classCount)
+            return E_INVALIDARG;
+        const TkClass &cls = g_tkModule.classes[index];
+        memset(info, 0, sizeof(*info));
+        info->classId = *cls.clsid;
+        wcsncpy(info->name, cls.name, 259);
+        info->dwAccess = cls.reader ? ZVFIO_ACCESS_READER : ZVFIO_ACCESS_RENDERER;
+        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+        info->dwVersionMajor = 1;
+        return S_OK;
+    }
+};
+
+// ---------------------------------------------------------------- factory
+
+class TkFactory : public IClassFactory, TkObject {
+public:
+    explicit TkFactory(const TkClass *cls) : cls_(cls) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+            *out = static_cast<IClassFactory *>(this);
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    TK_REFCOUNT
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        *out = nullptr;
+        if (outer)
+            return CLASS_E_NOAGGREGATION;
+        if (!cls_)
+            return Hand(new (std::nothrow) TkListing, iid, out);
+        if (cls_->reader)
+            return Hand(new (std::nothrow) TkReadClass(cls_), iid, out);
+        return Hand(new (std::nothrow) TkRenderClass(cls_), iid, out);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock)
+            InterlockedIncrement(&g_objects);
+        else
+            InterlockedDecrement(&g_objects);
+        return S_OK;
+    }
+
+private:
+    const TkClass *cls_; // null: the listing object
+};
+
+} // namespace
+
+// ---------------------------------------------------------------- exports
+
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = nullptr;
+    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo)) {
+        TkCount(TK_LISTING);
+        if (g_tkModule.listingFails)
+            return CLASS_E_CLASSNOTAVAILABLE;
+        return Hand(new (std::nothrow) TkFactory(nullptr), iid, out);
+    }
+    for (int i = 0; i < g_tkModule.classCount; i++) {
+        if (IsEqualCLSID(clsid, *g_tkModule.classes[i].clsid)) {
+            TkCount(TK_CLASSOBJECT);
+            return Hand(new (std::nothrow) TkFactory(&g_tkModule.classes[i]), iid, out);
+        }
+    }
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
+extern "C" HRESULT WINAPI DllCanUnloadNow(void)
+{
+    return g_objects == 0 ? S_OK : S_FALSE;
+}
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
+{
+    if (reason == DLL_PROCESS_ATTACH) {
+        DisableThreadLibraryCalls(instance);
+        g_counters = TestkitOpenCounters(&g_counterMapping);
+        TkCount(TK_ATTACH);
+        if (g_counters)
+            InterlockedExchange(&g_counters->rows[g_tkModule.row][TK_LAST_PID], (LONG)GetCurrentProcessId());
+        if (g_tkModule.row != TK_DLL_PRELOADED && PreloadPresent())
+            TkCount(TK_PRELOAD_SEEN);
+    } else if (reason == DLL_PROCESS_DETACH) {
+        TkCount(TK_DETACH);
+        TestkitCloseCounters(g_counters, g_counterMapping);
+        g_counters = NULL;
+        g_counterMapping = NULL;
+    }
+    return TRUE;
+}

@@ -1,0 +1,30 @@
+// The shared body of the test plug-ins. Each DLL describes itself with a
+// TkModule (its counter row, its classes, whether listing fails) and links
+// this code; its .def file decides what it exports.
+#pragma once
+#include "zvplugin_sdk.h"
+#include "testkit.h"
+
+struct TkClass {
+    const GUID *clsid;
+    bool reader;                 // a reader class, else a renderer class
+    const wchar_t *name;         // display name
+    const wchar_t *shortName;
+    const wchar_t *extensions;   // ";"-separated patterns
+    const char *magic;           // first bytes of the reader's files
+    bool needsPreload;           // refuses to read without tk_preloaded.dll
+};
+
+struct TkModule {
+    TestkitDll row;
+    const TkClass *classes;
+    int classCount;
+    bool listingFails;
+    const wchar_t *pluginName;
+};
+
+// Defined by each DLL.
+extern const TkModule g_tkModule;
+
+// Counts one event of this DLL in the shared counters.
+void TkCount(TestkitCounter what);

@@ -1,0 +1,435 @@
+// The test plug-ins as a manager meets them: listing, class objects, the
+// trivial format, the load counters, and the contract's calls crossing into
+// a second process that hosts a plug-in class.
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <objbase.h>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+#include "testutil.h"
+#include "zvproxy.h"
+#include "../../plugins/sdk/zvplugin_sdk.h"
+#include "../../plugins/testkit/testkit.h"
+#include "contract_child.h"
+
+namespace {
+
+// One scope for the whole process: plug-ins keep the block of the scope in
+// which they were first attached.
+TestkitCounters &Counters()
+{
+    static TestkitCounters counters;
+    return counters;
+}
+
+typedef HRESULT(WINAPI *GetClassObjectFn)(REFCLSID, REFIID, void **);
+
+struct Plugin {
+    HMODULE module = NULL;
+    GetClassObjectFn getClassObject = nullptr;
+    explicit Plugin(const wchar_t *name)
+    {
+        Counters();
+        module = LoadLibraryW((zvtest::ExeDir() + name).c_str());
+        if (module)
+            getClassObject = (GetClassObjectFn)(void *)GetProcAddress(module, "DllGetClassObject");
+    }
+    // DLLs stay loaded, as the manager leaves them
+    template <class T>
+    HRESULT create(const GUID &clsid, REFIID iid, T **out)
+    {
+        *out = nullptr;
+        IClassFactory *factory = nullptr;
+        HRESULT hr = getClassObject(clsid, IID_IClassFactory, (void **)&factory);
+        if (FAILED(hr))
+            return hr;
+        hr = factory->CreateInstance(NULL, iid, (void **)out);
+        factory->Release();
+        return hr;
+    }
+};
+
+std::wstring WriteTestFile(const zvtest::TempDir &dir, const wchar_t *name, const char *magic, DWORD frames)
+{
+    unsigned char bytes[8];
+    memcpy(bytes, magic, 4);
+    memcpy(bytes + 4, &frames, 4);
+    std::wstring path = dir.file(name);
+    zvtest::WriteFileBytes(path, bytes, sizeof(bytes));
+    return path;
+}
+
+HANDLE OpenForRead(const std::wstring &path)
+{
+    return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL,
+                       OPEN_EXISTING, 0, NULL);
+}
+
+_zvmemorytoken LocalToken(void *data, DWORD size)
+{
+    _zvmemorytoken t = {};
+    t.hMapping = ~(UINT64)0;
+    t.qwBase = (UINT64)(ULONG_PTR)data;
+    t.cbData = size;
+    t.cbMapping = size;
+    t.dwKind = ZVMEMTOKEN_KIND_LOCAL;
+    t.dwProcessId = GetCurrentProcessId();
+    return t;
+}
+
+bool RampHolds(const short *samples, LONGLONG first, DWORD frames)
+{
+    for (DWORD i = 0; i < frames; i++)
+        if (samples[2 * i] != (short)(2 * (first + i)) || samples[2 * i + 1] != (short)(2 * (first + i) + 1))
+            return false;
+    return true;
+}
+
+
+} // namespace
+
+TEST(TestkitPlugins, ListingsDescribeEachDllsClasses)
+{
+    ASSERT_TRUE(Counters().ok());
+    LONG listedBefore = Counters().get(TK_DLL_DUAL, TK_LISTING);
+
+    Plugin dual(L"tk_dual.dll");
+    ASSERT_NE(dual.getClassObject, nullptr);
+    EXPECT_GE(Counters().get(TK_DLL_DUAL, TK_ATTACH), 1);
+    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_LAST_PID), (LONG)GetCurrentProcessId());
+    IZvUnsharedFIOPluginInfo *listing = nullptr;
+    ASSERT_EQ(dual.create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
+    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_LISTING), listedBefore + 1);
+    LONG count = 0;
+    ASSERT_EQ(listing->GetClassCount(&count), S_OK);
+    ASSERT_EQ(count, 2);
+    ZVFIO_PLUGINCLASSINFO info;
+    ASSERT_EQ(listing->GetPluginClassInfo(0, &info), S_OK);
+    EXPECT_TRUE(IsEqualGUID(info.classId, CLSID_TkDualReader));
+    EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_READER);
+    EXPECT_STREQ(info.name, L"Testkit Dual Reader");
+    ASSERT_EQ(listing->GetPluginClassInfo(1, &info), S_OK);
+    EXPECT_TRUE(IsEqualGUID(info.classId, CLSID_TkDualRenderer));
+    EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
+    EXPECT_EQ(listing->GetPluginClassInfo(2, &info), E_INVALIDARG);
+    EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
+    EXPECT_EQ(listing->GetPluginClassInfo(0, nullptr), E_POINTER);
+    listing->Release();
+
+    Plugin reader(L"tk_reader.dll");
+    ASSERT_EQ(reader.create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
+    EXPECT_EQ(listing->GetClassCount(&count), S_OK);
+    EXPECT_EQ(count, 1);
+    listing->Release();
+    // a class the DLL doesn't have
+    IZvReadFileClass *cls = nullptr;
+    EXPECT_EQ(reader.create(CLSID_TkDualReader, IID_IZvReadFileClass, &cls), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(cls, nullptr);
+}
+
+TEST(TestkitPlugins, BrokenDllsFailTheWayTheyShould)
+{
+    Plugin badlist(L"tk_badlist.dll");
+    ASSERT_NE(badlist.getClassObject, nullptr);
+    LONG before = Counters().get(TK_DLL_BADLIST, TK_LISTING);
+    IZvUnsharedFIOPluginInfo *listing = nullptr;
+    EXPECT_EQ(badlist.create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(Counters().get(TK_DLL_BADLIST, TK_LISTING), before + 1);
+    // its class is still served
+    IZvReadFileClass *cls = nullptr;
+    EXPECT_EQ(badlist.create(CLSID_TkBadListReader, IID_IZvReadFileClass, &cls), S_OK);
+    if (cls)
+        cls->Release();
+
+    Plugin noentry(L"tk_noentry.dll");
+    EXPECT_NE(noentry.module, (HMODULE)NULL);
+    EXPECT_EQ(noentry.getClassObject, nullptr);
+
+    Plugin notadll(L"tk_notadll.dll");
+    EXPECT_EQ(notadll.module, (HMODULE)NULL);
+}
+
+TEST(TestkitPlugins, ReaderIdentifiesAndReadsItsFormatAndRefusesTheRest)
+{
+    zvtest::TempDir dir;
+    std::wstring mine = WriteTestFile(dir, L"a.tkd", TK_MAGIC_DUAL, 1000);
+    std::wstring other = WriteTestFile(dir, L"b.tkd", "RIFF", 1000);
+    Plugin dual(L"tk_dual.dll");
+    IZvReadFileClass *cls = nullptr;
+    ASSERT_EQ(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &cls), S_OK);
+
+    // by bytes, by handle, by path
+    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, TK_MAGIC_DUAL "xxxx", 8, 0), S_OK);
+    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "RIFF", 4, 0), ZVERR_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "TK", 2, 0), ZVERR_UNSUPPORTED_FORMAT);
+    HANDLE h = OpenForRead(mine);
+    EXPECT_EQ(ZvSdk_IsType(cls, ZvSdk_HandleToWire(h), nullptr, 0, 0), S_OK);
+    CloseHandle(h);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"C:\\x\\song.TKD"), S_OK);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"C:\\x.tkd\\song"), ZVERR_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"song.wav"), ZVERR_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(cls->IdentifyFile(nullptr), E_POINTER);
+    ZVFIO_IDENTIFYINFO shortInfo = {};
+    shortInfo.cbSize = 8;
+    EXPECT_EQ(cls->IdentifyFile(&shortInfo), E_INVALIDARG);
+
+    // open by handle: the handle stays the caller's
+    LONG opened = Counters().get(TK_DLL_DUAL, TK_OPEN);
+    IZvReadFile *file = nullptr;
+    h = OpenForRead(mine);
+    ASSERT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), mine.c_str(), TRUE), S_OK);
+    EXPECT_TRUE(CloseHandle(h));
+    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_OPEN), opened + 1);
+    IZvReadFileClass *back = nullptr;
+    EXPECT_EQ(file->GetClass(&back), S_OK);
+    EXPECT_EQ(back, cls);
+    back->Release();
+    LONG streams = 0;
+    EXPECT_EQ(file->GetStreamCount(&streams), S_OK);
+    EXPECT_EQ(streams, 1);
+    _ZVFILESTREAMFORMATINFOv2 format;
+    EXPECT_EQ(file->GetStreamFormatInfo(&format, 0, 1), S_OK);
+    EXPECT_EQ(format.dwStreamType, (DWORD)ZVFILESTREAMTYPE_AUDIO);
+    EXPECT_EQ(format.llLength, 1000);
+    EXPECT_EQ(file->GetStreamFormatInfo(&format, 1, 1), E_INVALIDARG);
+
+    IZvReadStream *stream = nullptr;
+    ASSERT_EQ(file->OpenStream(&stream, 0, 0, 0, 0), S_OK);
+    IZvReadAudioStream *audio = nullptr;
+    ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
+    std::vector<short> buffer(2 * 100, -1);
+    DWORD got = 0;
+    EXPECT_EQ(audio->ReadSamples(950, 0, LocalToken(buffer.data(), 400), 100, &got), S_OK);
+    EXPECT_EQ(got, 50u); // the stream ends at frame 1000
+    EXPECT_TRUE(RampHolds(buffer.data(), 950, 50));
+    EXPECT_EQ(buffer[100], -1);
+    EXPECT_EQ(audio->ReadSamples(1000, 0, LocalToken(buffer.data(), 400), 100, &got), S_FALSE);
+    EXPECT_EQ(got, 0u);
+    EXPECT_EQ(audio->ReadSamples(0, 0, LocalToken(buffer.data(), 399), 100, &got), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(audio->ReadSamples(0, -1, LocalToken(buffer.data(), 400), 100, &got), E_INVALIDARG);
+    audio->Release();
+    stream->Release();
+    file->Release();
+
+    // open by name when there is no handle; a moniker tail isn't part of the path
+    std::wstring moniker = mine + L"?take=2";
+    ASSERT_EQ(cls->OpenFile(&file, ~(UINT64)0, GetCurrentProcessId(), moniker.c_str(), TRUE), S_OK);
+    BSTR name = nullptr;
+    EXPECT_EQ(file->GetFileName(&name), S_OK);
+    EXPECT_STREQ(name, moniker.c_str());
+    SysFreeString(name);
+    file->Release();
+
+    h = OpenForRead(other);
+    EXPECT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), other.c_str(), TRUE),
+              ZVERR_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(file, nullptr);
+    CloseHandle(h);
+    EXPECT_EQ(cls->OpenFile(&file, ~(UINT64)0, 0, dir.file(L"missing.tkd").c_str(), TRUE),
+              HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(cls->OpenFile(&file, ~(UINT64)0, 0, nullptr, TRUE), E_INVALIDARG);
+    cls->Release();
+}
+
+TEST(TestkitPlugins, ClassesKeepIdManagerAndFindTheirCompanion)
+{
+    Plugin dual(L"tk_dual.dll");
+    IZvReadFileClass *reader = nullptr;
+    ASSERT_EQ(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &reader), S_OK);
+    DWORD id = 0;
+    EXPECT_EQ(reader->SetClassId(7), S_OK);
+    EXPECT_EQ(reader->GetClassId(&id), S_OK);
+    EXPECT_EQ(id, 7u);
+    IZvFileIOManager *manager = nullptr;
+    EXPECT_EQ(reader->GetManager(&manager), E_FAIL);
+    EXPECT_EQ(manager, nullptr);
+
+    ZVFIO_FILECLASS_INFO_TEXT ids[3] = {ZVFIO_INFOTEXT_READEXTENSIONS, ZVFIO_INFOTEXT_PLUGINNAME,
+                                        (ZVFIO_FILECLASS_INFO_TEXT)99};
+    BSTR texts[3];
+    ASSERT_EQ(reader->GetInfoText(ids, 3, texts), S_OK);
+    EXPECT_STREQ(texts[0], L"*.tkd");
+    EXPECT_STREQ(texts[1], L"Testkit Dual Reader");
+    EXPECT_EQ(texts[2], nullptr);
+    for (BSTR t : texts)
+        SysFreeString(t);
+    EXPECT_EQ(reader->GetInfoText(ids, -1, texts), E_INVALIDARG);
+
+    IZvRenderFileClass *renderer = nullptr;
+    ASSERT_EQ(reader->GetRenderClass(&renderer), S_OK);
+    GUID guid;
+    EXPECT_EQ(renderer->GetClassGuid(&guid), S_OK);
+    EXPECT_TRUE(IsEqualGUID(guid, CLSID_TkDualRenderer));
+    LONG presets = 0;
+    EXPECT_EQ(renderer->GetTemplateCount(&presets), S_OK);
+    EXPECT_EQ(presets, TK_RENDERER_PRESETS);
+    PZVTEMPLATE t = nullptr;
+    ASSERT_EQ(renderer->GetTemplate(&t, 1), S_OK);
+    EXPECT_TRUE(IsEqualGUID(t->rendererClass, CLSID_TkDualRenderer));
+    EXPECT_EQ(renderer->CheckTemplate(t), S_OK);
+    DWORD usable = 9;
+    EXPECT_EQ(renderer->GetTemplateInfo(t, (BYTE *)&usable, 4, 0x17), S_OK);
+    EXPECT_EQ(usable, 1u);
+    EXPECT_EQ(renderer->GetTemplateInfo(t, (BYTE *)&usable, 2, 3), ZVERR_BUFFER_TOO_SMALL);
+    free(t);
+    EXPECT_EQ(renderer->GetTemplate(&t, TK_RENDERER_PRESETS), E_INVALIDARG);
+    EXPECT_EQ(t, nullptr);
+
+    IZvRenderFile *out = nullptr;
+    EXPECT_EQ(renderer->CreateFile(&out, L"", nullptr, 1, 0), E_INVALIDARG);
+    EXPECT_EQ(out, nullptr);
+    renderer->Release();
+    reader->Release();
+
+    // a reader-only DLL has no renderer to give
+    Plugin alone(L"tk_reader.dll");
+    ASSERT_EQ(alone.create(CLSID_TkReader, IID_IZvReadFileClass, &reader), S_OK);
+    EXPECT_EQ(reader->GetRenderClass(&renderer), E_NOINTERFACE);
+    EXPECT_EQ(renderer, nullptr);
+    reader->Release();
+}
+
+TEST(TestkitPlugins, PreloadReaderNeedsItsModule)
+{
+    zvtest::TempDir dir;
+    std::wstring path = WriteTestFile(dir, L"p.tkp", TK_MAGIC_PRELOAD, 10);
+    if (GetModuleHandleW(L"tk_preloaded.dll"))
+        GTEST_SKIP() << "the preload module is already in this process";
+    Plugin preload(L"tk_preload.dll");
+    EXPECT_EQ(Counters().get(TK_DLL_PRELOAD, TK_PRELOAD_SEEN), 0);
+    IZvReadFileClass *cls = nullptr;
+    ASSERT_EQ(preload.create(CLSID_TkPreloadReader, IID_IZvReadFileClass, &cls), S_OK);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), ZVERR_PLUGIN_NOT_INITIALIZED);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"x.tkd"), ZVERR_UNSUPPORTED_FORMAT);
+
+    LONG before = Counters().get(TK_DLL_PRELOADED, TK_ATTACH);
+    Plugin module(L"tk_preloaded.dll");
+    ASSERT_NE(module.module, (HMODULE)NULL);
+    EXPECT_EQ(Counters().get(TK_DLL_PRELOADED, TK_ATTACH), before + 1);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), S_OK);
+    cls->Release();
+}
+
+// ------------------------------------------------- across a process border
+
+ZVTEST_CHILD(contract_tkdual)
+{
+    if (FAILED(contracttest::InitComOnce()))
+        return 9;
+    Plugin dual(L"tk_dual.dll");
+    if (!dual.getClassObject)
+        return 10;
+    IZvReadFileClass *cls = nullptr;
+    if (FAILED(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &cls)))
+        return 11;
+    int rc = contracttest::ServeObject(cls, argc, argv);
+    cls->Release();
+    return rc;
+}
+
+TEST(TestkitPlugins, ContractCallsCrossIntoAPluginProcess)
+{
+    ASSERT_TRUE(SUCCEEDED(contracttest::InitComOnce()));
+    zvtest::TempDir dir;
+    std::wstring path = WriteTestFile(dir, L"x.tkd", TK_MAGIC_DUAL, 4096);
+    LONG attachesBefore = Counters().get(TK_DLL_DUAL, TK_ATTACH);
+    contracttest::ChildServer child("contract_tkdual", dir.file(L"object.bin"));
+    ASSERT_NE(child.object(), nullptr);
+    // the child shares our counters through the inherited scope
+    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_ATTACH), attachesBefore + 1);
+    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_LAST_PID), (LONG)child.processId());
+
+    IZvReadFileClass *cls = nullptr;
+    ASSERT_EQ(child.object()->QueryInterface(IID_IZvReadFileClass, (void **)&cls), S_OK);
+    GUID guid = {};
+    EXPECT_EQ(cls->GetClassGuid(&guid), S_OK);
+    EXPECT_TRUE(IsEqualGUID(guid, CLSID_TkDualReader));
+
+    // string arrays, identification records, handles of this process
+    ZVFIO_FILECLASS_INFO_TEXT ids[2] = {ZVFIO_INFOTEXT_EXTENSIONS, ZVFIO_INFOTEXT_SHORTNAME};
+    BSTR texts[2] = {};
+    ASSERT_EQ(cls->GetInfoText(ids, 2, texts), S_OK);
+    EXPECT_STREQ(texts[0], L"*.tkd");
+    EXPECT_STREQ(texts[1], L"TkDual");
+    SysFreeString(texts[0]);
+    SysFreeString(texts[1]);
+    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, TK_MAGIC_DUAL, 4, 0), S_OK);
+    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "OggS", 4, 0), ZVERR_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), S_OK);
+
+    HANDLE h = OpenForRead(path);
+    IZvReadFile *file = nullptr;
+    ASSERT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), path.c_str(), TRUE), S_OK);
+    CloseHandle(h);
+    LONGLONG length = 0;
+    EXPECT_EQ(file->GetLength(&length), S_OK);
+    EXPECT_EQ(length, 8);
+    IZvReadStream *stream = nullptr;
+    ASSERT_EQ(file->OpenStream(&stream, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0), S_OK);
+    IZvReadAudioStream *audio = nullptr;
+    ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
+    _ZVFILESTREAMFORMATINFOv2 format = {};
+    EXPECT_EQ(audio->GetStreamFormatInfo(&format), S_OK);
+    EXPECT_EQ(format.cbSize, (DWORD)ZVFILESTREAMFORMATINFO_SIZE);
+    EXPECT_EQ(format.llLength, 4096);
+
+    // bulk data by token: local memory of this process ...
+    std::vector<short> local(2 * 256, -1);
+    DWORD got = 0;
+    EXPECT_EQ(audio->ReadSamples(100, 0, LocalToken(local.data(), 1024), 256, &got), S_OK);
+    EXPECT_EQ(got, 256u);
+    EXPECT_TRUE(RampHolds(local.data(), 100, 256));
+    // ... and a mapping of this process with the data at an offset
+    HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, 4096, NULL);
+    ASSERT_NE(mapping, (HANDLE)NULL);
+    BYTE *view = (BYTE *)MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096);
+    ASSERT_NE(view, nullptr);
+    _zvmemorytoken mapped = {};
+    mapped.hMapping = ZvSdk_HandleToWire(mapping);
+    mapped.qwBase = (UINT64)(ULONG_PTR)view;
+    mapped.cbData = 1024;
+    mapped.cbMapping = 4096;
+    mapped.dwOffset = 64;
+    mapped.dwKind = ZVMEMTOKEN_KIND_MAPPING;
+    mapped.dwProcessId = GetCurrentProcessId();
+    EXPECT_EQ(audio->ReadSamples(4000, 0, mapped, 256, &got), S_OK);
+    EXPECT_EQ(got, 96u);
+    EXPECT_TRUE(RampHolds((short *)(view + 64), 4000, 96));
+    EXPECT_EQ(view[0], 0);
+    UnmapViewOfFile(view);
+    CloseHandle(mapping);
+    audio->Release();
+    stream->Release();
+    file->Release();
+
+    // template records come back as blocks of this process's heap
+    IZvRenderFileClass *renderer = nullptr;
+    ASSERT_EQ(cls->GetRenderClass(&renderer), S_OK);
+    PZVTEMPLATE t = nullptr;
+    ASSERT_EQ(renderer->GetTemplate(&t, 0), S_OK);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(t->dwVersion, (DWORD)ZVTEMPLATE_VERSION_V2);
+    EXPECT_TRUE(IsEqualGUID(t->rendererClass, CLSID_TkDualRenderer));
+    EXPECT_STREQ((const wchar_t *)((BYTE *)t + ZVTEMPLATE_HEADER_SIZE), L"Testkit preset 1");
+    PZVTEMPLATE edit = nullptr;
+    ASSERT_EQ(renderer->MakeEditTemplate(&edit, t, nullptr, 2), S_OK);
+    EXPECT_EQ(memcmp(edit, t, t->dwSize), 0);
+    DWORD rate = 0;
+    EXPECT_EQ(renderer->GetTemplateInfo(t, (BYTE *)&rate, 4, 3), S_OK);
+    EXPECT_EQ(rate, (DWORD)(TK_SAMPLE_RATE * TK_CHANNELS * 16));
+    free(edit);
+    free(t);
+    EXPECT_EQ(renderer->MakeEditTemplate(&edit, nullptr, nullptr, 2), E_INVALIDARG);
+    EXPECT_EQ(edit, nullptr);
+    renderer->Release();
+
+    HRESULT status = E_FAIL;
+    BSTR message = nullptr;
+    EXPECT_EQ(cls->GetPluginStatus(&status, &message), S_OK);
+    EXPECT_EQ(status, S_OK);
+    EXPECT_STREQ(message, L"ready");
+    SysFreeString(message);
+    cls->Release();
+}
