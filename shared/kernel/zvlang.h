@@ -63,6 +63,11 @@ typedef struct tagZVLANG {
     struct tZVLIST *cache;   // numbered strings, sorted by number
 } ZVLANG, *HZVLANG;
 
+#if defined(__cplusplus) && (defined(_M_IX86) || defined(__i386__))
+static_assert(sizeof(ZVLANGSTRING) == 80, "a record is 20 words");
+static_assert(sizeof(ZVLANG) == 64, "the language block of the 32-bit build");
+#endif
+
 // A compiled resource (.res) image in memory.
 typedef struct _ZVRESPOOL {
     DWORD reserved;

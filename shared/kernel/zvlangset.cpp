@@ -2,6 +2,7 @@
 // settings.
 #include "zvlang.h"
 #include "zvlangint.h"
+#include "zvmetric.h"
 #include "zvprintf.h"
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,7 +10,7 @@
 
 namespace {
 
-const wchar_t kDefaultCompany[] = L"Kelpo Media Works";
+const wchar_t kDefaultCompany[] = ZVMETRIC_COMPANY;
 const wchar_t kLangValue[] = L"ULangID";
 
 void langKeyPath(wchar_t *path, size_t cch, const wchar_t *company, const wchar_t *app, DWORD version,

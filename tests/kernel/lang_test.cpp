@@ -382,6 +382,25 @@ TEST(LangResources, LanguageFirstThenEnglish)
     EXPECT_EQ(-1, ZvDialogBoxParam(lang, MAKEINTRESOURCEW(0x60FF), nullptr, nullptr, 0));
 }
 
+TEST(LangResources, VersionLanguagesAndThreadLocale)
+{
+    wchar_t buffer[64] = L"untouched";
+    LangHandle english(0x409);
+    EXPECT_EQ(0, ZvEnumResourceLanguages(english, 0x6050, buffer, 64));
+    EXPECT_STREQ(L"untouched", buffer);
+    LangHandle german(0x407);
+    EXPECT_EQ(7, ZvEnumResourceLanguages(german, 0x6050, buffer, 64));
+    EXPECT_STREQ(L"DEU,ENU", buffer);
+    EXPECT_EQ(3, ZvEnumResourceLanguages(german, 0x6050, buffer, 6));  // what fits
+    EXPECT_EQ(0, ZvEnumResourceLanguages(german, 0x60FF, buffer, 64));
+
+    LCID before = GetThreadLocale();
+    EXPECT_TRUE(ZvLang_UpdateThreadLocale(german));
+    EXPECT_EQ(0x407u, LANGIDFROMLCID(GetThreadLocale()));
+    SetThreadLocale(before);
+    EXPECT_FALSE(ZvLang_UpdateThreadLocale(nullptr));
+}
+
 TEST(LangResources, MenuLabelsLoseTheMarker)
 {
     LangHandle lang(0x409);
