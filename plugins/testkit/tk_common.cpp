@@ -18,21 +18,40 @@ void TkCount(TestkitCounter what)
 
 namespace {
 
-struct TkObject {
-    LONG ref = 1;
-    TkObject() { InterlockedIncrement(&g_objects); }
-    virtual ~TkObject() { InterlockedDecrement(&g_objects); }
-};
-
-#define TK_REFCOUNT                                                         \
-    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref); } \
-    ULONG STDMETHODCALLTYPE Release() override                              \
-    {                                                                       \
-        LONG r = InterlockedDecrement(&ref);                                \
-        if (r == 0)                                                         \
-            delete this;                                                    \
-        return r;                                                           \
+// One interface of an object, with its reference count; answers IUnknown,
+// its own id and whatever answers() adds, all with the same pointer.
+template <class Itf, const IID *Iid>
+class TkCom : public Itf {
+public:
+    TkCom() { InterlockedIncrement(&g_objects); }
+    virtual ~TkCom() { InterlockedDecrement(&g_objects); }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || answers(iid)) {
+            *out = static_cast<Itf *>(this);
+            this->AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
     }
+    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref_); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        LONG r = InterlockedDecrement(&ref_);
+        if (r == 0)
+            delete this;
+        return r;
+    }
+
+protected:
+    virtual bool answers(REFIID) { return false; }
+
+private:
+    LONG ref_ = 1;
+};
 
 template <class T>
 HRESULT Hand(T *object, REFIID iid, void **out)
@@ -225,24 +244,11 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 class TkReadFile;
 
-class TkAudioStream : public IZvReadAudioStream, TkObject {
+class TkAudioStream : public TkCom<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
     TkAudioStream(TkReadFile *file, LONGLONG frames);
     ~TkAudioStream();
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadStream) ||
-            IsEqualIID(iid, IID_IZvReadAudioStream)) {
-            *out = static_cast<IZvReadAudioStream *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
+    bool answers(REFIID iid) override { return IsEqualIID(iid, IID_IZvReadStream); }
     HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override;
     HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override;
     HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
@@ -333,7 +339,7 @@ private:
     LONGLONG next_ = 0;
 };
 
-class TkReadFile : public IZvReadFile, TkObject {
+class TkReadFile : public TkCom<IZvReadFile, &IID_IZvReadFile> {
 public:
     TkReadFile(IZvReadFileClass *owner, BSTR name, LONGLONG size, LONGLONG frames)
         : owner_(owner), name_(name), size_(size), frames_(frames)
@@ -345,19 +351,6 @@ public:
         owner_->Release();
         SysFreeString(name_);
     }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadFile)) {
-            *out = static_cast<IZvReadFile *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
     HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
     {
         if (!readClass)
@@ -483,66 +476,48 @@ HRESULT STDMETHODCALLTYPE TkAudioStream::GetFile(IZvReadFile **file)
     return S_OK;
 }
 
-// Common part of both class objects: id word and manager.
-struct TkClassState {
-    DWORD id = 0;
-    IZvFileIOManager *manager = nullptr;
-    ~TkClassState()
-    {
-        if (manager)
-            manager->Release();
-    }
-    HRESULT setManager(IZvFileIOManager *m)
-    {
-        if (m)
-            m->AddRef();
-        if (manager)
-            manager->Release();
-        manager = m;
-        return S_OK;
-    }
-    HRESULT getManager(IZvFileIOManager **out)
-    {
-        if (!out)
-            return E_POINTER;
-        *out = manager;
-        if (!manager)
-            return E_FAIL;
-        manager->AddRef();
-        return S_OK;
-    }
-};
-
-class TkReadClass : public IZvReadFileClass, TkObject {
+// What the reader and the renderer class objects share: the class record,
+// the manager's id word and the manager.
+template <class Itf, const IID *Iid>
+class TkClassObject : public TkCom<Itf, Iid> {
 public:
-    explicit TkReadClass(const TkClass *cls) : cls_(cls) {}
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    explicit TkClassObject(const TkClass *cls) : cls_(cls) {}
+    ~TkClassObject()
     {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvReadFileClass)) {
-            *out = static_cast<IZvReadFileClass *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
+        if (manager_)
+            manager_->Release();
     }
-    TK_REFCOUNT
     HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
     {
-        state_.id = id;
+        id_ = id;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
     {
         if (!id)
             return E_POINTER;
-        *id = state_.id;
+        *id = id_;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override { return state_.setManager(manager); }
-    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override { return state_.getManager(manager); }
+    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
+    {
+        if (manager)
+            manager->AddRef();
+        if (manager_)
+            manager_->Release();
+        manager_ = manager;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
+    {
+        if (!manager)
+            return E_POINTER;
+        *manager = manager_;
+        if (!manager_)
+            return E_FAIL;
+        manager_->AddRef();
+        return S_OK;
+    }
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
         if (!classGuid)
@@ -564,19 +539,33 @@ public:
         *flags = 0;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
-    {
-        if (!renderClass)
-            return E_POINTER;
-        *renderClass = nullptr;
-        return NewCompanion(false, state_.manager, IID_IZvRenderFileClass, (void **)renderClass);
-    }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
                                           BSTR *texts) override
     {
         return InfoTexts(cls_, ids, count, texts);
     }
     HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        return PluginStatus(status, message);
+    }
+
+protected:
+    const TkClass *cls_;
+    DWORD id_ = 0;
+    IZvFileIOManager *manager_ = nullptr;
+};
+
+class TkReadClass : public TkClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+public:
+    explicit TkReadClass(const TkClass *cls) : TkClassObject(cls) {}
+    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = nullptr;
+        return NewCompanion(false, manager_, IID_IZvRenderFileClass, (void **)renderClass);
+    }
     HRESULT STDMETHODCALLTYPE IdentifyFile(const ZVFIO_IDENTIFYINFO *info) override
     {
         TkCount(TK_IDENTIFY);
@@ -655,19 +644,12 @@ public:
     }
     HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **, IStream *, LPCWSTR, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        return PluginStatus(status, message);
-    }
 
-private:
-    const TkClass *cls_;
-    TkClassState state_;
 };
 
 // ---------------------------------------------------------------- renderer
 
-class TkRenderFile : public IZvRenderFile, TkObject {
+class TkRenderFile : public TkCom<IZvRenderFile, &IID_IZvRenderFile> {
 public:
     TkRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name) : owner_(owner), file_(file), name_(name)
     {
@@ -679,19 +661,6 @@ public:
         owner_->Release();
         SysFreeString(name_);
     }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvRenderFile)) {
-            *out = static_cast<IZvRenderFile *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
     HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
     {
         if (!renderClass)
@@ -754,70 +723,16 @@ private:
     BSTR name_;
 };
 
-class TkRenderClass : public IZvRenderFileClass, TkObject {
+class TkRenderClass : public TkClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
 public:
-    explicit TkRenderClass(const TkClass *cls) : cls_(cls) {}
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvRenderFileClass)) {
-            *out = static_cast<IZvRenderFileClass *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
-    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
-    {
-        state_.id = id;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
-    {
-        if (!id)
-            return E_POINTER;
-        *id = state_.id;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override { return state_.setManager(manager); }
-    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override { return state_.getManager(manager); }
-    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
-    {
-        if (!classGuid)
-            return E_POINTER;
-        *classGuid = *cls_->clsid;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *streamMask) override
-    {
-        if (!streamMask)
-            return E_POINTER;
-        *streamMask = ZVFIO_STREAMMASK_AUDIO;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
-    {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
-    }
+    explicit TkRenderClass(const TkClass *cls) : TkClassObject(cls) {}
     HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **readClass) override
     {
         if (!readClass)
             return E_POINTER;
         *readClass = nullptr;
-        return NewCompanion(true, state_.manager, IID_IZvReadFileClass, (void **)readClass);
+        return NewCompanion(true, manager_, IID_IZvReadFileClass, (void **)readClass);
     }
-    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
-                                          BSTR *texts) override
-    {
-        return InfoTexts(cls_, ids, count, texts);
-    }
-    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CreateFile(IZvRenderFile **file, LPCWSTR path, PCZVTEMPLATE, DWORD,
                                          DWORD) override
     {
@@ -941,14 +856,7 @@ public:
         *index = 0;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        return PluginStatus(status, message);
-    }
 
-private:
-    const TkClass *cls_;
-    TkClassState state_;
 };
 
 // The other class of the same DLL, if it has one.
@@ -971,21 +879,8 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 // ---------------------------------------------------------------- listing
 
-class TkListing : public IZvUnsharedFIOPluginInfo, TkObject {
+class TkListing : public TkCom<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvUnsharedFIOPluginInfo)) {
-            *out = static_cast<IZvUnsharedFIOPluginInfo *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
     HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
     {
         if (!count)
@@ -1012,22 +907,9 @@ public:
 
 // ---------------------------------------------------------------- factory
 
-class TkFactory : public IClassFactory, TkObject {
+class TkFactory : public TkCom<IClassFactory, &IID_IClassFactory> {
 public:
     explicit TkFactory(const TkClass *cls) : cls_(cls) {}
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
-            *out = static_cast<IClassFactory *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    TK_REFCOUNT
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
     {
         if (!out)
