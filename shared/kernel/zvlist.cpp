@@ -339,6 +339,19 @@ void heapSift(tZVLIST *list, ULONG_PTR criteria, ZVLIST_COMPAREPROC compare, lon
     } while (c < n);
 }
 
+// The common entry of the editing calls: a live list, its lock, the owner
+// test, then the body with the options word read on entry.
+template <typename Body>
+HRESULT withList(tZVLIST *list, Body body)
+{
+    if (!isValid(list))
+        return E_INVALIDARG;
+    Scope scope(list);
+    if (!scope.ownerOk())
+        return E_FAIL;
+    return body(scope.options());
+}
+
 void destroyLock(tZVLIST *list, DWORD options)
 {
     if ((LONG)options < 0)
@@ -526,42 +539,22 @@ HRESULT ZvList_SetThreadOwner(tZVLIST *list, DWORD threadId)
 
 HRESULT ZvList_GrowAllocated(tZVLIST *list, int extraSlots)
 {
-    if (!isValid(list))
-        return E_INVALIDARG;
-    Scope scope(list);
-    if (!scope.ownerOk())
-        return E_FAIL;
-    return growLocked(list, extraSlots);
+    return withList(list, [&](DWORD) { return growLocked(list, extraSlots); });
 }
 
 HRESULT ZvList_ShrinkAllocated(tZVLIST *list, int slotsToDrop)
 {
-    if (!isValid(list))
-        return E_INVALIDARG;
-    Scope scope(list);
-    if (!scope.ownerOk())
-        return E_FAIL;
-    return shrinkLocked(list, slotsToDrop);
+    return withList(list, [&](DWORD) { return shrinkLocked(list, slotsToDrop); });
 }
 
 HRESULT ZvList_InsertList(tZVLIST *list, int index, const void *items, int count)
 {
-    if (!isValid(list))
-        return E_INVALIDARG;
-    Scope scope(list);
-    if (!scope.ownerOk())
-        return E_FAIL;
-    return insertLocked(list, scope.options(), index, items, count);
+    return withList(list, [&](DWORD options) { return insertLocked(list, options, index, items, count); });
 }
 
 HRESULT ZvList_DeleteList(tZVLIST *list, int index, int count, BOOL shrink)
 {
-    if (!isValid(list))
-        return E_INVALIDARG;
-    Scope scope(list);
-    if (!scope.ownerOk())
-        return E_FAIL;
-    return deleteLocked(list, scope.options(), index, count, shrink);
+    return withList(list, [&](DWORD options) { return deleteLocked(list, options, index, count, shrink); });
 }
 
 HRESULT ZvList_MoveRange(tZVLIST *list, int from, int to, int count)

@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <wchar.h>
+#include <limits>
 
 namespace {
 
@@ -536,46 +537,59 @@ int ZvGetByteSizeText2(ULONGLONG size, wchar_t *buffer)
 
 // --- Parsing tokens -------------------------------------------------------------
 
+namespace {
+
+template <typename T>
+T tokenValue(const wchar_t *text, const wchar_t **end, unsigned base, bool *noNumber)
+{
+    const bool sign = std::numeric_limits<T>::is_signed;
+    const ULONGLONG maxPositive = (ULONGLONG)std::numeric_limits<T>::max();
+    const ULONGLONG maxNegative = sign ? 0ull - (ULONGLONG)(LONGLONG)std::numeric_limits<T>::min() : 0;
+    Parsed r = parseInteger(text, sign, base, maxPositive, maxNegative);
+    storeEnd(end, r.end);
+    if (noNumber)
+        *noNumber = useDefault(r, text);
+    return r.negative ? (T)(0ull - r.magnitude) : (T)r.magnitude;
+}
+
+template <typename T>
+T tokenValueEx(const wchar_t *text, const wchar_t **end, unsigned base, T minimum, T maximum, T defaultValue)
+{
+    bool noNumber;
+    T v = tokenValue<T>(text, end, base, &noNumber);
+    return clampValue(noNumber ? defaultValue : v, minimum, maximum);
+}
+
+} // namespace
+
 DWORD ZvTextToDWordToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, false, 10, 0xFFFFFFFFull, 0);
-    storeEnd(end, r.end);
-    return (DWORD)r.magnitude;
+    return tokenValue<DWORD>(text, end, 10, nullptr);
 }
 
 LONG ZvTextToLongToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, true, 10, 0x7FFFFFFFull, 0x80000000ull);
-    storeEnd(end, r.end);
-    return r.negative ? (LONG)(0 - (LONGLONG)r.magnitude) : (LONG)r.magnitude;
+    return tokenValue<LONG>(text, end, 10, nullptr);
 }
 
 LONGLONG ZvTextToLongLongToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, true, 10, 0x7FFFFFFFFFFFFFFFull, 0x8000000000000000ull);
-    storeEnd(end, r.end);
-    return r.negative ? (LONGLONG)(0ull - r.magnitude) : (LONGLONG)r.magnitude;
+    return tokenValue<LONGLONG>(text, end, 10, nullptr);
 }
 
 ULONGLONG ZvTextToDWordLongToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, false, 10, ~0ull, 0);
-    storeEnd(end, r.end);
-    return r.magnitude;
+    return tokenValue<ULONGLONG>(text, end, 10, nullptr);
 }
 
 DWORD ZvHexToDWordToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, false, 16, 0xFFFFFFFFull, 0);
-    storeEnd(end, r.end);
-    return (DWORD)r.magnitude;
+    return tokenValue<DWORD>(text, end, 16, nullptr);
 }
 
 ULONGLONG ZvHexToDWordLongToken(const wchar_t *text, const wchar_t **end)
 {
-    Parsed r = parseInteger(text, false, 16, ~0ull, 0);
-    storeEnd(end, r.end);
-    return r.magnitude;
+    return tokenValue<ULONGLONG>(text, end, 16, nullptr);
 }
 
 double ZvTextToDoubleToken(const wchar_t *text, const wchar_t **end)
@@ -587,59 +601,37 @@ double ZvTextToDoubleToken(const wchar_t *text, const wchar_t **end)
 DWORD ZvTextToDWordTokenEx(const wchar_t *text, const wchar_t **end, DWORD minimum, DWORD maximum,
                            DWORD defaultValue)
 {
-    Parsed r = parseInteger(text, false, 10, 0xFFFFFFFFull, 0);
-    storeEnd(end, r.end);
-    DWORD v = useDefault(r, text) ? defaultValue : (DWORD)r.magnitude;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<DWORD>(text, end, 10, minimum, maximum, defaultValue);
 }
 
 LONG ZvTextToLongTokenEx(const wchar_t *text, const wchar_t **end, LONG minimum, LONG maximum,
                          LONG defaultValue)
 {
-    Parsed r = parseInteger(text, true, 10, 0x7FFFFFFFull, 0x80000000ull);
-    storeEnd(end, r.end);
-    LONG v = r.negative ? (LONG)(0 - (LONGLONG)r.magnitude) : (LONG)r.magnitude;
-    if (useDefault(r, text))
-        v = defaultValue;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<LONG>(text, end, 10, minimum, maximum, defaultValue);
 }
 
 LONGLONG ZvTextToLongLongTokenEx(const wchar_t *text, const wchar_t **end, LONGLONG minimum, LONGLONG maximum,
                                  LONGLONG defaultValue)
 {
-    Parsed r = parseInteger(text, true, 10, 0x7FFFFFFFFFFFFFFFull, 0x8000000000000000ull);
-    storeEnd(end, r.end);
-    LONGLONG v = r.negative ? (LONGLONG)(0ull - r.magnitude) : (LONGLONG)r.magnitude;
-    if (useDefault(r, text))
-        v = defaultValue;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<LONGLONG>(text, end, 10, minimum, maximum, defaultValue);
 }
 
 ULONGLONG ZvTextToDWordLongTokenEx(const wchar_t *text, const wchar_t **end, ULONGLONG minimum,
                                    ULONGLONG maximum, ULONGLONG defaultValue)
 {
-    Parsed r = parseInteger(text, false, 10, ~0ull, 0);
-    storeEnd(end, r.end);
-    ULONGLONG v = useDefault(r, text) ? defaultValue : r.magnitude;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<ULONGLONG>(text, end, 10, minimum, maximum, defaultValue);
 }
 
 DWORD ZvHexToDWordTokenEx(const wchar_t *text, const wchar_t **end, DWORD minimum, DWORD maximum,
                           DWORD defaultValue)
 {
-    Parsed r = parseInteger(text, false, 16, 0xFFFFFFFFull, 0);
-    storeEnd(end, r.end);
-    DWORD v = useDefault(r, text) ? defaultValue : (DWORD)r.magnitude;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<DWORD>(text, end, 16, minimum, maximum, defaultValue);
 }
 
 ULONGLONG ZvHexToDWordLongTokenEx(const wchar_t *text, const wchar_t **end, ULONGLONG minimum,
                                   ULONGLONG maximum, ULONGLONG defaultValue)
 {
-    Parsed r = parseInteger(text, false, 16, ~0ull, 0);
-    storeEnd(end, r.end);
-    ULONGLONG v = useDefault(r, text) ? defaultValue : r.magnitude;
-    return clampValue(v, minimum, maximum);
+    return tokenValueEx<ULONGLONG>(text, end, 16, minimum, maximum, defaultValue);
 }
 
 double ZvTextToDoubleTokenEx(const wchar_t *text, const wchar_t **end, double minimum, double maximum,
