@@ -339,6 +339,24 @@ void heapSift(tZVLIST *list, ULONG_PTR criteria, ZVLIST_COMPAREPROC compare, lon
     } while (c < n);
 }
 
+// The same on pointer slots, which are compared and swapped whole; slots is
+// the slot array shifted down by one for 1-based positions.
+void heapSiftPointers(void **slots, ULONG_PTR criteria, ZVLIST_COMPAREPROC compare, long long i, long long n)
+{
+    void *moving = slots[i];
+    long long c = 2 * i;
+    do {
+        if (c < n && compare(criteria, slots[c + 1], slots[c]) > 0)
+            c++;
+        if (compare(criteria, slots[c], moving) <= 0)
+            break;
+        slots[i] = slots[c];
+        i = c;
+        c = 2 * c;
+    } while (c < n);
+    slots[i] = moving;
+}
+
 // The common entry of the editing calls: a live list, its lock, the owner
 // test, then the body with the options word read on entry.
 template <typename Body>
@@ -816,6 +834,18 @@ HRESULT ZvList_HeapSort(tZVLIST *list, ULONG_PTR criteria, ZVLIST_COMPAREPROC co
     long long n = list->count;
     if (!compare || n < 2)
         return S_OK;
+    if (!isInPlace(scope.options())) {
+        void **slots = (void **)list->data - 1;
+        for (long long i = n / 2; i >= 2; i--)
+            heapSiftPointers(slots, criteria, compare, i, n);
+        for (long long m = n; m >= 2; m--) {
+            heapSiftPointers(slots, criteria, compare, 1, m);
+            void *top = slots[1];
+            slots[1] = slots[m];
+            slots[m] = top;
+        }
+        return S_OK;
+    }
     for (long long i = n / 2; i >= 2; i--)
         heapSift(list, criteria, compare, i, n);
     for (long long m = n; m >= 2; m--) {
