@@ -1,7 +1,7 @@
 /*
  * Services the start-up of Vantry.exe calls that live outside this folder:
- * the crash reporter (a separate DLL, used when present), the UI controls
- * and, until the kernel library provides it, the language handle.
+ * the crash reporter (a separate DLL, used when present) and the UI
+ * controls.
  */
 #pragma once
 #include <windows.h>
@@ -16,9 +16,3 @@ void Vantry_ErrorReportStopMonitoringProcess(DWORD processId);
    end are empty. */
 void Vantry_ControlsInitialize(HINSTANCE instance, DWORD flags);
 void Vantry_ControlsTerminate(HINSTANCE instance, DWORD flags);
-
-/* STAND-IN: the process's language handle, until the language service exists.
-   Applies a language from the command line to the process and its threads. */
-void Vantry_LanguageApply(HINSTANCE instance, LANGID lang);
-LANGID Vantry_LanguageCurrent(void);
-void Vantry_LanguageClose(void);

@@ -3,8 +3,31 @@
 #include "external.h"
 #include "zvproxy.h"
 #include "zvkernel.h"
+#include "zvlang.h"
 #include <omp.h>
 #include <gdiplus.h>
+
+// The process's language handle, opened when the command line names one.
+static HZVLANG vantry_lang;
+
+// Takes the client's language, the last number of the command line, for this
+// process's handle and the kernel's, the layout and the thread locale.
+static void apply_language(HINSTANCE instance)
+{
+    LANGID lang;
+    if (!Vantry_ParseLanguage(GetCommandLineW(), &lang))
+        return;
+    if (FAILED(ZvLang_Open(&vantry_lang, instance, lang, 0))) {
+        vantry_lang = NULL;
+        return;
+    }
+    ZvLang_UpdateKernelLCID(vantry_lang, lang, 0);
+    if (ZvLang_UseRTL(vantry_lang))
+        ZvLang_EnableProcessMirroring();
+    else
+        ZvLang_DisableProcessMirroring();
+    ZvLang_UpdateThreadLocale(vantry_lang);
+}
 
 static int run_server(HINSTANCE instance)
 {
@@ -20,9 +43,7 @@ static int run_server(HINSTANCE instance)
     Vantry_ErrorReportInitialize(0);
     omp_set_dynamic(1);
     ZvKernel_EarlyInitialize(instance, 0, NULL);
-    LANGID lang;
-    if (Vantry_ParseLanguage(GetCommandLineW(), &lang))
-        Vantry_LanguageApply(instance, lang);
+    apply_language(instance);
     Gdiplus::GdiplusStartupInput gdiplus_input;
     ULONG_PTR gdiplus_token = 0;
     if (Gdiplus::GdiplusStartup(&gdiplus_token, &gdiplus_input, NULL) != Gdiplus::Ok)
@@ -73,7 +94,10 @@ teardown1:
         CoUninitialize();
 teardown2:
     Vantry_ControlsTerminate(instance, 0);
-    Vantry_LanguageClose();
+    if (vantry_lang) {
+        ZvLang_Close(vantry_lang);
+        vantry_lang = NULL;
+    }
     ZvKernel_LateTerminate(instance, 0);
     Vantry_ErrorReportShutdown();
     ZvProxy_Unregister();
