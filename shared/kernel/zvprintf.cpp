@@ -10,7 +10,7 @@
 
 namespace {
 
-const int kMaxSpec = 260;      // longer conversion specs are plain text
+const int kMaxDirective = 260;      // longer conversion directives are plain text
 const int kMaxTokenName = 260;
 const int kMaxPrecision = 100; // beyond this a float shows no more digits
 const int kMaxWidth = 4096;
@@ -130,7 +130,7 @@ bool isConversion(wchar_t c)
 
 enum Size { kDefault, kChar, kShort, kLong, kLongLong, kPointer, kNarrow, kWide };
 
-struct Spec {
+struct Directive {
     bool left, plus, space, alt, zero;
     int width;     // -1 none
     int precision; // -1 none
@@ -140,8 +140,8 @@ struct Spec {
 };
 
 // Parses flags, width, precision and size between start and conv. False when
-// the text between is not a conversion spec, which then counts as text.
-bool parseSpec(const wchar_t *p, const wchar_t *conv, Spec *s)
+// the text between is not a conversion directive, which then counts as text.
+bool parseDirective(const wchar_t *p, const wchar_t *conv, Directive *s)
 {
     memset(s, 0, sizeof *s);
     s->width = -1;
@@ -188,9 +188,9 @@ bool parseSpec(const wchar_t *p, const wchar_t *conv, Spec *s)
     return p == conv;
 }
 
-// Pads the text of a conversion to the spec's width. zeroAfter is where zero
+// Pads the text of a conversion to the directive's width. zeroAfter is where zero
 // padding goes (behind a sign or "0x").
-void putPadded(Out &out, const Spec &s, const wchar_t *text, int n, bool zeroAllowed, int zeroAfter)
+void putPadded(Out &out, const Directive &s, const wchar_t *text, int n, bool zeroAllowed, int zeroAfter)
 {
     int fill = s.width > n ? s.width - n : 0;
     if (s.left) {
@@ -206,7 +206,7 @@ void putPadded(Out &out, const Spec &s, const wchar_t *text, int n, bool zeroAll
     }
 }
 
-void putInteger(Out &out, const Spec &s, ULONGLONG magnitude, bool negative)
+void putInteger(Out &out, const Directive &s, ULONGLONG magnitude, bool negative)
 {
     wchar_t digits[80];
     int n = 0;
@@ -257,7 +257,7 @@ void putInteger(Out &out, const Spec &s, ULONGLONG magnitude, bool negative)
 }
 
 // Classic float text through the C library, then the locale's separators.
-void putFloat(Out &out, const Spec &s, double value)
+void putFloat(Out &out, const Directive &s, double value)
 {
     char format[16];
     int f = 0;
@@ -294,7 +294,7 @@ void putFloat(Out &out, const Spec &s, double value)
 }
 
 // Integer in fixed point: value / 10^precision with that many decimals.
-void putFixed(Out &out, const Spec &s, LONGLONG value)
+void putFixed(Out &out, const Directive &s, LONGLONG value)
 {
     int p = s.precision < 0 ? 0 : s.precision;
     wchar_t number[120];
@@ -347,7 +347,7 @@ void putFixed(Out &out, const Spec &s, LONGLONG value)
     putPadded(out, s, text, len, true, value < 0 ? 1 : 0);
 }
 
-void putString(Out &out, const Spec &s, const wchar_t *text, int n)
+void putString(Out &out, const Directive &s, const wchar_t *text, int n)
 {
     if (s.precision >= 0 && n > s.precision)
         n = s.precision;
@@ -359,7 +359,7 @@ void putString(Out &out, const Spec &s, const wchar_t *text, int n)
         out.pad(L' ', fill);
 }
 
-void putNarrowString(Out &out, const Spec &s, const char *text)
+void putNarrowString(Out &out, const Directive &s, const char *text)
 {
     int n = (int)strlen(text);
     if (s.precision >= 0 && n > s.precision)
@@ -388,7 +388,7 @@ void putSeparator(Out &out, int selector)
 
 // Runs one conversion. Returns the characters of the format it consumed
 // after the conversion character (the follower of "!" and "&").
-int convert(Out &out, const Spec &s, const wchar_t *after, va_list *args)
+int convert(Out &out, const Directive &s, const wchar_t *after, va_list *args)
 {
     switch (s.conv) {
     case L'!':
@@ -434,7 +434,7 @@ int convert(Out &out, const Spec &s, const wchar_t *after, va_list *args)
             char narrow = (char)c;
             MultiByteToWideChar(CP_ACP, 0, &narrow, 1, &ch, 1);
         }
-        Spec plain = s;
+        Directive plain = s;
         plain.precision = -1;
         putString(out, plain, &ch, 1);
         return 0;
@@ -546,10 +546,10 @@ void format(Out &out, const wchar_t *fmt, va_list *args)
             continue;
         }
         const wchar_t *conv = p + 1;
-        while (*conv && !isConversion(*conv) && conv - p <= kMaxSpec)
+        while (*conv && !isConversion(*conv) && conv - p <= kMaxDirective)
             conv++;
-        Spec s;
-        if (!*conv || !isConversion(*conv) || !parseSpec(p + 1, conv, &s)) {
+        Directive s;
+        if (!*conv || !isConversion(*conv) || !parseDirective(p + 1, conv, &s)) {
             out.put(c); // not a conversion: plain text
             p++;
             continue;

@@ -45,8 +45,8 @@ TEST(ZvPrintFFormat, ClassicConversions)
     EXPECT_EQ(fmt(L"%%|$$|100%% sure"), L"%|$|100% sure");
     // Not conversions: copied as text, no argument taken.
     EXPECT_EQ(fmt(L"50%q|$5|%5|%", 1), L"50%q|$5|%5|%");
-    std::wstring longSpec = L"%" + std::wstring(300, L'1') + L"d";
-    EXPECT_EQ(fmt(longSpec.c_str(), 1), longSpec);
+    std::wstring longDirective = L"%" + std::wstring(300, L'1') + L"d";
+    EXPECT_EQ(fmt(longDirective.c_str(), 1), longDirective);
 }
 
 TEST(ZvPrintFFormat, LocaleFormsAndFixedPoint)
@@ -110,6 +110,44 @@ TEST(ZvPrintFFormat, Tokens)
     EXPECT_TRUE(ZvPrintF_AddToken(L"T050", L"back"));
     EXPECT_EQ(fmt(L"$(T050)"), L"back");
     ZvPrintF_FreeTokens();
+}
+
+namespace {
+DWORD WINAPI churnTokens(void *)
+{
+    for (int i = 0; i < 300; i++) {
+        if (!ZvPrintF_AddToken(L"Churn", (i & 1) ? L"odd" : L"even"))
+            return 1;
+        ZvPrintF_DeleteToken(L"Churn");
+    }
+    return 0;
+}
+} // namespace
+
+TEST(ZvPrintFFormat, TokensUnderConcurrentChange)
+{
+    ASSERT_TRUE(ZvPrintF_AddToken(L"Steady", L"value"));
+    HANDLE threads[2];
+    for (HANDLE &t : threads)
+        t = CreateThread(nullptr, 0, churnTokens, nullptr, 0, nullptr);
+    for (int i = 0; i < 300; i++) {
+        std::wstring text = fmt(L"$(Steady)/$(Churn)");
+        ASSERT_TRUE(text == L"value/odd" || text == L"value/even" || text == L"value/$(Churn)") << text;
+    }
+    WaitForMultipleObjects(2, threads, TRUE, INFINITE);
+    for (HANDLE t : threads) {
+        DWORD code = 9;
+        GetExitCodeThread(t, &code);
+        EXPECT_EQ(code, 0u);
+        CloseHandle(t);
+    }
+    EXPECT_TRUE(ZvPrintF_DeleteToken(L"Steady"));
+
+    wchar_t b[32];
+    EXPECT_EQ(ZvComposeStr(b, 32, L"%1 of %2!d!", L"one", 5), 8);
+    EXPECT_STREQ(b, L"one of 5");
+    EXPECT_EQ(ZvComposeStr(b, 32, nullptr), 0);
+    EXPECT_STREQ(b, L"");
 }
 
 TEST(ZvPrintFFormat, SmallBuffersAndBadArguments)
