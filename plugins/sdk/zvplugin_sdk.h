@@ -77,6 +77,15 @@ static __inline FARPROC ZvSdk_KernelProc(const char *name)
 }
 
 #ifdef __cplusplus
+/* The same, typed: auto f = ZvSdk_KernelFunction<HRESULT (*)(int)>("Name"); */
+template <class Fn>
+inline Fn ZvSdk_KernelFunction(const char *name)
+{
+    return reinterpret_cast<Fn>(reinterpret_cast<void *>(ZvSdk_KernelProc(name)));
+}
+#endif
+
+#ifdef __cplusplus
 #define ZVSDK_CALL(obj, method, ...) ((obj)->method(__VA_ARGS__))
 #else
 #define ZVSDK_CALL(obj, method, ...) ((obj)->lpVtbl->method((obj), __VA_ARGS__))

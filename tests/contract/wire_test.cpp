@@ -29,6 +29,9 @@ TEST(ContractRecords, KernelProcsAreFoundInTheHostExecutable)
     // the test executable links the kernel whole, as the hosts do
     EXPECT_NE(ZvSdk_KernelProc("ZvMem_Free"), nullptr);
     EXPECT_EQ(ZvSdk_KernelProc("ZvNoSuchFunction"), nullptr);
+    auto size = ZvSdk_KernelFunction<size_t (*)(const void *)>("ZvMem_Size");
+    ASSERT_NE(size, nullptr);
+    EXPECT_EQ(size(nullptr), 0u);
 }
 
 namespace {
