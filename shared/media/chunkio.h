@@ -48,6 +48,12 @@ struct FileIO {
         LARGE_INTEGER size;
         return GetFileSizeEx(h, &size) ? (ULONGLONG)size.QuadPart : 0;
     }
+    // Bytes from the position to the end of the file.
+    ULONGLONG left() const
+    {
+        ULONGLONG len = length(), pos = tell();
+        return len > pos ? len - pos : 0;
+    }
     bool truncateHere() const { return SetEndOfFile(h) != FALSE; }
 };
 

@@ -27,6 +27,17 @@ inline LONGLONG TakeOff(LONGLONG counter, ULONGLONG amount)
     return amount > (ULONGLONG)LLONG_MAX ? -1 : counter - (LONGLONG)amount;
 }
 
+// Seeks forward; a distance that would read as negative (a size word near
+// 2^64) goes to the end of the file instead of backwards, so walks always end.
+bool SkipForward(const FileIO &io, ULONGLONG distance)
+{
+    if (distance > (ULONGLONG)LLONG_MAX) {
+        io.seek(0, FILE_END);
+        return false;
+    }
+    return io.seek((LONGLONG)distance, FILE_CURRENT);
+}
+
 HRESULT ReadData64(const FileIO &io, void *buffer, DWORD count)
 {
     if (!io.read(buffer, count))
@@ -93,7 +104,7 @@ HRESULT riff64_SeekDataStart(HANDLE file)
 ULONGLONG riff64_SkipChunk(HANDLE file, ULONGLONG size)
 {
     ULONGLONG d = Round8(size);
-    FileIO{file}.seek((LONGLONG)d, FILE_CURRENT);
+    SkipForward(FileIO{file}, d);
     return d;
 }
 
@@ -119,7 +130,7 @@ HRESULT riff64_ReadDataBounded(HANDLE file, void *buffer, ULONGLONG size, DWORD 
     if (!io.read(buffer, n))
         return ZVERR_FILE_READ;
     // The remainder of the limit, not the pad that would complete it.
-    io.seek((LONGLONG)(size - n + (limit & 7)), FILE_CURRENT);
+    SkipForward(io, size - n + (limit & 7));
     return S_OK;
 }
 
@@ -264,7 +275,7 @@ HRESULT riff64_FindChunkHeader(HANDLE file, GUID label, ULONGLONG *size, LONGLON
             return S_OK;
         }
         ULONGLONG skip = Round8(s);
-        if (!io.seek((LONGLONG)skip, FILE_CURRENT))
+        if (!SkipForward(io, skip))
             return ZVERR_FILE_READ;
         if (remaining)
             *remaining = TakeOff(*remaining, skip);
@@ -307,7 +318,7 @@ HRESULT riff64_FindListChunk(HANDLE file, GUID listType, ULONGLONG *size, LONGLO
             return S_OK;
         }
         ULONGLONG rounded = Round8(chunkSize);
-        if (!io.seek((LONGLONG)(rounded - 16), FILE_CURRENT))
+        if (rounded > (ULONGLONG)LLONG_MAX || !io.seek((LONGLONG)(rounded - 16), FILE_CURRENT))
             return ZVERR_FILE_READ;
         if (remaining)
             *remaining = TakeOff(*remaining + 16, rounded);

@@ -44,6 +44,7 @@ struct MemIO {
         return true;
     }
     ULONGLONG tell() const { return (ULONGLONG)(r->cursor - r->start); }
+    ULONGLONG left() const { return avail(); }
 };
 
 
@@ -91,6 +92,10 @@ HRESULT ReadDataAllocWith(const IO &io, tZVRIFFBLOCK *block, HRESULT (*reader)(c
     block->data = nullptr;
     if (block->size == 0)
         return S_OK;
+    // A read that must come up short fails before a block of a damaged
+    // size word is allocated (and its pages touched).
+    if (block->size > io.left())
+        return ZVERR_FILE_READ;
     HGLOBAL h = GlobalAlloc(GHND, block->size);
     void *p = h ? GlobalLock(h) : nullptr;
     if (!p) {

@@ -60,7 +60,8 @@ HRESULT ScanForData(const FileIO &io, ULONGLONG start, ULONGLONG limit, const BY
         DWORD got = 0;
         if (!io.readSome(block, sizeof block, &got))
             return ZVERR_FILE_READ;
-        for (DWORD i = 0; i + labelSize <= got && pos + i < limit; i++) {
+        // A hit must leave room for its header before the limit.
+        for (DWORD i = 0; i + labelSize <= got && pos + i + header <= limit; i++) {
             if (block[i] == label[0] && memcmp(block + i, label, labelSize) == 0) {
                 *dataStart = pos + i + header;
                 return S_OK;

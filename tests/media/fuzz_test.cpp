@@ -1,0 +1,305 @@
+// Mutated files through the search, read, edit and repair functions: every
+// call must end with a code of the system, and nothing may be left allocated.
+#include "mediatest.h"
+#include "media/riff.h"
+#include "media/riff64.h"
+#include "media/mriff.h"
+#include "media/iff.h"
+#include "media/waveheader.h"
+#include <set>
+#include <stdlib.h>
+
+using namespace mediatest;
+
+namespace {
+
+struct Rng {
+    unsigned long long s;
+    unsigned next()
+    {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        return (unsigned)(s >> 33);
+    }
+    unsigned below(unsigned n) { return n ? next() % n : 0; }
+};
+
+const std::set<HRESULT> kCodes = {
+    S_OK, ZVERR_UNSUPPORTED_MEDIA, ZVERR_FILE_OPEN, ZVERR_FILE_READ, ZVERR_FILE_WRITE, ZVERR_NOT_FOUND,
+    ZVERR_MALFORMED, ZVERR_UNSUPPORTED_FORMAT, ZVERR_WRONG_CHUNK_SIZE, ZVERR_SIZE_LIMIT, ZVERR_NO_RIFF_HEADER,
+    ZVERR_NO_LIST_HEADER, ZVERR_ZERO_CHUNK, ZVERR_NEWER_FORMAT, E_OUTOFMEMORY, E_INVALIDARG, E_POINTER,
+};
+
+#define EXPECT_CODE(call)                                                              \
+    do {                                                                               \
+        HRESULT hr_ = (call);                                                                                                                 \
+        EXPECT_TRUE(kCodes.count(hr_)) << #call << " gave " << std::hex << hr_ << " on variant " << variant; \
+    } while (0)
+
+// Size words are where the damage matters most: 0, odd, negative, huge.
+Bytes Mutate(const Bytes &base, Rng &rng, const std::vector<size_t> &sizeAt)
+{
+    Bytes b = base;
+    switch (rng.below(5)) {
+    case 0: // bit flips
+        for (unsigned i = 0, n = 1 + rng.below(4); i < n; i++)
+            b[rng.below((unsigned)b.size())] ^= (BYTE)(1u << rng.below(8));
+        break;
+    case 1: // truncation
+        b.resize(rng.below((unsigned)b.size()));
+        break;
+    default: { // a size word set to a bad value
+        static const DWORD values[] = {0, 1, 3, 7, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFFFFF7, 0xFFFFFFF0, 9, 23, 25};
+        size_t at = sizeAt[rng.below((unsigned)sizeAt.size())];
+        DWORD v = rng.below(4) ? values[rng.below(sizeof values / sizeof values[0])] : rng.next();
+        if (at + 4 <= b.size())
+            memcpy(b.data() + at, &v, 4);
+        if (rng.below(3) == 0 && at + 8 <= b.size()) { // the high word of a Wave64 size
+            DWORD high = rng.below(2) ? 0xFFFFFFFF : rng.next();
+            memcpy(b.data() + at + 4, &high, 4);
+        }
+        break;
+    }
+    }
+    return b;
+}
+
+// Offsets of the size words of a RIFF or IFF image, found by walking it.
+std::vector<size_t> SizeWords(const Bytes &b, size_t first, size_t headerSize, size_t sizeOffset, size_t align,
+                              bool bigEndian)
+{
+    std::vector<size_t> at = {4, sizeOffset == 16 ? 16u : 4u};
+    for (size_t o = first; o + headerSize <= b.size();) {
+        at.push_back(o + sizeOffset);
+        unsigned long long size = bigEndian ? ((unsigned)b[o + 4] << 24 | b[o + 5] << 16 | b[o + 6] << 8 | b[o + 7])
+                                            : GetLe32(b, o + sizeOffset);
+        if (headerSize == 24)
+            size = size < 24 ? 0 : size - 24;
+        // Look inside lists too.
+        if (headerSize == 8 && memcmp(&b[o], "LIST", 4) == 0)
+            o += 12;
+        else
+            o += headerSize + ((size + align - 1) & ~(unsigned long long)(align - 1));
+    }
+    return at;
+}
+
+void FreeBlock(tZVRIFFBLOCK &block)
+{
+    if (block.data) {
+        HGLOBAL h = GlobalHandle(block.data);
+        GlobalUnlock(h);
+        GlobalFree(h);
+        block.data = nullptr;
+    }
+}
+
+Bytes RiffBase()
+{
+    WAVEFORMATEX f = {};
+    f.wFormatTag = 1; f.nChannels = 2; f.nSamplesPerSec = 44100; f.wBitsPerSample = 16;
+    f.nBlockAlign = 4; f.nAvgBytesPerSec = 176400;
+    Bytes fmt((BYTE *)&f, (BYTE *)&f + 18);
+    return Riff("WAVE", Cat({Chunk("fmt ", fmt), Chunk("JUNK", Bytes(20, 0)),
+                             List("INFO", Cat({Chunk("INAM", Bytes{'a', 'b', 'c', 0}), Chunk("ICMT", Filled(5, 'A'))})),
+                             Chunk("odd ", Filled(3)), Chunk("data", Filled(64)), Chunk("zzz ", Filled(7))}));
+}
+
+Bytes W64Base()
+{
+    auto chunk = [](const GUID &g, const Bytes &body) {
+        Bytes c;
+        Put(c, &g, 16);
+        Le64(c, body.size() + 24);
+        Put(c, body.data(), body.size());
+        while (c.size() % 8)
+            c.push_back(0);
+        return c;
+    };
+    WAVEFORMATEX f = {};
+    f.wFormatTag = 1; f.nChannels = 1; f.nSamplesPerSec = 8000; f.wBitsPerSample = 16;
+    f.nBlockAlign = 2; f.nAvgBytesPerSec = 16000;
+    Bytes list;
+    Put(list, &ZVW64_WAVE, 16);
+    Bytes inner = chunk(ZVW64_JUNK, Filled(9));
+    Put(list, inner.data(), inner.size());
+    Bytes body = Cat({chunk(ZVW64_FMT, Bytes((BYTE *)&f, (BYTE *)&f + 18)), chunk(ZVW64_JUNK, Bytes(13, 0)),
+                      chunk(ZVW64_LIST, list), chunk(ZVW64_DATA, Filled(50))});
+    Bytes img;
+    Put(img, &ZVW64_RIFF, 16);
+    Le64(img, 40 + body.size());
+    Put(img, &ZVW64_WAVE, 16);
+    Put(img, body.data(), body.size());
+    return img;
+}
+
+Bytes AiffBase()
+{
+    auto chunk = [](const char *id, const Bytes &b) {
+        Bytes c;
+        PutStr(c, id);
+        Be32(c, (unsigned)b.size());
+        Put(c, b.data(), b.size());
+        if (b.size() & 1)
+            c.push_back(0);
+        return c;
+    };
+    Bytes comm;
+    Be16(comm, 2); Be32(comm, 8); Be16(comm, 16);
+    WORD e, m[4];
+    aiff_CreateRate(44100, &e, m);
+    Be16(comm, e);
+    for (WORD w : m)
+        Be16(comm, w);
+    PutStr(comm, "NONE");
+    Be16(comm, 0);
+    Bytes mark;
+    Be16(mark, 2);
+    Be16(mark, 1); Be32(mark, 4); mark.push_back(1); PutStr(mark, "a");
+    Be16(mark, 2); Be32(mark, 6); mark.push_back(2); PutStr(mark, "bc"); mark.push_back(0);
+    Bytes ssnd;
+    Be32(ssnd, 4); Be32(ssnd, 0);
+    Put(ssnd, Filled(36).data(), 36);
+    Bytes body;
+    PutStr(body, "AIFC");
+    for (const Bytes &c : {chunk("FVER", Filled(4)), chunk("COMM", comm), chunk("MARK", mark), chunk("SSND", ssnd)})
+        Put(body, c.data(), c.size());
+    Bytes f;
+    PutStr(f, "FORM");
+    Be32(f, (unsigned)body.size());
+    Put(f, body.data(), body.size());
+    return f;
+}
+
+} // namespace
+
+TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
+{
+    TestFile t(Bytes{}, L"fuzz.wav");
+    const Bytes riff = RiffBase(), w64 = W64Base(), aiff = AiffBase();
+    const std::vector<size_t> riffSizes = SizeWords(riff, 12, 8, 4, 2, false);
+    const std::vector<size_t> w64Sizes = SizeWords(w64, 40, 24, 16, 8, false);
+    const std::vector<size_t> aiffSizes = SizeWords(aiff, 12, 8, 4, 2, true);
+    Rng rng{20261121};
+    wchar_t text[64];
+    BYTE buf[64];
+
+    // The first 200 variants warm up what the run-time makes lazily; the
+    // blocks and handles are counted over the 6,000 after them.
+    long long heapBefore = 0;
+    DWORD handlesBefore = 0;
+    int variant = 0;
+    for (; variant < 6200; variant++) {
+        if (variant == 200) {
+            heapBefore = HeapBusyBlocks();
+            GetProcessHandleCount(GetCurrentProcess(), &handlesBefore);
+        }
+        int family = variant % 4; // RIFF twice as often: it has the most functions
+        const Bytes &base = family == 2 ? w64 : family == 3 ? aiff : riff;
+        const std::vector<size_t> &sizes = family == 2 ? w64Sizes : family == 3 ? aiffSizes : riffSizes;
+        Bytes img = Mutate(base, rng, sizes);
+        t.rewrite(img);
+        HANDLE h = t.h();
+        if (family < 2) {
+            DWORD size = 0, remaining = 0, count = 0;
+            EXPECT_CODE(riff_FindChunkHeaderInRIFF(h, ZVRIFF_DATA, &size, &remaining));
+            riff_SeekDataStart(h);
+            EXPECT_CODE(riff_FindChunkHeader(h, ZVRIFF_ID('n', 'o', 'n', 'e'), &size, nullptr));
+            if (SUCCEEDED(riff_FindChunkHeaderInRIFF(h, ZVRIFF_FMT, &size, &remaining))) {
+                tZVRIFFBLOCK block = {size, nullptr};
+                EXPECT_CODE(riff_ReadDataAlloc(h, &block));
+                FreeBlock(block);
+            }
+            if (SUCCEEDED(riff_FindListChunkFromStart(h, ZVRIFF_INFO, &size))) {
+                DWORD bound = size;
+                EXPECT_CODE(riff_GetNumListEntries(h, &count, &bound));
+                EXPECT_CODE(riff_GetNumListEntries(h, &count, nullptr));
+                bound = size;
+                EXPECT_CODE(riff_SeekListEntry(h, 1, &bound));
+                bound = size;
+                if (SUCCEEDED(riff_FindChunkHeader(h, ZVRIFF_ID('I', 'C', 'M', 'T'), &size, &bound)) && size < 1000)
+                    EXPECT_CODE(riff_ReadANSIString(h, text, 64, &size));
+            }
+            riff_SeekDataStart(h);
+            EXPECT_CODE(riff_FindListChunk(h, ZVRIFF_ID('a', 'd', 't', 'l'), &size, nullptr));
+            EXPECT_CODE(riff_GetFileSize(h, &size));
+
+            _tMRIFF mr;
+            mriff_Init(&mr, img.data(), (DWORD)img.size(), (DWORD)img.size());
+            EXPECT_CODE(mriff_FindChunkHeaderInRIFF(&mr, ZVRIFF_DATA, &size, &remaining));
+            EXPECT_CODE(mriff_GetInfoString(&mr, ZVRIFF_ID('I', 'N', 'A', 'M'), (char *)buf, sizeof buf, &size));
+            WAVEFORMATEXTENSIBLE wfe;
+            EXPECT_CODE(mriff_GetWfx(&wfe.Format, img.data(), (DWORD)img.size(), &size));
+
+            ULONGLONG frames = 0, offset = 0;
+            free(ZvGetFileWfx(t.path().c_str(), &frames, &offset));
+            ZvFileIsWave(t.path().c_str(), TRUE);
+            if (family == 0) {
+                EXPECT_CODE(riff_DeleteChunk(h, ZVRIFF_INFO, &size, TRUE));
+                EXPECT_CODE(riff_DeleteChunk(h, ZVRIFF_ID('o', 'd', 'd', ' '), &size, FALSE));
+            } else {
+                Bytes before = t.bytes();
+                HRESULT hr = ZvFixTrashedWav(h, nullptr, 1 << 16);
+                EXPECT_CODE(hr);
+                // A repair keeps the length; a refused one every byte.
+                if (FAILED(hr)) {
+                    EXPECT_EQ(before, t.bytes()) << "variant " << variant;
+                } else {
+                    EXPECT_EQ(before.size(), t.bytes().size()) << "variant " << variant;
+                }
+            }
+        } else if (family == 2) {
+            ULONGLONG size = 0;
+            LONGLONG remaining = 0;
+            DWORD count = 0;
+            EXPECT_CODE(riff64_FindChunkHeaderInRIFF(h, ZVW64_DATA, &size, &remaining));
+            riff64_SeekDataStart(h);
+            EXPECT_CODE(riff64_FindChunkHeader(h, ZVW64_RIFF, &size, nullptr));
+            if (SUCCEEDED(riff64_FindChunkHeaderInRIFF(h, ZVW64_FMT, &size, &remaining))) {
+                tZVRIFFBLOCK block = {(DWORD)size, nullptr};
+                EXPECT_CODE(riff64_ReadDataAlloc(h, &block));
+                FreeBlock(block);
+            }
+            if (SUCCEEDED(riff64_FindListChunkFromStart(h, ZVW64_WAVE, &size))) {
+                LONGLONG bound = (LONGLONG)size;
+                EXPECT_CODE(riff64_GetNumListEntries(h, &count, &bound));
+                EXPECT_CODE(riff64_GetNumListEntries(h, &count, nullptr));
+            }
+            ULONGLONG frames = 0, offset = 0;
+            free(ZvGetFileWfx(t.path().c_str(), &frames, &offset));
+            if (variant % 8 == 2) {
+                EXPECT_CODE(riff64_DeleteChunk(h, ZVW64_JUNK, &size));
+            } else {
+                Bytes before = t.bytes();
+                HRESULT hr = ZvFixTrashedW64(h, nullptr, 1 << 16);
+                EXPECT_CODE(hr);
+                if (FAILED(hr)) {
+                    EXPECT_EQ(before, t.bytes()) << "variant " << variant;
+                }
+            }
+        } else {
+            DWORD size = 0, frames = 0, offset = 0;
+            BOOL aifc, little;
+            iff_IsAIFFFileEx(h, &size, &aifc, &little);
+            WAVEFORMATEX wfx;
+            EXPECT_CODE(iff_GetAIFFWfx(h, &wfx, &frames, &offset));
+            tZVIFFMARKER marker;
+            EXPECT_CODE(iff_FindMarker(h, &marker, 2));
+            EXPECT_CODE(iff_FindChunkFromStart(h, ZVIFF_SSND, &size));
+            t.seek(12);
+            EXPECT_CODE(iff_SeekChunkHeader(h, ZVIFF_ID('n', 'o', 'n', 'e'), &size));
+            ULONGLONG frames64 = 0, offset64 = 0;
+            free(ZvGetFileWfx(t.path().c_str(), &frames64, &offset64));
+            EXPECT_CODE(iff_DeleteChunk(h, ZVIFF_MARK, &size));
+        }
+    }
+    EXPECT_GT(heapBefore, 0);
+    EXPECT_LE(HeapBusyBlocks(), heapBefore);
+    // The count does see a block that is left behind.
+    void *probe = GlobalLock(GlobalAlloc(GHND, 64));
+    EXPECT_GT(HeapBusyBlocks(), heapBefore);
+    GlobalUnlock(GlobalHandle(probe));
+    GlobalFree(GlobalHandle(probe));
+    DWORD handlesAfter = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
+    EXPECT_LE(handlesAfter, handlesBefore);
+}
