@@ -108,13 +108,17 @@ HRESULT CLog::Init(LPCWSTR name, DWORD newFlags, int newMaxSize, int newShareMod
     return hr;
 }
 
+// Takes the lock too: through IZvLogger a Shutdown from one caller may meet
+// a Write from another.
 void CLog::Shutdown()
 {
+    EnterCriticalSection(&lock);
     if (file) {
         fclose(file);
         file = nullptr;
     }
     ready = 0;
+    LeaveCriticalSection(&lock);
 }
 
 HRESULT CLog::Write(DWORD level, LPCWSTR sourceFile, int line, LPCWSTR format, ...)

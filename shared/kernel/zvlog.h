@@ -33,8 +33,8 @@ enum LOGFLAGS {
 #define ZVLOG_PATH_CHARS 260
 #define ZVLOG_LINE_CHARS 1024
 
-// Lines are UTF-8 in a file opened in text mode, flushed one by one. All of
-// Init and Write hold the lock; Shutdown must not race with a writer.
+// Lines are UTF-8 in a file opened in text mode, flushed one by one. Init,
+// Write and Shutdown hold the lock.
 class CLog : public ZvGlobalObject {
 public:
     CLog();
