@@ -1,0 +1,768 @@
+// pcm.dll: reader of linear PCM in wave, Wave64 and AIFF/AIFC files. Three
+// reader classes, one per container, under the class ids that the
+// manager's signature table names for those file types.
+//
+// The DLL is self-contained: the chunk layers, the wave format record and
+// the memory token mapping are compiled into it, so it needs nothing of the
+// host at load time and works the same in the application and in a
+// surrogate process.
+#include "zvplugin_sdk.h"
+#include "pcmformat.h"
+#include "filemng/zvmemtoken.h"
+#include <new>
+#include <string.h>
+#include <wchar.h>
+
+namespace {
+
+LONG g_objects;
+
+// {0A30C422-B91B-11D3-A484-00105A24AA37}
+const GUID CLSID_PcmWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
+// {605F1174-83E4-4420-85A1-B5A4DC1EA028}
+const GUID CLSID_PcmWave64Reader = {0x605F1174, 0x83E4, 0x4420, {0x85, 0xA1, 0xB5, 0xA4, 0xDC, 0x1E, 0xA0, 0x28}};
+// {3CBBA9C2-75AD-11D3-A483-00105A24AA37}
+const GUID CLSID_PcmAiffReader = {0x3CBBA9C2, 0x75AD, 0x11D3, {0xA4, 0x83, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
+
+struct PcmClassInfo {
+    const GUID *clsid;
+    PcmContainer container;
+    const wchar_t *name;
+    const wchar_t *shortName;
+    const wchar_t *extensions;
+};
+
+const PcmClassInfo kClasses[] = {
+    {&CLSID_PcmWaveReader, PCM_WAVE, L"Wave (PCM)", L"Wave", L"*.wav;*.bwf"},
+    {&CLSID_PcmWave64Reader, PCM_WAVE64, L"Wave64 (PCM)", L"Wave64", L"*.w64"},
+    {&CLSID_PcmAiffReader, PCM_AIFF, L"AIFF (PCM)", L"AIFF", L"*.aif;*.aiff;*.aifc"},
+};
+const int kClassCount = (int)(sizeof kClasses / sizeof kClasses[0]);
+const wchar_t kPluginName[] = L"PCM Audio Reader";
+
+// One interface of an object with its reference count; answers IUnknown,
+// its own id and what answers() adds, all with the same pointer.
+template <class Itf, const IID *Iid>
+class PcmCom : public Itf {
+public:
+    PcmCom() { InterlockedIncrement(&g_objects); }
+    virtual ~PcmCom() { InterlockedDecrement(&g_objects); }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || answers(iid)) {
+            *out = static_cast<Itf *>(this);
+            this->AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref_); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        LONG r = InterlockedDecrement(&ref_);
+        if (r == 0)
+            delete this;
+        return r;
+    }
+
+protected:
+    virtual bool answers(REFIID) { return false; }
+
+private:
+    LONG ref_ = 1;
+};
+
+template <class T>
+HRESULT Hand(T *object, REFIID iid, void **out)
+{
+    if (!object)
+        return E_OUTOFMEMORY;
+    HRESULT hr = object->QueryInterface(iid, out);
+    object->Release();
+    return hr;
+}
+
+// A handle of the caller's process as a handle of our own, which we close.
+// The reader keeps it beyond the call, so it is duplicated even when the
+// caller is this process: the caller closes its handle after the open.
+HRESULT AdoptHandle(UINT64 wire, DWORD processId, HANDLE *out)
+{
+    *out = NULL;
+    HANDLE h = ZvSdk_WireToHandle(wire);
+    if (h == INVALID_HANDLE_VALUE || h == NULL)
+        return E_HANDLE;
+    HANDLE source = GetCurrentProcess();
+    bool foreign = processId != 0 && processId != GetCurrentProcessId();
+    if (foreign) {
+        source = OpenProcess(PROCESS_DUP_HANDLE, FALSE, processId);
+        if (!source)
+            return HRESULT_FROM_WIN32(GetLastError());
+    }
+    HRESULT hr = S_OK;
+    if (!DuplicateHandle(source, h, GetCurrentProcess(), out, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        hr = HRESULT_FROM_WIN32(GetLastError());
+        *out = NULL;
+    }
+    if (foreign)
+        CloseHandle(source);
+    return hr;
+}
+
+// Opens a name without its moniker tail (everything from the first "?").
+HRESULT OpenByName(LPCWSTR name, HANDLE *out)
+{
+    *out = NULL;
+    if (!name || !*name)
+        return E_INVALIDARG;
+    wchar_t path[520];
+    size_t n = wcscspn(name, L"?");
+    if (n >= sizeof path / sizeof path[0])
+        return ZVERR_BUFFER_TOO_SMALL;
+    wmemcpy(path, name, n);
+    path[n] = 0;
+    HANDLE h = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,
+                           FILE_ATTRIBUTE_NORMAL, NULL);
+    if (h == INVALID_HANDLE_VALUE)
+        return HRESULT_FROM_WIN32(GetLastError());
+    *out = h;
+    return S_OK;
+}
+
+bool ExtensionMatches(const wchar_t *path, const wchar_t *patterns)
+{
+    size_t len = wcscspn(path, L"?");
+    const wchar_t *dot = nullptr;
+    for (size_t i = 0; i < len; i++) {
+        if (path[i] == L'.')
+            dot = path + i;
+        else if (path[i] == L'\\' || path[i] == L'/')
+            dot = nullptr;
+    }
+    if (!dot)
+        return false;
+    size_t extLen = (size_t)(path + len - dot);
+    for (const wchar_t *p = patterns; *p;) {
+        size_t n = wcscspn(p, L";");
+        if (n == extLen + 1 && p[0] == L'*' && _wcsnicmp(dot, p + 1, extLen) == 0)
+            return true;
+        p += n + (p[n] ? 1 : 0);
+    }
+    return false;
+}
+
+void FillFormat(const PcmLayout &l, ZVSAMPLETYPE type, bool stored, _ZVFILESTREAMFORMATINFOv2 *f)
+{
+    memset(f, 0, sizeof *f);
+    f->cbSize = sizeof *f;
+    f->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+    f->llLength = (LONGLONG)l.frames;
+    _zvwaveformat wf;
+    wf.Init(l.rate, type, l.channels, l.channelMask);
+    if (stored && l.extensible)
+        wf.flags |= ZVWFX_FLAG_EXTENSIBLE;
+    static_assert(sizeof wf <= sizeof f->format, "format fits the record");
+    memcpy(f->format, &wf, sizeof wf);
+}
+
+HRESULT InfoTexts(const PcmClassInfo *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
+{
+    if (count < 0)
+        return E_INVALIDARG;
+    if (count > 0 && (!ids || !texts))
+        return E_POINTER;
+    for (LONG i = 0; i < count; i++)
+        texts[i] = NULL;
+    for (LONG i = 0; i < count; i++) {
+        const wchar_t *text = nullptr;
+        switch (ids[i]) {
+        case ZVFIO_INFOTEXT_SHORTNAME: text = cls->shortName; break;
+        case ZVFIO_INFOTEXT_READEXTENSIONS: text = cls->extensions; break;
+        case ZVFIO_INFOTEXT_DESCRIPTION: text = cls->name; break;
+        case ZVFIO_INFOTEXT_EXTENSIONS: text = cls->extensions; break;
+        case ZVFIO_INFOTEXT_PLUGINNAME: text = kPluginName; break;
+        case ZVFIO_INFOTEXT_VERSION: text = L"1.0"; break;
+        default: break;
+        }
+        if (text && !(texts[i] = SysAllocString(text))) {
+            for (LONG j = 0; j < i; j++) {
+                SysFreeString(texts[j]);
+                texts[j] = NULL;
+            }
+            return E_OUTOFMEMORY;
+        }
+    }
+    return S_OK;
+}
+
+// ------------------------------------------------------------------ file
+
+class PcmReadFile : public PcmCom<IZvReadFile, &IID_IZvReadFile> {
+public:
+    PcmReadFile(IZvReadFileClass *owner, HANDLE file, const PcmLayout &layout, BSTR name)
+        : owner_(owner), file_(file), layout_(layout), name_(name)
+    {
+        owner_->AddRef();
+        InitializeCriticalSection(&lock_);
+    }
+    ~PcmReadFile()
+    {
+        Close();
+        owner_->Release();
+        SysFreeString(name_);
+        DeleteCriticalSection(&lock_);
+    }
+    const PcmLayout &layout() const { return layout_; }
+
+    // Reads frames at a position into memory, decoded; positioned reads, so
+    // streams of one file don't disturb each other.
+    HRESULT readFrames(ULONGLONG first, DWORD count, BYTE *dest, DWORD *done)
+    {
+        *done = 0;
+        if (first >= layout_.frames)
+            return S_FALSE;
+        ULONGLONG left = layout_.frames - first;
+        if (count > left)
+            count = (DWORD)left;
+        const DWORD align = layout_.blockAlign;
+        const DWORD perRead = (16u << 20) / align > 0 ? (16u << 20) / align : 1;
+        EnterCriticalSection(&lock_);
+        HRESULT hr = S_OK;
+        while (*done < count) {
+            if (!file_) {
+                hr = E_UNEXPECTED;
+                break;
+            }
+            DWORD n = count - *done < perRead ? count - *done : perRead;
+            ULONGLONG at = layout_.dataOffset + (first + *done) * align;
+            OVERLAPPED ov = {};
+            ov.Offset = (DWORD)at;
+            ov.OffsetHigh = (DWORD)(at >> 32);
+            DWORD got = 0;
+            BYTE *p = dest + (size_t)*done * align;
+            if (!ReadFile(file_, p, n * align, &got, &ov) && GetLastError() != ERROR_HANDLE_EOF) {
+                hr = ZVERR_FILE_READ;
+                break;
+            }
+            DWORD whole = got / align;
+            PcmDecode(layout_, p, whole);
+            *done += whole;
+            if (whole < n)
+                break;   // the file got shorter since it was opened
+        }
+        LeaveCriticalSection(&lock_);
+        if (*done == 0 && SUCCEEDED(hr))
+            hr = ZVERR_FILE_READ;
+        return *done ? S_OK : hr;
+    }
+
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
+    {
+        if (!readClass)
+            return E_POINTER;
+        *readClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
+    {
+        if (!sibling)
+            return E_POINTER;
+        *sibling = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = name_ ? SysAllocString(name_) : NULL;
+        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *flags) override
+    {
+        if (!flags)
+            return E_POINTER;
+        *flags = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
+    {
+        if (!types)
+            return E_POINTER;
+        *types = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        *length = (LONGLONG)layout_.fileLength;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD streamType, LONG *stream) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = streamType == ZVFILESTREAMTYPE_AUDIO || streamType == 0 ? 0 : -1;
+        return *stream == 0 ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream,
+                                                  DWORD) override
+    {
+        if (!format)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        FillFormat(layout_, PcmDecodedType(layout_), false, format);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
+    {
+        if (!type || !value)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        *value = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = NULL;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD,
+                                         DWORD) override;
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *length = (LONGLONG)layout_.frames;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
+    {
+        if (!meta)
+            return E_POINTER;
+        *meta = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Close() override
+    {
+        EnterCriticalSection(&lock_);
+        if (file_) {
+            CloseHandle(file_);
+            file_ = NULL;
+        }
+        LeaveCriticalSection(&lock_);
+        return S_OK;
+    }
+
+private:
+    IZvReadFileClass *owner_;
+    HANDLE file_;
+    PcmLayout layout_;
+    BSTR name_;
+    CRITICAL_SECTION lock_;
+};
+
+// ---------------------------------------------------------------- stream
+
+class PcmAudioStream : public PcmCom<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+public:
+    explicit PcmAudioStream(PcmReadFile *file) : file_(file) { file_->AddRef(); }
+    ~PcmAudioStream() { file_->Release(); }
+    bool answers(REFIID iid) override { return IsEqualIID(iid, IID_IZvReadStream); }
+
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override { return file_->GetClass(readClass); }
+    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = file_;
+        file_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
+    {
+        if (!type)
+            return E_POINTER;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
+    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
+    {
+        if (!samples)
+            return E_POINTER;
+        *samples = (LONGLONG)file_->layout().frames;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        FillFormat(file_->layout(), PcmDecodedType(file_->layout()), false, format);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        FillFormat(file_->layout(), PcmStoredType(file_->layout()), true, format);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
+    {
+        if (!sample)
+            return E_POINTER;
+        *sample = next_;
+        return S_OK;
+    }
+    // Frames from a position into the caller's token: S_OK with the count
+    // read, S_FALSE at or past the end.
+    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
+                                          DWORD sampleCount, DWORD *samplesRead) override
+    {
+        if (!samplesRead)
+            return E_POINTER;
+        *samplesRead = 0;
+        LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
+        if (position < 0)
+            return E_INVALIDARG;
+        if (sampleCount == 0)
+            return S_OK;
+        const PcmLayout &l = file_->layout();
+        if ((ULONGLONG)sampleCount * l.blockAlign > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        if ((ULONGLONG)position >= l.frames)
+            return S_FALSE;
+        CMappingOfZvMemoryToken target(buffer, ZVMEMTOKEN_WRITE);
+        BYTE *dest = (BYTE *)target.Pointer();
+        if (!dest)
+            return E_FAIL;
+        DWORD done = 0;
+        HRESULT hr = file_->readFrames((ULONGLONG)position, sampleCount, dest, &done);
+        target.Dispose();
+        if (FAILED(hr))
+            return hr;
+        *samplesRead = done;
+        next_ = position + done;
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
+    {
+        if (!bytesPerSample)
+            return E_POINTER;
+        *bytesPerSample = file_->layout().blockAlign;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+
+private:
+    PcmReadFile *file_;
+    LONGLONG next_ = 0;
+};
+
+HRESULT STDMETHODCALLTYPE PcmReadFile::OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD)
+{
+    if (!stream)
+        return E_POINTER;
+    *stream = nullptr;
+    if (index != 0)
+        return E_INVALIDARG;
+    if (type != 0 && type != ZVFILESTREAMTYPE_AUDIO)
+        return E_INVALIDARG;
+    return Hand(new (std::nothrow) PcmAudioStream(this), IID_IZvReadStream, (void **)stream);
+}
+
+// ----------------------------------------------------------------- class
+
+class PcmReadClass : public PcmCom<IZvReadFileClass, &IID_IZvReadFileClass> {
+public:
+    explicit PcmReadClass(const PcmClassInfo *cls) : cls_(cls) {}
+    ~PcmReadClass()
+    {
+        if (manager_)
+            manager_->Release();
+    }
+    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
+    {
+        id_ = id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
+    {
+        if (!id)
+            return E_POINTER;
+        *id = id_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
+    {
+        if (manager)
+            manager->AddRef();
+        if (manager_)
+            manager_->Release();
+        manager_ = manager;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
+    {
+        if (!manager)
+            return E_POINTER;
+        *manager = manager_;
+        if (!manager_)
+            return E_FAIL;
+        manager_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
+    {
+        if (!classGuid)
+            return E_POINTER;
+        *classGuid = *cls_->clsid;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
+    {
+        if (!mask)
+            return E_POINTER;
+        *mask = ZVFIO_STREAMMASK_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
+    {
+        if (!flags)
+            return E_POINTER;
+        *flags = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = nullptr;
+        return E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
+    {
+        return InfoTexts(cls_, ids, count, texts);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
+
+    // By the first bytes when there are enough, confirmed by the headers when
+    // a file comes with them; by the extension when only a path does.
+    HRESULT STDMETHODCALLTYPE IdentifyFile(const ZVFIO_IDENTIFYINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (info->cbSize < sizeof(ZVFIO_IDENTIFYINFO))
+            return E_INVALIDARG;
+        HANDLE given = ZvSdk_WireToHandle(info->hFile);
+        bool haveFile = given != INVALID_HANDLE_VALUE && given != NULL;
+        if (info->pChunk && info->cbChunk > 0) {
+            if (!PcmSniff(info->pChunk, info->cbChunk, cls_->container))
+                return ZVERR_UNSUPPORTED_FORMAT;
+            if (!haveFile)
+                return S_OK;
+        } else if (!haveFile) {
+            if (!info->pszPath)
+                return E_INVALIDARG;
+            return ExtensionMatches(info->pszPath, cls_->extensions) ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
+        }
+        HANDLE file = NULL;
+        HRESULT hr = AdoptHandle(info->hFile, info->dwProcessId, &file);
+        if (FAILED(hr))
+            return hr;
+        BYTE head[40] = {};
+        DWORD got = 0;
+        OVERLAPPED at = {};
+        if (!ReadFile(file, head, sizeof head, &got, &at))
+            got = 0;
+        PcmLayout layout;
+        hr = PcmSniff(head, got, cls_->container) ? PcmParse(file, cls_->container, &layout)
+                                                    : ZVERR_UNSUPPORTED_FORMAT;
+        CloseHandle(file);
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **out, UINT64 fileHandle, DWORD processId, LPCWSTR name,
+                                       BOOL) override
+    {
+        if (!out)
+            return E_POINTER;
+        *out = nullptr;
+        HANDLE file = NULL;
+        HANDLE given = ZvSdk_WireToHandle(fileHandle);
+        HRESULT hr = given == INVALID_HANDLE_VALUE || given == NULL ? OpenByName(name, &file)
+                                                                     : AdoptHandle(fileHandle, processId, &file);
+        if (FAILED(hr))
+            return hr;
+        PcmLayout layout;
+        hr = PcmParse(file, cls_->container, &layout);
+        BSTR copy = NULL;
+        if (SUCCEEDED(hr) && name && !(copy = SysAllocString(name)))
+            hr = E_OUTOFMEMORY;
+        if (FAILED(hr)) {
+            CloseHandle(file);
+            return hr;
+        }
+        PcmReadFile *object = new (std::nothrow) PcmReadFile(this, file, layout, copy);
+        if (!object) {
+            CloseHandle(file);
+            SysFreeString(copy);
+            return E_OUTOFMEMORY;
+        }
+        return Hand(object, IID_IZvReadFile, (void **)out);
+    }
+    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **file, IStream *, LPCWSTR, DWORD) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
+    {
+        if (!types)
+            return E_POINTER;
+        *types = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        if (!status)
+            return E_POINTER;
+        *status = S_OK;
+        if (message) {
+            *message = SysAllocString(L"ready");
+            if (!*message)
+                return E_OUTOFMEMORY;
+        }
+        return S_OK;
+    }
+
+private:
+    const PcmClassInfo *cls_;
+    DWORD id_ = 0;
+    IZvFileIOManager *manager_ = nullptr;
+};
+
+// --------------------------------------------------------------- listing
+
+class PcmListing : public PcmCom<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
+public:
+    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = kClassCount;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (index < 0 || index >= kClassCount)
+            return E_INVALIDARG;
+        const PcmClassInfo &cls = kClasses[index];
+        memset(info, 0, sizeof *info);
+        info->classId = *cls.clsid;
+        wcsncpy(info->name, cls.name, 259);
+        info->dwAccess = ZVFIO_ACCESS_READER;
+        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+        info->dwVersionMajor = 1;
+        return S_OK;
+    }
+};
+
+class PcmFactory : public PcmCom<IClassFactory, &IID_IClassFactory> {
+public:
+    explicit PcmFactory(const PcmClassInfo *cls) : cls_(cls) {}
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        *out = nullptr;
+        if (outer)
+            return CLASS_E_NOAGGREGATION;
+        if (!cls_)
+            return Hand(new (std::nothrow) PcmListing, iid, out);
+        return Hand(new (std::nothrow) PcmReadClass(cls_), iid, out);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock)
+            InterlockedIncrement(&g_objects);
+        else
+            InterlockedDecrement(&g_objects);
+        return S_OK;
+    }
+
+private:
+    const PcmClassInfo *cls_;   // null: the listing object
+};
+
+} // namespace
+
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = nullptr;
+    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
+        return Hand(new (std::nothrow) PcmFactory(nullptr), iid, out);
+    for (int i = 0; i < kClassCount; i++)
+        if (IsEqualCLSID(clsid, *kClasses[i].clsid))
+            return Hand(new (std::nothrow) PcmFactory(&kClasses[i]), iid, out);
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
+extern "C" HRESULT WINAPI DllCanUnloadNow(void)
+{
+    return g_objects == 0 ? S_OK : S_FALSE;
+}
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
+{
+    if (reason == DLL_PROCESS_ATTACH)
+        DisableThreadLibraryCalls(instance);
+    return TRUE;
+}

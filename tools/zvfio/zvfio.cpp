@@ -1,0 +1,164 @@
+#include "zvfio.h"
+#include "zverror.h"
+#include "zvkernel.h"
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+namespace zvfio {
+
+bool Args::has(const wchar_t *name) const
+{
+    for (const std::wstring &o : options)
+        if (o == name || (o.compare(0, wcslen(name), name) == 0 && o[wcslen(name)] == L'='))
+            return true;
+    return false;
+}
+
+bool Args::value(const wchar_t *name, std::wstring *out) const
+{
+    size_t n = wcslen(name);
+    for (const std::wstring &o : options)
+        if (o.compare(0, n, name) == 0 && o.size() > n && o[n] == L'=') {
+            *out = o.substr(n + 1);
+            return true;
+        }
+    return false;
+}
+
+static void Print(FILE *to, const char *format, va_list args)
+{
+    vfprintf(to, format, args);
+    fflush(to);
+}
+
+void Out(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    Print(stdout, format, args);
+    va_end(args);
+}
+
+void Err(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    Print(stderr, format, args);
+    va_end(args);
+}
+
+std::string Utf8(const std::wstring &text)
+{
+    if (text.empty())
+        return std::string();
+    int n = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), (int)text.size(), nullptr, 0, nullptr, nullptr);
+    std::string s((size_t)(n > 0 ? n : 0), '\0');
+    if (n > 0)
+        WideCharToMultiByte(CP_UTF8, 0, text.c_str(), (int)text.size(), &s[0], n, nullptr, nullptr);
+    return s;
+}
+
+std::string JsonString(const std::string &text)
+{
+    std::string s = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+        case '"': s += "\\\""; break;
+        case '\\': s += "\\\\"; break;
+        case '\n': s += "\\n"; break;
+        case '\r': s += "\\r"; break;
+        case '\t': s += "\\t"; break;
+        default:
+            if (c < 0x20) {
+                char buf[8];
+                snprintf(buf, sizeof buf, "\\u%04x", c);
+                s += buf;
+            } else {
+                s += (char)c;
+            }
+        }
+    }
+    return s + "\"";
+}
+
+} // namespace zvfio
+
+using namespace zvfio;
+
+static const Command *const kCommands[] = {
+    &kChunksCommand, &kRepairCommand, &kPluginsCommand, &kIdentifyCommand, &kInfoCommand, &kReadCommand,
+};
+
+static void Usage(FILE *to)
+{
+    fprintf(to, "usage: zvfio COMMAND [options] FILE...\n\ncommands:\n");
+    for (const Command *c : kCommands)
+        fprintf(to, "  %-10s %s\n", c->name, c->summary);
+    fprintf(to, "\n'zvfio COMMAND --help' describes one command. Exit code 0 on success,\n"
+                "1 on a failure (with the system's error text), 2 on wrong usage.\n");
+}
+
+// A message box raised anywhere below is answered at once and its text goes
+// to stderr: nothing of this tool waits for a user.
+static void WINAPI LogBox(const wchar_t *text)
+{
+    Err("zvfio: %s\n", Utf8(text ? text : L"").c_str());
+}
+
+int wmain(int argc, wchar_t **argv)
+{
+    ZvMsgBoxSetNoUIHook(LogBox);
+    if (argc < 2) {
+        Usage(stderr);
+        return 2;
+    }
+    std::wstring name = argv[1];
+    if (name == L"--help" || name == L"-h" || name == L"help") {
+        Usage(stdout);
+        return 0;
+    }
+    const Command *command = nullptr;
+    for (const Command *c : kCommands)
+        if (Utf8(name) == c->name)
+            command = c;
+    if (!command) {
+        Err("zvfio: unknown command '%s'\n\n", Utf8(name).c_str());
+        Usage(stderr);
+        return 2;
+    }
+    Args args;
+    bool help = false;
+    for (int i = 2; i < argc; i++) {
+        std::wstring a = argv[i];
+        if (a == L"--help" || a == L"-h")
+            help = true;
+        else if (a == L"--json")
+            args.json = true;
+        else if (a.size() > 2 && a.compare(0, 2, L"--") == 0)
+            args.options.push_back(a);
+        else
+            args.files.push_back(a);
+    }
+    if (help) {
+        Out("%s", command->help);
+        return 0;
+    }
+    ZvKernel_EarlyInitialize(GetModuleHandleW(nullptr), 0, nullptr);
+    HRESULT hr = command->run(args);
+    if (hr == ZVFIO_E_USAGE) {
+        Err("%s", command->help);
+        return 2;
+    }
+    if (FAILED(hr)) {
+        const wchar_t *text = ZvErrorHandler_GetErrorMessage(0, hr, nullptr);
+        std::string message = Utf8(text ? text : L"");
+        // the handler's text opens with the context sentence and a blank line
+        for (char &c : message)
+            if (c == '\r' || c == '\n')
+                c = ' ';
+        Err("zvfio %s: %s (0x%08lX)\n", command->name, message.c_str(), (unsigned long)hr);
+        return 1;
+    }
+    return 0;
+}
