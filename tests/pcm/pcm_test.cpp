@@ -586,19 +586,22 @@ TEST(PcmBadFiles, DamagedHeadersGiveTheSystemCodes)
         EXPECT_EQ(d.run(c, noise), ZVERR_UNSUPPORTED_FORMAT) << c;
     EXPECT_EQ(d.run(0, std::vector<BYTE>()), ZVERR_UNSUPPORTED_FORMAT);
 
-    // AIFF (a16.aiff: FORM 0, COMM at 12 with channels at 20, rate at 28)
+    // AIFF (a16.aiff: channels at COMM + 8, the rate's exponent at COMM + 16)
     const std::vector<BYTE> aiff = FixtureBytes(7);
-    ASSERT_EQ(memcmp(&aiff[12], "COMM", 4), 0);
+    size_t comm = 12;
+    while (comm + 4 < aiff.size() && memcmp(&aiff[comm], "COMM", 4) != 0)
+        comm++;
+    ASSERT_LT(comm + 26, aiff.size());
     std::vector<BYTE> b = aiff;
-    b[20] = b[21] = 0;
+    b[comm + 8] = b[comm + 9] = 0;
     EXPECT_EQ(d.run(2, b, L"x.aif"), ZVERR_MALFORMED);
     b = aiff;
-    b[28] = 0x7F;   // rate exponent far too large
+    b[comm + 16] = 0x7F;   // rate exponent far too large
     EXPECT_EQ(d.run(2, b, L"x.aif"), ZVERR_MALFORMED);
     b = aiff;
-    b[28] |= 0x80;  // negative rate
+    b[comm + 16] |= 0x80;  // negative rate
     EXPECT_EQ(d.run(2, b, L"x.aif"), ZVERR_MALFORMED);
-    b = std::vector<BYTE>(aiff.begin(), aiff.begin() + 30);
+    b = std::vector<BYTE>(aiff.begin(), aiff.begin() + comm + 20);
     EXPECT_EQ(d.run(2, b, L"x.aif"), ZVERR_MALFORMED);
     // an AIFC compression that isn't linear
     b = FixtureBytes(10);   // cf32.aifc

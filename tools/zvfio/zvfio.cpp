@@ -150,14 +150,23 @@ int wmain(int argc, wchar_t **argv)
         Err("%s", command->help);
         return 2;
     }
+    if (hr == ZVFIO_E_NOTYET) {
+        Err("zvfio %s: not available yet: the file I/O manager doesn't identify and open files in this build\n",
+            command->name);
+        return 1;
+    }
     if (FAILED(hr)) {
-        const wchar_t *text = ZvErrorHandler_GetErrorMessage(0, hr, nullptr);
+        // the result's sentence alone; the handler's text opens with a line break
+        const wchar_t *text = ZvErrorHandler_GetHresultString(hr);
+        if (!text)
+            text = ZvErrorHandler_GetErrorMessage(0, hr, nullptr);
         std::string message = Utf8(text ? text : L"");
-        // the handler's text opens with the context sentence and a blank line
+        message.erase(0, message.find_first_not_of("\r\n "));
         for (char &c : message)
             if (c == '\r' || c == '\n')
                 c = ' ';
-        Err("zvfio %s: %s (0x%08lX)\n", command->name, message.c_str(), (unsigned long)hr);
+        std::string where = args.files.size() == 1 ? Utf8(args.files[0]) + ": " : std::string();
+        Err("zvfio %s: %s%s (0x%08lX)\n", command->name, where.c_str(), message.c_str(), (unsigned long)hr);
         return 1;
     }
     return 0;

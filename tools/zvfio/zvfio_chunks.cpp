@@ -200,7 +200,7 @@ HRESULT Chunks(HANDLE file, Node &root, std::string &container)
         container = "RIFF";
         root.id = "RIFF";
         root.type = FourCC(form);
-        root.size = (ULONGLONG)body + 4;
+        root.size = (DWORD)(body + 4);
         root.pastEnd = root.size + 8 > w.length;
         WalkRiff(w, 12, w.length, root.children);
         return S_OK;

@@ -2,18 +2,13 @@
 // identification, and opening a file with its reader. They share one
 // manager made in this process (in-process readers; routed ones through
 // their surrogates). Until the manager identifies and opens files, they say
-// so and fail with E_NOTIMPL.
+// so (main() prints it) and fail with E_NOTIMPL.
 #include "zvfio.h"
 
 namespace zvfio {
 namespace {
 
-HRESULT NotYet(const char *command)
-{
-    Err("zvfio %s: not available yet: the file I/O manager does not identify and open files in this build\n",
-        command);
-    return ZVFIO_E_NOTYET;
-}
+HRESULT NotYet(const char *) { return ZVFIO_E_NOTYET; }
 
 HRESULT Plugins(const Args &) { return NotYet("plugins"); }
 

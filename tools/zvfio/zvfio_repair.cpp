@@ -73,7 +73,7 @@ Header Describe(HANDLE file, bool wave64, ULONGLONG length)
     } else {
         DWORD body = 0, form = 0;
         h.container = SUCCEEDED(riff_ReadFileID(file, &body, &form)) && form == ZVRIFF_WAVE;
-        h.stored = (ULONGLONG)body + 4;
+        h.stored = (DWORD)(body + 4);
         pos = 12;
         for (int n = 0; h.container && n < 10000 && pos + 8 <= length; n++) {
             DWORD id = 0, size = 0;
