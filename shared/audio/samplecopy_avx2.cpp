@@ -15,6 +15,16 @@ inline bool AnyNaNPs(fvec x)
 {
     return _mm256_movemask_ps(_mm256_cmp_ps((__m256)x, (__m256)x, _CMP_UNORD_Q)) != 0;
 }
+typedef double dvec __attribute__((vector_size(32)));
+// max(lo, v) and min(hi, v) give v back when it is NaN.
+inline dvec ClampPd(dvec v, dvec lo, dvec hi)
+{
+    return (dvec)_mm256_min_pd((__m256d)hi, _mm256_max_pd((__m256d)lo, (__m256d)v));
+}
+inline fvec ClampPs(fvec v, fvec lo, fvec hi)
+{
+    return (fvec)_mm256_min_ps((__m256)hi, _mm256_max_ps((__m256)lo, (__m256)v));
+}
 #include "audio/samplecopy_vec.h"
 #undef ZVSC_VB
 

@@ -14,6 +14,16 @@ typedef float fvec __attribute__((vector_size(16)));
 typedef int32_t ivec __attribute__((vector_size(16)));
 inline ivec RoundPs(fvec x) { return (ivec)_mm_cvtps_epi32((__m128)x); }
 inline bool AnyNaNPs(fvec x) { return _mm_movemask_ps(_mm_cmpunord_ps((__m128)x, (__m128)x)) != 0; }
+typedef double dvec __attribute__((vector_size(16)));
+// max(lo, v) and min(hi, v) give v back when it is NaN.
+inline dvec ClampPd(dvec v, dvec lo, dvec hi)
+{
+    return (dvec)_mm_min_pd((__m128d)hi, _mm_max_pd((__m128d)lo, (__m128d)v));
+}
+inline fvec ClampPs(fvec v, fvec lo, fvec hi)
+{
+    return (fvec)_mm_min_ps((__m128)hi, _mm_max_ps((__m128)lo, (__m128)v));
+}
 #include "audio/samplecopy_vec.h"
 #undef ZVSC_VB
 

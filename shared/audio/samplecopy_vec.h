@@ -1,7 +1,9 @@
 // The vector form of every copy, written once with the compiler's generic
 // vectors and compiled per instruction set. The including unit defines
-// ZVSC_VB (vector bytes), RoundPs (floats to int32, nearest-even) and
-// AnyNaNPs, then includes this inside its own namespace.
+// ZVSC_VB (vector bytes), RoundPs (floats to int32, nearest-even), AnyNaNPs,
+// ClampPd (clamp doubles, a NaN passing unchanged) and ClampPs (floats known
+// not to be NaN), then includes this
+// inside its own namespace.
 //
 // The double path does exactly the scalar steps lane by lane (multiply,
 // clamp with NaN passing, add 1.5 * 2^52, take the low word). The float path
@@ -29,6 +31,27 @@ typedef V<LF>::f32 vf;
 template <int S, int N> inline typename V<N>::i32 LoadI(const uint8_t *p)
 {
     typedef typename V<N>::i32 I;
+#if ZVSC_VB == 32
+    // Widening loads of the small forms in one instruction each.
+    if constexpr (N == 8 && (S == 16 || S == 49 || S == 17)) {
+        if constexpr (S == 17)
+            return (I)_mm256_cvtepi16_epi32(_mm_loadu_si128((const __m128i *)p));
+        __m128i b = _mm_loadl_epi64((const __m128i *)p);
+        if constexpr (S == 16)
+            return (I)_mm256_sub_epi32(_mm256_cvtepu8_epi32(b), _mm256_set1_epi32(128));
+        return (I)_mm256_cvtepi8_epi32(b);
+    }
+    if constexpr (N == 4 && (S == 16 || S == 49 || S == 17)) {
+        if constexpr (S == 17)
+            return (I)_mm_cvtepi16_epi32(_mm_loadl_epi64((const __m128i *)p));
+        int32_t w;
+        memcpy(&w, p, 4);
+        __m128i b = _mm_cvtsi32_si128(w);
+        if constexpr (S == 16)
+            return (I)_mm_sub_epi32(_mm_cvtepu8_epi32(b), _mm_set1_epi32(128));
+        return (I)_mm_cvtepi8_epi32(b);
+    }
+#endif
     if constexpr (S == 16) {
         typename V<N>::u8 x; memcpy(&x, p, N);
         return __builtin_convertvector(x, I) - 128;
@@ -59,6 +82,42 @@ template <int S, int N> inline typename V<N>::i32 LoadI(const uint8_t *p)
 
 template <int D, int N> inline void StoreI(uint8_t *p, typename V<N>::i32 v)
 {
+#if ZVSC_VB == 32
+    // The low bytes of each word, gathered by byte shuffles: a NaN's word
+    // is not in range, so saturating packs would not do.
+    if constexpr (N == 8 && (D == 16 || D == 49 || D == 17)) {
+        __m256i x = (__m256i)v;
+        if constexpr (D == 17) {
+            const __m256i pick = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                  0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+            x = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(x, pick), 0x08);
+            _mm_storeu_si128((__m128i *)p, _mm256_castsi256_si128(x));
+        } else {
+            const __m256i pick = _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                  0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+            x = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(x, pick), _mm256_setr_epi32(0, 4, 1, 1, 1, 1, 1, 1));
+            __m128i b = _mm256_castsi256_si128(x);
+            if constexpr (D == 16)
+                b = _mm_xor_si128(b, _mm_set1_epi8((char)0x80));
+            _mm_storel_epi64((__m128i *)p, b);
+        }
+        return;
+    }
+    if constexpr (N == 4 && (D == 16 || D == 49 || D == 17)) {
+        __m128i x = (__m128i)v;
+        if constexpr (D == 17) {
+            x = _mm_shuffle_epi8(x, _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1));
+            _mm_storel_epi64((__m128i *)p, x);
+        } else {
+            x = _mm_shuffle_epi8(x, _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
+            if constexpr (D == 16)
+                x = _mm_xor_si128(x, _mm_set1_epi8((char)0x80));
+            int32_t k = _mm_cvtsi128_si32(x);
+            memcpy(p, &k, 4);
+        }
+        return;
+    }
+#endif
     if constexpr (D == 16) {
         typename V<N>::u8 x = __builtin_convertvector(v, typename V<N>::u8) ^ 0x80;
         memcpy(p, &x, N);
@@ -115,8 +174,7 @@ template <int D> inline void StoreD(uint8_t *p, vd v)
         memcpy(p, &v, sizeof(v));
     } else {
         const vd lo = vd{} - Denorm(D), hi = vd{} + (Denorm(D) - 1.0);
-        v = v < lo ? lo : v;
-        v = v > hi ? hi : v;
+        v = ClampPd(v, lo, hi);
         v += kRoundMagic;
         StoreI<D, L>(p, LowWords((V<L>::i32x2)v));
     }
@@ -139,6 +197,21 @@ inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Ste
     }
 }
 
+// Two vectors per loop pass, still in the safe order.
+template <int D, int S, int K, bool Unity, class Step>
+inline void RunBlocks2(uint8_t *d, const uint8_t *s, int count, double scale, Step step)
+{
+    RunBlocks<D, S, 2 * K, Unity>(d, s, count, scale, [&](int i) {
+        if (Bytes(D) > Bytes(S)) {
+            step(i + K);
+            step(i);
+        } else {
+            step(i);
+            step(i + K);
+        }
+    });
+}
+
 template <int D, int S, bool Unity>
 inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
 {
@@ -153,15 +226,18 @@ inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
     });
 }
 
-// Float to an integer of up to 24 bits at unity: x * 2^(m-1) is exact in
-// float, and the processor's rounding is the same nearest-even. A block that
-// holds a NaN goes through the scalar rule for the NaN's exact bits.
+// Float to an integer at unity: x * 2^(m-1) is exact in float, and the
+// processor's rounding is the same nearest-even. For 32 bits the top clamp
+// (2^31 - 1) is not a float: lanes at 2^31 or above are fixed after the
+// conversion. A block that holds a NaN goes through the scalar rule for the
+// NaN's exact bits.
 template <int D>
 inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
 {
+    typedef V<LF>::i32 I;
     const vf mul = vf{} + (float)Denorm(D);
     const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
-    RunBlocks<D, 32, LF, true>(d, s, count, Denorm(D), [&](int i) {
+    RunBlocks2<D, 32, LF, true>(d, s, count, Denorm(D), [&](int i) {
         vf x;
         memcpy(&x, s + (size_t)i * 4, sizeof(x));
         x *= mul;
@@ -169,14 +245,45 @@ inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
             ScalarRun<D, 32, true>(d, s, i, i + LF, Denorm(D));
             return;
         }
-        x = x < lo ? lo : x;
-        x = x > hi ? hi : x;
-        StoreI<D, LF>(d + (size_t)i * Bytes(D), RoundPs(x));
+        I r;
+        if constexpr (Bits(D) == 32) {
+            r = RoundPs(ClampPs(x, lo, x)) ^ (I)(x >= mul);
+        } else {
+            r = RoundPs(ClampPs(x, lo, hi));
+        }
+        StoreI<D, LF>(d + (size_t)i * Bytes(D), r);
     });
 }
 
-// An integer of up to 24 bits to float with a scale that float holds
-// exactly: one float product rounds as the double product narrowed does.
+// Integer to integer at unity in integer lanes: shifts up, or a shift down
+// that rounds to nearest-even. Not for the unpacked type, whose words may
+// exceed 24 bits.
+template <int D, int S>
+inline void RunIntToInt(uint8_t *d, const uint8_t *s, int count)
+{
+    typedef V<LF>::i32 I;
+    constexpr int n = Bits(S), m = Bits(D);
+    RunBlocks2<D, S, LF, true>(d, s, count, 1.0, [&](int i) {
+        I x = LoadI<S, LF>(s + (size_t)i * Bytes(S));
+        I r;
+        if constexpr (m >= n) {
+            r = x << (m - n);
+        } else {
+            constexpr int k = n - m;
+            const int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
+            I q = x >> k;
+            I f = x & ((1 << k) - 1);
+            r = q - (I)((f + (q & 1)) > half);
+            r = r > hi ? hi : r;
+        }
+        StoreI<D, LF>(d + (size_t)i * Bytes(D), r);
+    });
+}
+
+// An integer to float: at unity the conversion rounds once and the power of
+// two is exact; with a gain the integer (up to 24 bits) and the scale are
+// exact in float, and one float product rounds as the double product
+// narrowed does.
 template <int S>
 inline void RunIntToFloat(uint8_t *d, const uint8_t *s, int count, double scale, bool unity)
 {
@@ -186,9 +293,9 @@ inline void RunIntToFloat(uint8_t *d, const uint8_t *s, int count, double scale,
         memcpy(d + (size_t)i * 4, &x, sizeof(x));
     };
     if (unity)
-        RunBlocks<32, S, LF, true>(d, s, count, scale, step);
+        RunBlocks2<32, S, LF, true>(d, s, count, scale, step);
     else
-        RunBlocks<32, S, LF, false>(d, s, count, scale, step);
+        RunBlocks2<32, S, LF, false>(d, s, count, scale, step);
 }
 
 inline bool FloatHoldsScale(double scale)
@@ -218,14 +325,23 @@ void CopyVec(void *dest, const void *src, int count, float gain)
         return;
     }
     const double scale = Scale<D, S>(gain, unity);
-    if constexpr (S == 32 && !IsFloat(D) && Bits(D) <= 24) {
+    if constexpr (S == 32 && !IsFloat(D)) {
         if (unity) {
             RunFloatToInt<D>(d, s, count);
             return;
         }
     }
-    if constexpr (D == 32 && !IsFloat(S) && Bits(S) <= 24 && S != 48) {   // 48 may hold any 32 bits
-        if (FloatHoldsScale(scale)) {
+    if constexpr (!IsFloat(D) && !IsFloat(S) && S != 48) {
+        if (unity) {
+            RunIntToInt<D, S>(d, s, count);
+            return;
+        }
+    }
+    if constexpr (D == 32 && !IsFloat(S)) {
+        // At unity any integer goes: converting it to float rounds it once,
+        // as narrowing the exact double does, and the power of two is exact.
+        // With a gain the integer itself must be exact in float.
+        if (unity || (Bits(S) <= 24 && S != 48 && FloatHoldsScale(scale))) {
             RunIntToFloat<S>(d, s, count, scale, unity);
             return;
         }
