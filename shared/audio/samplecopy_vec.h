@@ -143,6 +143,28 @@ template <int D, int N> inline void StoreI(uint8_t *p, typename V<N>::i32 v)
     }
 }
 
+// Two vectors of values known to be in the destination's range (no NaN
+// words): narrow forms pack both with saturation in one pass.
+template <int D> inline void StoreIPair(uint8_t *p, V<LF>::i32 a, V<LF>::i32 b)
+{
+#if ZVSC_VB == 32
+    if constexpr (D == 16 || D == 49 || D == 17) {
+        __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32((__m256i)a, (__m256i)b), 0xD8);
+        if constexpr (D == 17) {
+            _mm256_storeu_si256((__m256i *)p, w);
+        } else {
+            __m128i bytes = _mm_packs_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1));
+            if constexpr (D == 16)
+                bytes = _mm_xor_si128(bytes, _mm_set1_epi8((char)0x80));
+            _mm_storeu_si128((__m128i *)p, bytes);
+        }
+        return;
+    }
+#endif
+    StoreI<D, LF>(p, a);
+    StoreI<D, LF>(p + (size_t)LF * Bytes(D), b);
+}
+
 template <int S> inline vd LoadD(const uint8_t *p)
 {
     if constexpr (S == 32) {
@@ -231,52 +253,60 @@ inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
 // (2^31 - 1) is not a float: lanes at 2^31 or above are fixed after the
 // conversion. A block that holds a NaN goes through the scalar rule for the
 // NaN's exact bits.
+template <int D> inline V<LF>::i32 RoundToInt(vf x)
+{
+    typedef V<LF>::i32 I;
+    const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
+    if constexpr (Bits(D) == 32)
+        return RoundPs(ClampPs(x, lo, x)) ^ (I)(x >= -lo);
+    else
+        return RoundPs(ClampPs(x, lo, hi));
+}
+
 template <int D>
 inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
 {
-    typedef V<LF>::i32 I;
     const vf mul = vf{} + (float)Denorm(D);
-    const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
-    RunBlocks2<D, 32, LF, true>(d, s, count, Denorm(D), [&](int i) {
-        vf x;
+    RunBlocks<D, 32, 2 * LF, true>(d, s, count, Denorm(D), [&](int i) {
+        vf x, y;
         memcpy(&x, s + (size_t)i * 4, sizeof(x));
+        memcpy(&y, s + (size_t)(i + LF) * 4, sizeof(y));
         x *= mul;
-        if (AnyNaNPs(x)) {
-            ScalarRun<D, 32, true>(d, s, i, i + LF, Denorm(D));
+        y *= mul;
+        if (AnyNaNPs(x) || AnyNaNPs(y)) {
+            ScalarRun<D, 32, true>(d, s, i, i + 2 * LF, Denorm(D));
             return;
         }
-        I r;
-        if constexpr (Bits(D) == 32) {
-            r = RoundPs(ClampPs(x, lo, x)) ^ (I)(x >= mul);
-        } else {
-            r = RoundPs(ClampPs(x, lo, hi));
-        }
-        StoreI<D, LF>(d + (size_t)i * Bytes(D), r);
+        StoreIPair<D>(d + (size_t)i * Bytes(D), RoundToInt<D>(x), RoundToInt<D>(y));
     });
 }
 
 // Integer to integer at unity in integer lanes: shifts up, or a shift down
 // that rounds to nearest-even. Not for the unpacked type, whose words may
 // exceed 24 bits.
-template <int D, int S>
-inline void RunIntToInt(uint8_t *d, const uint8_t *s, int count)
+template <int D, int S> inline V<LF>::i32 IntLanes(V<LF>::i32 x)
 {
     typedef V<LF>::i32 I;
     constexpr int n = Bits(S), m = Bits(D);
-    RunBlocks2<D, S, LF, true>(d, s, count, 1.0, [&](int i) {
-        I x = LoadI<S, LF>(s + (size_t)i * Bytes(S));
-        I r;
-        if constexpr (m >= n) {
-            r = x << (m - n);
-        } else {
-            constexpr int k = n - m;
-            const int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
-            I q = x >> k;
-            I f = x & ((1 << k) - 1);
-            r = q - (I)((f + (q & 1)) > half);
-            r = r > hi ? hi : r;
-        }
-        StoreI<D, LF>(d + (size_t)i * Bytes(D), r);
+    if constexpr (m >= n) {
+        return x << (m - n);
+    } else {
+        constexpr int k = n - m;
+        const int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
+        I q = x >> k;
+        I f = x & ((1 << k) - 1);
+        I r = q - (I)((f + (q & 1)) > half);
+        return r > hi ? hi : r;
+    }
+}
+
+template <int D, int S>
+inline void RunIntToInt(uint8_t *d, const uint8_t *s, int count)
+{
+    RunBlocks<D, S, 2 * LF, true>(d, s, count, 1.0, [&](int i) {
+        V<LF>::i32 a = LoadI<S, LF>(s + (size_t)i * Bytes(S));
+        V<LF>::i32 b = LoadI<S, LF>(s + (size_t)(i + LF) * Bytes(S));
+        StoreIPair<D>(d + (size_t)i * Bytes(D), IntLanes<D, S>(a), IntLanes<D, S>(b));
     });
 }
 
