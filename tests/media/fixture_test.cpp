@@ -94,15 +94,6 @@ bool ReadAudio(const std::wstring &path, WAVEFORMATEX *format, Bytes *audio)
     return true;
 }
 
-void AppendTo(HANDLE h, const Bytes &b)
-{
-    LARGE_INTEGER z;
-    z.QuadPart = 0;
-    SetFilePointerEx(h, z, nullptr, FILE_END);
-    DWORD put = 0;
-    WriteFile(h, b.data(), (DWORD)b.size(), &put, nullptr);
-}
-
 #define NEED_FIXTURES()                                                    \
     if (!FixturesPresent())                                                \
     GTEST_SKIP() << "no media fixtures (run through ctest to make them)"
@@ -226,13 +217,13 @@ TEST(MediaFixtures, WritesFilesForTheOutsideTools)
     ASSERT_TRUE(ReadAudio(FixtureDir() + L"tone16.wav", &f, &audio));
     ASSERT_EQ(S_OK, ZvInitializeWavWithJunk((out + L"written.wav").c_str(), &f, CREATE_ALWAYS, 4096));
     HANDLE h = OpenRW(out + L"written.wav");
-    AppendTo(h, audio);
+    AppendToFile(h, audio);
     ASSERT_EQ(S_OK, ZvInsertWavHeader(h, &f, (DWORD)audio.size(), 4096));
     CloseHandle(h);
 
     ASSERT_EQ(S_OK, ZvInitializeWav64((out + L"written.w64").c_str(), &f, CREATE_ALWAYS));
     h = OpenRW(out + L"written.w64");
-    AppendTo(h, audio);
+    AppendToFile(h, audio);
     ASSERT_EQ(S_OK, ZvInsertW64Header(h, &f, audio.size(), 112));
     CloseHandle(h);
 
@@ -248,7 +239,7 @@ TEST(MediaFixtures, WritesFilesForTheOutsideTools)
     ASSERT_TRUE(ReadAudio(FixtureDir() + L"multi24.wav", &f, &audio));
     ASSERT_EQ(S_OK, ZvInitializeWav((out + L"written24.wav").c_str(), &zf, CREATE_ALWAYS));
     h = OpenRW(out + L"written24.wav");
-    AppendTo(h, audio);
+    AppendToFile(h, audio);
     ASSERT_EQ(S_OK, ZvInsertWavHeader(h, &zf, (DWORD)audio.size(), 46));
     CloseHandle(h);
 

@@ -106,50 +106,20 @@ Bytes RiffBase()
 
 Bytes W64Base()
 {
-    auto chunk = [](const GUID &g, const Bytes &body) {
-        Bytes c;
-        Put(c, &g, 16);
-        Le64(c, body.size() + 24);
-        Put(c, body.data(), body.size());
-        while (c.size() % 8)
-            c.push_back(0);
-        return c;
-    };
     WAVEFORMATEX f = {};
     f.wFormatTag = 1; f.nChannels = 1; f.nSamplesPerSec = 8000; f.wBitsPerSample = 16;
     f.nBlockAlign = 2; f.nAvgBytesPerSec = 16000;
     Bytes list;
     Put(list, &ZVW64_WAVE, 16);
-    Bytes inner = chunk(ZVW64_JUNK, Filled(9));
+    Bytes inner = Chunk64(ZVW64_JUNK, Filled(9));
     Put(list, inner.data(), inner.size());
-    Bytes body = Cat({chunk(ZVW64_FMT, Bytes((BYTE *)&f, (BYTE *)&f + 18)), chunk(ZVW64_JUNK, Bytes(13, 0)),
-                      chunk(ZVW64_LIST, list), chunk(ZVW64_DATA, Filled(50))});
-    Bytes img;
-    Put(img, &ZVW64_RIFF, 16);
-    Le64(img, 40 + body.size());
-    Put(img, &ZVW64_WAVE, 16);
-    Put(img, body.data(), body.size());
-    return img;
+    return W64(Cat({Chunk64(ZVW64_FMT, Bytes((BYTE *)&f, (BYTE *)&f + 18)), Chunk64(ZVW64_JUNK, Bytes(13, 0)),
+                    Chunk64(ZVW64_LIST, list), Chunk64(ZVW64_DATA, Filled(50))}));
 }
 
 Bytes AiffBase()
 {
-    auto chunk = [](const char *id, const Bytes &b) {
-        Bytes c;
-        PutStr(c, id);
-        Be32(c, (unsigned)b.size());
-        Put(c, b.data(), b.size());
-        if (b.size() & 1)
-            c.push_back(0);
-        return c;
-    };
-    Bytes comm;
-    Be16(comm, 2); Be32(comm, 8); Be16(comm, 16);
-    WORD e, m[4];
-    aiff_CreateRate(44100, &e, m);
-    Be16(comm, e);
-    for (WORD w : m)
-        Be16(comm, w);
+    Bytes comm = CommBody(2, 8, 16, 44100);
     PutStr(comm, "NONE");
     Be16(comm, 0);
     Bytes mark;
@@ -159,15 +129,8 @@ Bytes AiffBase()
     Bytes ssnd;
     Be32(ssnd, 4); Be32(ssnd, 0);
     Put(ssnd, Filled(36).data(), 36);
-    Bytes body;
-    PutStr(body, "AIFC");
-    for (const Bytes &c : {chunk("FVER", Filled(4)), chunk("COMM", comm), chunk("MARK", mark), chunk("SSND", ssnd)})
-        Put(body, c.data(), c.size());
-    Bytes f;
-    PutStr(f, "FORM");
-    Be32(f, (unsigned)body.size());
-    Put(f, body.data(), body.size());
-    return f;
+    return Form("AIFC", Cat({IffChunk("FVER", Filled(4)), IffChunk("COMM", comm), IffChunk("MARK", mark),
+                             IffChunk("SSND", ssnd)}));
 }
 
 } // namespace

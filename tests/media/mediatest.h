@@ -6,6 +6,8 @@
 #include <vector>
 #include <cstring>
 #include "testutil.h"
+#include "media/iff.h"
+#include "media/riff64.h"
 
 namespace mediatest {
 
@@ -69,6 +71,70 @@ inline Bytes Fmt(unsigned tag, unsigned channels, unsigned rate, unsigned bits)
     Le16(f, tag); Le16(f, channels); Le32(f, rate); Le32(f, rate * align); Le16(f, align); Le16(f, bits);
     Le16(f, 0);
     return f;
+}
+
+// An IFF chunk (big-endian size) with its pad byte, and a FORM around chunks.
+inline Bytes IffChunk(const char *id, const Bytes &body)
+{
+    Bytes c;
+    PutStr(c, id);
+    Be32(c, (unsigned)body.size());
+    Put(c, body.data(), body.size());
+    if (body.size() & 1)
+        c.push_back(0);
+    return c;
+}
+inline Bytes Form(const char *form, const Bytes &chunks)
+{
+    Bytes f;
+    PutStr(f, "FORM");
+    Be32(f, (unsigned)(4 + chunks.size()));
+    PutStr(f, form);
+    Put(f, chunks.data(), chunks.size());
+    return f;
+}
+// The 18 bytes of a COMM chunk: channels, frames, bits, 80-bit rate.
+inline Bytes CommBody(unsigned channels, unsigned frames, unsigned bits, DWORD rate)
+{
+    Bytes comm;
+    Be16(comm, channels); Be32(comm, frames); Be16(comm, bits);
+    WORD e = 0, m[4] = {};
+    aiff_CreateRate(rate, &e, m);
+    Be16(comm, e);
+    for (WORD w : m)
+        Be16(comm, w);
+    return comm;
+}
+
+// A Wave64 chunk as stored (label, size with header, data, pad to 8), and
+// a riff/wave file around chunks.
+inline Bytes Chunk64(const GUID &label, const Bytes &body, long long storedOverride = -1)
+{
+    Bytes c;
+    Put(c, &label, 16);
+    Le64(c, storedOverride >= 0 ? (unsigned long long)storedOverride : body.size() + 24);
+    Put(c, body.data(), body.size());
+    while (c.size() % 8)
+        c.push_back(0);
+    return c;
+}
+inline Bytes W64(const Bytes &chunks)
+{
+    Bytes f;
+    Put(f, &ZVW64_RIFF, 16);
+    Le64(f, 40 + chunks.size());
+    Put(f, &ZVW64_WAVE, 16);
+    Put(f, chunks.data(), chunks.size());
+    return f;
+}
+
+inline void AppendToFile(HANDLE h, const Bytes &b)
+{
+    LARGE_INTEGER z;
+    z.QuadPart = 0;
+    SetFilePointerEx(h, z, nullptr, FILE_END);
+    DWORD put = 0;
+    WriteFile(h, b.data(), (DWORD)b.size(), &put, nullptr);
 }
 
 // A file in a temporary folder, open for read and write.

@@ -85,13 +85,7 @@ namespace {
 Bytes Aiff(const char *form, unsigned channels, unsigned frames, unsigned bits, unsigned rate, const char *compression,
            unsigned offset, const Bytes &audio, bool withMarkers = false)
 {
-    Bytes comm;
-    Be16(comm, channels); Be32(comm, frames); Be16(comm, bits);
-    WORD e = 0, m[4] = {};
-    aiff_CreateRate(rate, &e, m);
-    Be16(comm, e);
-    for (WORD w : m)
-        Be16(comm, w);
+    Bytes comm = CommBody(channels, frames, bits, rate);
     if (compression) {
         PutStr(comm, compression);
         comm.push_back(0);
@@ -101,15 +95,6 @@ Bytes Aiff(const char *form, unsigned channels, unsigned frames, unsigned bits, 
     Be32(ssnd, offset); Be32(ssnd, 0);
     ssnd.resize(ssnd.size() + offset);
     Put(ssnd, audio.data(), audio.size());
-    auto chunk = [](const char *id, const Bytes &b) {
-        Bytes c;
-        PutStr(c, id);
-        Be32(c, (unsigned)b.size());
-        Put(c, b.data(), b.size());
-        if (b.size() & 1)
-            c.push_back(0);
-        return c;
-    };
     Bytes body;
     PutStr(body, form);
     if (withMarkers) {
@@ -117,10 +102,10 @@ Bytes Aiff(const char *form, unsigned channels, unsigned frames, unsigned bits, 
         Be16(mark, 2);
         Be16(mark, 1); Be32(mark, 100); mark.push_back(2); PutStr(mark, "ab"); mark.push_back(0);
         Be16(mark, 7); Be32(mark, 555); mark.push_back(3); PutStr(mark, "xyz");
-        Bytes c = chunk("MARK", mark);
+        Bytes c = IffChunk("MARK", mark);
         Put(body, c.data(), c.size());
     }
-    Bytes c1 = chunk("COMM", comm), c2 = chunk("SSND", ssnd);
+    Bytes c1 = IffChunk("COMM", comm), c2 = IffChunk("SSND", ssnd);
     Put(body, c1.data(), c1.size());
     Put(body, c2.data(), c2.size());
     Bytes f;

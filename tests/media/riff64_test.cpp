@@ -5,26 +5,6 @@ using namespace mediatest;
 
 namespace {
 
-// A Wave64 chunk as stored: label, size with header, data, pad to 8.
-Bytes Chunk64(const GUID &label, const Bytes &body, long long storedOverride = -1)
-{
-    Bytes c;
-    Put(c, &label, 16);
-    Le64(c, storedOverride >= 0 ? (unsigned long long)storedOverride : body.size() + 24);
-    Put(c, body.data(), body.size());
-    while (c.size() % 8)
-        c.push_back(0);
-    return c;
-}
-Bytes W64(const Bytes &chunks)
-{
-    Bytes f;
-    Put(f, &ZVW64_RIFF, 16);
-    Le64(f, 40 + chunks.size());
-    Put(f, &ZVW64_WAVE, 16);
-    Put(f, chunks.data(), chunks.size());
-    return f;
-}
 const GUID kOther = {0x12345678, 0x1, 0x2, {1, 2, 3, 4, 5, 6, 7, 8}};
 
 } // namespace

@@ -30,15 +30,6 @@ Bytes Wave46(const WAVEFORMATEX &f, const Bytes &audio)
     return Riff("WAVE", Cat({Chunk("fmt ", fmt), Chunk("data", audio)}));
 }
 
-void Append(HANDLE h, const Bytes &b)
-{
-    LARGE_INTEGER z;
-    z.QuadPart = 0;
-    SetFilePointerEx(h, z, nullptr, FILE_END);
-    DWORD put = 0;
-    WriteFile(h, b.data(), (DWORD)b.size(), &put, nullptr);
-}
-
 } // namespace
 
 TEST(WaveCreate, PlainPaddedAndWave64Headers)
@@ -205,7 +196,7 @@ TEST(WaveRead, Wave64AndAiffFormats)
     {
         HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
         ASSERT_NE(INVALID_HANDLE_VALUE, h);
-        Append(h, Filled(4 * 25));
+        AppendToFile(h, Filled(4 * 25));
         ASSERT_EQ(S_OK, riff64_SetRIFFSize(h, 200 + 100 - 24));
         LARGE_INTEGER at;
         at.QuadPart = 200 - 24;
@@ -224,22 +215,10 @@ TEST(WaveRead, Wave64AndAiffFormats)
     free(got);
 
     // AIFF through the same entry: big-endian 16-bit, frames from COMM.
-    Bytes comm;
-    Be16(comm, 1); Be32(comm, 4); Be16(comm, 16);
-    WORD e, m[4];
-    aiff_CreateRate(22050, &e, m);
-    Be16(comm, e);
-    for (WORD w : m)
-        Be16(comm, w);
     Bytes ssnd;
     Be32(ssnd, 0); Be32(ssnd, 0);
     Put(ssnd, Filled(8).data(), 8);
-    Bytes body;
-    PutStr(body, "AIFF");
-    PutStr(body, "COMM"); Be32(body, 18); Put(body, comm.data(), 18);
-    PutStr(body, "SSND"); Be32(body, (unsigned)ssnd.size()); Put(body, ssnd.data(), ssnd.size());
-    Bytes aiff;
-    PutStr(aiff, "FORM"); Be32(aiff, (unsigned)body.size()); Put(aiff, body.data(), body.size());
+    Bytes aiff = Form("AIFF", Cat({IffChunk("COMM", CommBody(1, 4, 16, 22050)), IffChunk("SSND", ssnd)}));
     std::wstring apath = dir.file(L"r.aif");
     zvtest::WriteFileBytes(apath, aiff.data(), aiff.size());
     EXPECT_TRUE(ZvFileIsAiff(apath.c_str()));
@@ -378,7 +357,7 @@ TEST(WaveRepair, Wave64AndSetFormatRoundTrip)
     ASSERT_EQ(S_OK, ZvInitializeWav64(path.c_str(), &f, CREATE_ALWAYS));
     HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, h);
-    Append(h, Filled(2 * 50 + 1)); // never closed: sizes still empty
+    AppendToFile(h, Filled(2 * 50 + 1)); // never closed: sizes still empty
     ASSERT_EQ(S_OK, ZvFixTrashedW64(h, nullptr, 1 << 20));
     CloseHandle(h);
     ULONGLONG frames = 0, offset = 0;
