@@ -132,42 +132,37 @@ template <class IO> HRESULT RiffReadChunkHeader(const IO &io, DWORD *id, DWORD *
     return S_OK;
 }
 
-template <class IO> HRESULT RiffReadListHeader(const IO &io, DWORD *listType, DWORD *size)
+// A header with a type behind it (RIFF, LIST): another id gives wrongId
+// with the type unread; size receives the stored size minus 4.
+template <class IO>
+HRESULT RiffReadTypedHeader(const IO &io, DWORD expected, HRESULT wrongId, DWORD *size, DWORD *type)
 {
     DWORD id = 0, sz = 0;
     HRESULT hr = RiffReadChunkHeader(io, &id, &sz);
     if (FAILED(hr))
         return hr;
-    if (id != ZVRIFF_LIST)
-        return ZVERR_NO_LIST_HEADER;
+    if (id != expected)
+        return wrongId;
     if (size)
         *size = sz - 4;
     DWORD t;
     if (!io.read(&t, 4))
         return ZVERR_FILE_READ;
-    if (listType)
-        *listType = t;
+    if (type)
+        *type = t;
     return S_OK;
+}
+
+template <class IO> HRESULT RiffReadListHeader(const IO &io, DWORD *listType, DWORD *size)
+{
+    return RiffReadTypedHeader(io, ZVRIFF_LIST, ZVERR_NO_LIST_HEADER, size, listType);
 }
 
 template <class IO> HRESULT RiffReadFileID(const IO &io, DWORD *size, DWORD *formType)
 {
     if (size)
         *size = 0;
-    DWORD id = 0, sz = 0;
-    HRESULT hr = RiffReadChunkHeader(io, &id, &sz);
-    if (FAILED(hr))
-        return hr;
-    if (id != ZVRIFF_RIFF)
-        return ZVERR_NO_RIFF_HEADER;
-    if (size)
-        *size = sz - 4;
-    DWORD form;
-    if (!io.read(&form, 4))
-        return ZVERR_FILE_READ;
-    if (formType)
-        *formType = form;
-    return S_OK;
+    return RiffReadTypedHeader(io, ZVRIFF_RIFF, ZVERR_NO_RIFF_HEADER, size, formType);
 }
 
 template <class IO> HRESULT RiffFindChunk(const IO &io, DWORD id, DWORD *size, DWORD *remaining)

@@ -106,6 +106,24 @@ template <class ReadFn> WAVEFORMATEX *ReadFmtBody(DWORD size, ReadFn read)
     return f;
 }
 
+// The common end of the wave readers: refuse a format that cannot be read,
+// then find the data (findData stores its size and offset) and mend.
+template <class FindData> WAVEFORMATEX *FinishRead(WAVEFORMATEX *f, bool anyFormat, bool wantData, FindData findData)
+{
+    if (f && !anyFormat && !IsReadableFormat(f)) {
+        free(f);
+        return nullptr;
+    }
+    if (f && wantData) {
+        if (!findData()) {
+            free(f);
+            return nullptr;
+        }
+        MendRead(f);
+    }
+    return f;
+}
+
 // Wave reader over any RIFF source: format (malloc'd), data size and offset.
 // The position is restored.
 template <class IO> WAVEFORMATEX *ReadWave(const IO &io, bool anyFormat, ULONGLONG *dataSize, ULONGLONG *dataOffset)
@@ -117,22 +135,15 @@ template <class IO> WAVEFORMATEX *ReadWave(const IO &io, bool anyFormat, ULONGLO
     if (SUCCEEDED(RiffReadFileID(io, &body, &form)) && form == ZVRIFF_WAVE &&
         SUCCEEDED(RiffFindChunk(io, ZVRIFF_FMT, &size, &body))) {
         f = ReadFmtBody(size, [&](void *p, DWORD n) { return SUCCEEDED(RiffReadData(io, p, n)); });
-        if (f && !anyFormat && !IsReadableFormat(f)) {
-            free(f);
-            f = nullptr;
-        }
-        if (f && dataSize) {
+        f = FinishRead(f, anyFormat, dataSize != nullptr, [&] {
             DWORD data = 0;
-            if (SUCCEEDED(RiffFindChunk(io, ZVRIFF_DATA, &data, &body))) {
-                *dataSize = data;
-                if (dataOffset)
-                    *dataOffset = io.tell();
-                MendRead(f);
-            } else {
-                free(f);
-                f = nullptr;
-            }
-        }
+            if (FAILED(RiffFindChunk(io, ZVRIFF_DATA, &data, &body)))
+                return false;
+            *dataSize = data;
+            if (dataOffset)
+                *dataOffset = io.tell();
+            return true;
+        });
     }
     io.seek((LONGLONG)saved, FILE_BEGIN);
     return f;
@@ -153,22 +164,15 @@ WAVEFORMATEX *ReadWave64(HANDLE file, bool anyFormat, ULONGLONG *dataSize, ULONG
         if (SUCCEEDED(riff64_FindChunkHeader(file, ZVW64_FMT, &size, &remaining)) && size <= 4096)
             f = ReadFmtBody((DWORD)size, [&](void *p, DWORD n) { return SUCCEEDED(riff64_ReadData(file, p, n)); });
     }
-    if (f && !anyFormat && !IsReadableFormat(f)) {
-        free(f);
-        f = nullptr;
-    }
-    if (f && dataSize) {
+    f = FinishRead(f, anyFormat, dataSize != nullptr, [&] {
         ULONGLONG data = 0;
-        if (SUCCEEDED(riff64_FindChunkHeader(file, ZVW64_DATA, &data, &remaining))) {
-            *dataSize = data;
-            if (dataOffset)
-                *dataOffset = io.tell();
-            MendRead(f);
-        } else {
-            free(f);
-            f = nullptr;
-        }
-    }
+        if (FAILED(riff64_FindChunkHeader(file, ZVW64_DATA, &data, &remaining)))
+            return false;
+        *dataSize = data;
+        if (dataOffset)
+            *dataOffset = io.tell();
+        return true;
+    });
     io.seek((LONGLONG)saved, FILE_BEGIN);
     return f;
 }

@@ -78,76 +78,84 @@ HRESULT ScanForData(const FileIO &io, ULONGLONG start, ULONGLONG limit, const BY
     }
 }
 
-} // namespace
+// Where a container keeps what the repair looks at.
+struct Layout {
+    ULONGLONG formatAt; // the format record of a canonical header
+    ULONGLONG walkFrom; // the chunk after fmt
+    ULONGLONG scanFrom; // where a data id behind a short fmt chunk would be
+    const BYTE *label;
+    DWORD labelSize, headerSize;
+};
 
-HRESULT ZvFixTrashedWav(HANDLE file, const WAVEFORMATEX *format, DWORD largestHeader)
+// Mends the format, finds the data by walk(counter) from walkFrom or else by
+// the scan, sizes it from the file length and calls insert(format, size,
+// start). The position is restored.
+template <class Walk, class Insert>
+HRESULT Repair(HANDLE file, const WAVEFORMATEX *format, ULONGLONG limit, const Layout &at, Walk walk, Insert insert)
 {
     FileIO io{file};
     ULONGLONG saved = io.tell();
     ULONGLONG length = io.length();
     BYTE raw[18];
     WAVEFORMATEX f;
-    io.seek(20, FILE_BEGIN);
+    io.seek((LONGLONG)at.formatAt, FILE_BEGIN);
     HRESULT hr = io.read(raw, 18) ? S_OK : ZVERR_FILE_READ;
     if (SUCCEEDED(hr))
         hr = MendFormat(raw, format, &f);
     ULONGLONG dataStart = 0;
     if (SUCCEEDED(hr)) {
-        ULONGLONG limit = length < largestHeader ? length : largestHeader;
-        DWORD remaining = limit > 38 ? (DWORD)(limit - 38) : 0;
-        io.seek(38, FILE_BEGIN);
-        if (SUCCEEDED(riff_FindChunkHeader(file, ZVRIFF_DATA, nullptr, &remaining))) {
+        if (limit > length)
+            limit = length;
+        io.seek((LONGLONG)at.walkFrom, FILE_BEGIN);
+        if (walk(limit > at.walkFrom ? limit - at.walkFrom : 0))
             dataStart = io.tell();
-        } else {
-            // The scan starts 2 bytes early so that a data id behind a
-            // 16-byte fmt chunk is seen: that file is then refused instead
-            // of having its first samples covered by a JUNK chunk.
-            static const BYTE label[4] = {'d', 'a', 't', 'a'};
-            hr = ScanForData(io, 36, limit, label, 4, 8, &dataStart);
-        }
+        else
+            hr = ScanForData(io, at.scanFrom, limit, at.label, at.labelSize, at.headerSize, &dataStart);
     }
     if (SUCCEEDED(hr)) {
         ULONGLONG size = length > dataStart ? length - dataStart : 0;
         size -= size % f.nBlockAlign;
-        if (dataStart > 0xFFFFFFFFull || size > 0xFFFFFFFFull)
-            hr = ZVERR_SIZE_LIMIT;
-        else
-            hr = ZvInsertWavHeader(file, &f, (DWORD)size, (DWORD)dataStart);
+        hr = insert(&f, size, dataStart);
     }
     io.seek((LONGLONG)saved, FILE_BEGIN);
     return hr;
 }
 
+} // namespace
+
+HRESULT ZvFixTrashedWav(HANDLE file, const WAVEFORMATEX *format, DWORD largestHeader)
+{
+    // The scan starts 2 bytes before the walk so that a data id behind a
+    // 16-byte fmt chunk is seen: that file is then refused instead of having
+    // its first samples covered by a JUNK chunk.
+    static const BYTE label[4] = {'d', 'a', 't', 'a'};
+    static const Layout at = {20, 38, 36, label, 4, 8};
+    return Repair(
+        file, format, largestHeader, at,
+        [&](ULONGLONG counter) {
+            DWORD remaining = (DWORD)counter;
+            return SUCCEEDED(riff_FindChunkHeader(file, ZVRIFF_DATA, nullptr, &remaining));
+        },
+        [&](const WAVEFORMATEX *f, ULONGLONG size, ULONGLONG start) {
+            if (start > 0xFFFFFFFFull || size > 0xFFFFFFFFull)
+                return ZVERR_SIZE_LIMIT;
+            return ZvInsertWavHeader(file, f, (DWORD)size, (DWORD)start);
+        });
+}
+
 HRESULT ZvFixTrashedW64(HANDLE file, const WAVEFORMATEX *format, ULONGLONG largestHeader)
 {
-    FileIO io{file};
-    ULONGLONG saved = io.tell();
-    ULONGLONG length = io.length();
-    BYTE raw[18];
-    WAVEFORMATEX f;
-    io.seek(64, FILE_BEGIN);
-    HRESULT hr = io.read(raw, 18) ? S_OK : ZVERR_FILE_READ;
-    if (SUCCEEDED(hr))
-        hr = MendFormat(raw, format, &f);
-    ULONGLONG dataStart = 0;
-    if (SUCCEEDED(hr)) {
-        ULONGLONG limit = largestHeader & ~7ull;
-        if (limit > length)
-            limit = length;
-        LONGLONG remaining = limit > 88 ? (LONGLONG)(limit - 88) : 0;
-        io.seek(88, FILE_BEGIN);
-        if (SUCCEEDED(riff64_FindChunkHeader(file, ZVW64_DATA, nullptr, &remaining)))
-            dataStart = io.tell();
-        else
-            hr = ScanForData(io, 80, limit, (const BYTE *)&ZVW64_DATA, 16, 24, &dataStart); // see above
-    }
-    if (SUCCEEDED(hr)) {
-        ULONGLONG size = length > dataStart ? length - dataStart : 0;
-        size -= size % f.nBlockAlign;
-        hr = ZvInsertW64Header(file, &f, size, dataStart);
-    }
-    io.seek((LONGLONG)saved, FILE_BEGIN);
-    return hr;
+    // The format lies at 64, behind it the position moves up to 88.
+    static const Layout at = {64, 88, 80, (const BYTE *)&ZVW64_DATA, 16, 24};
+    return Repair(
+        file, format, largestHeader & ~7ull, at,
+        [&](ULONGLONG counter) {
+            LONGLONG remaining = (LONGLONG)counter;
+            return SUCCEEDED(riff64_FindChunkHeader(file, ZVW64_DATA, nullptr, &remaining));
+        },
+        [&](const WAVEFORMATEX *f, ULONGLONG size, ULONGLONG start) {
+            return ZvInsertW64Header(file, f, size, start);
+        });
 }
 
 HRESULT ZvFixTrashedWav(HANDLE file, const _zvwaveformat *format, DWORD largestHeader)
