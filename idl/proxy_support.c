@@ -32,34 +32,68 @@ HRESULT ZvProxy_GetClassObject(REFCLSID clsid, REFIID iid, void **out)
     return NdrDllGetClassObject(clsid, iid, out, (const ProxyFileInfo **)zv_proxy_files, &CLSID_ZvProxyStub, &zv_ps_factory);
 }
 
+/* COM keeps class registrations and proxy-stub class ids per apartment, so
+   every apartment that marshals a contract interface registers once: the
+   multithreaded apartment at start, and each single-threaded apartment (and a
+   multithreaded apartment made anew) when it first needs a proxy. Asking for
+   the proxy-stub class object tells whether this apartment has it already. */
+static CRITICAL_SECTION zv_ps_lock;
+static INIT_ONCE zv_ps_lock_once = INIT_ONCE_STATIC_INIT;
+
+static BOOL CALLBACK init_lock(INIT_ONCE *once, void *param, void **context)
+{
+    (void)once; (void)param; (void)context;
+    InitializeCriticalSection(&zv_ps_lock);
+    return TRUE;
+}
+
+static BOOL registered_here(void)
+{
+    IUnknown *factory = NULL;
+    if (FAILED(CoGetClassObject(&CLSID_ZvProxyStub, CLSCTX_INPROC_SERVER, NULL, &IID_IUnknown, (void **)&factory)))
+        return FALSE;
+    factory->lpVtbl->Release(factory);
+    return TRUE;
+}
+
 HRESULT ZvProxy_Register(void)
 {
     IUnknown *factory = NULL;
     HRESULT hr;
+    DWORD cookie = 0;
     const ProxyFileInfo *const *file;
+    APTTYPE type;
+    APTTYPEQUALIFIER qualifier;
 
-    if (InterlockedCompareExchange(&zv_ps_registered, 1, 0) != 0)
+    InitOnceExecuteOnce(&zv_ps_lock_once, init_lock, NULL, NULL);
+    EnterCriticalSection(&zv_ps_lock);
+    if (registered_here()) {
+        LeaveCriticalSection(&zv_ps_lock);
         return S_FALSE;
-    hr = ZvProxy_GetClassObject(&CLSID_ZvProxyStub, &IID_IUnknown, (void **)&factory);
-    if (FAILED(hr))
-        goto failed;
-    hr = CoRegisterClassObject(&CLSID_ZvProxyStub, factory, CLSCTX_INPROC_SERVER,
-                               REGCLS_MULTIPLEUSE, &zv_ps_cookie);
-    factory->lpVtbl->Release(factory);
-    if (FAILED(hr))
-        goto failed;
-    for (file = zv_proxy_files; *file; file++) {
-        unsigned short i;
-        for (i = 0; i < (*file)->TableSize; i++) {
-            const CInterfaceStubVtbl *stub = (*file)->pStubVtblList[i];
-            hr = CoRegisterPSClsid(stub->header.piid, &CLSID_ZvProxyStub);
-            if (FAILED(hr))
-                goto failed;
-        }
     }
-    return S_OK;
-failed:
-    InterlockedExchange(&zv_ps_registered, 0);
+    hr = ZvProxy_GetClassObject(&CLSID_ZvProxyStub, &IID_IUnknown, (void **)&factory);
+    if (SUCCEEDED(hr)) {
+        hr = CoRegisterClassObject(&CLSID_ZvProxyStub, factory, CLSCTX_INPROC_SERVER,
+                                   REGCLS_MULTIPLEUSE, &cookie);
+        factory->lpVtbl->Release(factory);
+    }
+    for (file = zv_proxy_files; SUCCEEDED(hr) && *file; file++) {
+        unsigned short i;
+        for (i = 0; SUCCEEDED(hr) && i < (*file)->TableSize; i++)
+            hr = CoRegisterPSClsid((*file)->pStubVtblList[i]->header.piid, &CLSID_ZvProxyStub);
+    }
+    if (SUCCEEDED(hr)) {
+        /* the multithreaded apartment's registration is the one to revoke at
+           the end; a single-threaded apartment's goes with its thread */
+        if (SUCCEEDED(CoGetApartmentType(&type, &qualifier)) && type == APTTYPE_MTA) {
+            if (zv_ps_cookie)
+                CoRevokeClassObject(zv_ps_cookie);
+            zv_ps_cookie = cookie;
+        }
+        InterlockedExchange(&zv_ps_registered, 1);
+    } else if (cookie)
+        CoRevokeClassObject(cookie);
+    LeaveCriticalSection(&zv_ps_lock);
     return hr;
 }
 

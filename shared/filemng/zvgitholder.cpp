@@ -1,5 +1,6 @@
 #include "filemng/zvgitholder.h"
 #include "zvmemory.h"
+#include "zvproxy.h"
 
 // --- global interface table helpers ------------------------------------------
 
@@ -24,6 +25,8 @@ HRESULT ZvGit_Register(IUnknown *object, REFIID iid, DWORD *cookie)
 HRESULT ZvGit_Get(DWORD cookie, REFIID iid, IUnknown **out)
 {
     *out = nullptr;
+    // a thread of a new apartment needs the contract's proxies there first
+    ZvProxy_Register();
     IGlobalInterfaceTable *git = nullptr;
     HRESULT hr = openGit(&git);
     if (FAILED(hr))
