@@ -372,42 +372,8 @@ STDMETHODIMP CZvFileIOManager::IsPluginLoaded(REFGUID pluginClassId)
     return m_pPluginEnum->GetInfo(pluginClassId, &desc);
 }
 
-// Identification, opening, templates and filters are served by their own
-// parts of the manager; until those exist these answer E_NOTIMPL.
-STDMETHODIMP CZvFileIOManager::OpenReader(LPCWSTR, IZvReadFile **file, DWORD)
-{
-    ZVFIO_SCOPE("CZvFileIOManager::OpenReader");
-    if (file)
-        *file = NULL;
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CZvFileIOManager::OpenReaderEx(LPCWSTR, IZvReadFile **file, REFGUID, DWORD)
-{
-    ZVFIO_SCOPE("CZvFileIOManager::OpenReaderEx");
-    if (file)
-        *file = NULL;
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CZvFileIOManager::IdentifyFileType(UINT64, LPCWSTR, LONG *readerIndex, DWORD)
-{
-    ZVFIO_SCOPE("CZvFileIOManager::IdentifyFileType");
-    if (readerIndex)
-        *readerIndex = -1;
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CZvFileIOManager::IdentifyFileTypeSlow(LPCWSTR, LONG *readerIndex)
-{
-    ZVFIO_SCOPE("CZvFileIOManager::IdentifyFileTypeSlow");
-    if (readerIndex)
-        *readerIndex = -1;
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CZvFileIOManager::IsOpenProgressNeeded(LPCWSTR, DWORD) { return S_FALSE; }
-
+// Templates and filters are served by their own parts of the manager;
+// until those exist these answer E_NOTIMPL.
 STDMETHODIMP CZvFileIOManager::EditTemplate(UINT64, IZvRenderFileClass *, DWORD, IStream *, PCZVTEMPLATE,
                                             PCZVTEMPLATE, LPCWSTR, PZVTEMPLATE *edited)
 {

@@ -1,0 +1,226 @@
+#include "mockreader.h"
+#include "filemng/fiodiscovery.h"
+#include <gtest/gtest.h>
+
+namespace idtest {
+
+GUID ClassId(DWORD data1)
+{
+    GUID g = {data1, 0x1111, 0x2222, {0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA}};
+    return g;
+}
+
+// The smallest reader file object: it knows its name and stream count.
+struct MockFile : IZvReadFile {
+    LONG refs = 1;
+    std::wstring name;
+    LONG streams;
+    MockFile(const wchar_t *n, LONG s) : name(n ? n : L""), streams(s) {}
+    virtual ~MockFile() {}
+    STDMETHODIMP QueryInterface(REFIID riid, void **out) override
+    {
+        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IZvReadFile)) {
+            *out = this;
+            AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return (ULONG)InterlockedIncrement(&refs); }
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        LONG n = InterlockedDecrement(&refs);
+        if (n == 0)
+            delete this;
+        return (ULONG)n;
+    }
+    STDMETHODIMP GetClass(IZvReadFileClass **c) override { *c = nullptr; return E_NOTIMPL; }
+    STDMETHODIMP GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP GetSiblingFile(IZvReadFile **s) override { *s = nullptr; return E_NOTIMPL; }
+    STDMETHODIMP GetFileName(BSTR *n) override
+    {
+        *n = SysAllocString(name.c_str());
+        return S_OK;
+    }
+    STDMETHODIMP GetFileFlags(DWORD *f) override { *f = 0; return S_OK; }
+    STDMETHODIMP GetSiblingCount(LONG *c) override { *c = 0; return S_OK; }
+    STDMETHODIMP GetMetaTypes(DWORD *t) override { *t = 0; return S_OK; }
+    STDMETHODIMP Refresh(DWORD) override { return S_OK; }
+    STDMETHODIMP GetLength(LONGLONG *l) override { *l = 0; return S_OK; }
+    STDMETHODIMP GetStreamCount(LONG *c) override { *c = streams; return S_OK; }
+    STDMETHODIMP GetDefaultStream(DWORD, LONG *s) override { *s = -1; return E_NOTIMPL; }
+    STDMETHODIMP GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *, LONG, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP GetStreamType(LONG, ZVFILESTREAMTYPE *, DWORD *) override { return E_NOTIMPL; }
+    STDMETHODIMP GetStreamName(LONG, BSTR *n) override { *n = nullptr; return E_NOTIMPL; }
+    STDMETHODIMP OpenStream(IZvReadStream **s, LONG, DWORD, DWORD, DWORD) override
+    {
+        *s = nullptr;
+        return E_NOTIMPL;
+    }
+    STDMETHODIMP GetStreamLength(LONG, LONGLONG *l) override { *l = 0; return E_NOTIMPL; }
+    STDMETHODIMP GetMeta(IZvReadMeta **m) override { *m = nullptr; return E_NOTIMPL; }
+    STDMETHODIMP Close() override { return S_OK; }
+};
+
+STDMETHODIMP MockReader::QueryInterface(REFIID riid, void **out)
+{
+    if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IZvReadFileClass)) {
+        *out = this;
+        AddRef();
+        return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+}
+
+STDMETHODIMP MockReader::GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
+{
+    for (LONG i = 0; i < count; ++i)
+        texts[i] = SysAllocString(ids[i] == ZVFIO_INFOTEXT_SHORTNAME ? name.c_str() : L"");
+    return S_OK;
+}
+
+STDMETHODIMP MockReader::IdentifyFile(const ZVFIO_IDENTIFYINFO *info)
+{
+    if (info->hFile == (UINT64)(LONG_PTR)INVALID_HANDLE_VALUE && !info->pChunk) {
+        ++slowCalls;
+        return slowAnswer;
+    }
+    ++byteCalls;
+    lastChunkSize = info->cbChunk;
+    return byteAnswer;
+}
+
+STDMETHODIMP MockReader::OpenFile(IZvReadFile **file, UINT64 handle, DWORD, LPCWSTR n, BOOL normal)
+{
+    ++opens;
+    lastOpenName = n ? n : L"";
+    lastNormalOpen = normal;
+    *file = nullptr;
+    if (FAILED(openAnswer))
+        return openAnswer;
+    // the handle is the caller's and must be usable during the call
+    if ((HANDLE)(LONG_PTR)handle != INVALID_HANDLE_VALUE && GetFileType((HANDLE)(LONG_PTR)handle) != FILE_TYPE_DISK)
+        return E_HANDLE;
+    *file = new MockFile(n, streams);
+    return openAnswer;
+}
+
+MockSetup::MockSetup(const std::vector<Entry> &entries)
+{
+    wchar_t tmp[MAX_PATH], dir[MAX_PATH];
+    GetTempPathW(MAX_PATH, tmp);
+    GetTempFileNameW(tmp, L"zid", 0, dir);
+    DeleteFileW(dir);
+    CreateDirectoryW(dir, nullptr);
+    dataDir = dir;
+    ZvFioResetDataPaths();
+    ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dataDir + L"\\host.exe").c_str());
+    long reserved = 0;
+    EXPECT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
+                                            nullptr, reserved));
+    mgr = static_cast<CZvFileIOManager *>(app);
+    tZVLIST *list = nullptr;
+    ZvList_CreateExZ(&list, 0, 0, 0, 0);
+    for (const Entry &e : entries) {
+        ZVFIO_PLUGININFO *r = ZvFioAllocRecord(nullptr);
+        r->clsidPlugin = e.reader->id;
+        r->clsidReader = e.reader->id;
+        r->Access = ZVFIO_ACCESS_READER;
+        r->Surrogate = -1;
+        r->MeritValue = e.merit;
+        r->dwListed = 1;
+        _snwprintf(r->szName, MAX_PATH, L"%ls", e.reader->name.c_str());
+        _snwprintf(r->szPath, MAX_PATH, L"%ls\\%ls.dll", dataDir.c_str(), e.reader->name.c_str());
+        if (e.extensions)
+            ZvFioStrSet(&r->ExtReader, e.extensions);
+        e.reader->AddRef();
+        r->pReaderClass = e.reader;
+        ZvList_InsertList(list, -1, &r, 1);
+    }
+    EXPECT_EQ(S_OK, mgr->SetPluginList(list, 0, 0, nullptr));
+}
+
+MockSetup::~MockSetup()
+{
+    if (app)
+        app->Release();
+    ZvFioResetDataPaths();
+    std::wstring pattern = dataDir + L"\\*";
+    WIN32_FIND_DATAW fd;
+    HANDLE h = FindFirstFileW(pattern.c_str(), &fd);
+    if (h != INVALID_HANDLE_VALUE) {
+        do
+            DeleteFileW((dataDir + L"\\" + fd.cFileName).c_str());
+        while (FindNextFileW(h, &fd));
+        FindClose(h);
+    }
+    RemoveDirectoryW(dataDir.c_str());
+}
+
+LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }
+
+std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::vector<unsigned char> &bytes)
+{
+    std::wstring path = dir + L"\\" + name;
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD done = 0;
+    if (h != INVALID_HANDLE_VALUE) {
+        if (!bytes.empty())
+            WriteFile(h, bytes.data(), (DWORD)bytes.size(), &done, nullptr);
+        CloseHandle(h);
+    }
+    return path;
+}
+
+static void Put32(std::vector<unsigned char> &b, DWORD v)
+{
+    for (int i = 0; i < 4; ++i)
+        b.push_back((unsigned char)(v >> (8 * i)));
+}
+static void Put16(std::vector<unsigned char> &b, WORD v)
+{
+    b.push_back((unsigned char)v);
+    b.push_back((unsigned char)(v >> 8));
+}
+static void PutTag(std::vector<unsigned char> &b, const char *t) { b.insert(b.end(), t, t + 4); }
+
+std::vector<unsigned char> WaveBytes(unsigned frames, bool scot)
+{
+    std::vector<unsigned char> b;
+    PutTag(b, "RIFF");
+    Put32(b, 0); // patched below
+    PutTag(b, "WAVE");
+    PutTag(b, "fmt ");
+    Put32(b, 16);
+    Put16(b, 1);
+    Put16(b, 2);
+    Put32(b, 48000);
+    Put32(b, 48000 * 4);
+    Put16(b, 4);
+    Put16(b, 16);
+    if (scot) {
+        // byte 36: a chunk that puts "scot" at byte 60
+        PutTag(b, "JUNK");
+        Put32(b, 16);
+        b.insert(b.end(), 16, 0);
+        PutTag(b, "scot");
+        Put32(b, 8);
+        b.insert(b.end(), 8, 0);
+    }
+    PutTag(b, "data");
+    Put32(b, frames * 4);
+    for (unsigned i = 0; i < frames; ++i) {
+        Put16(b, (WORD)(2 * i));
+        Put16(b, (WORD)(2 * i + 1));
+    }
+    DWORD riff = (DWORD)b.size() - 8;
+    memcpy(&b[4], &riff, 4);
+    return b;
+}
+
+} // namespace idtest
