@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <vector>
 #include "audio/samplecopy.h"
+#include "samplecopy_rate.h"
 
 namespace {
 
@@ -43,28 +44,6 @@ void Fill(const Form &f, uint8_t *p, size_t n)
     }
 }
 
-// Best of several timed runs, each long enough to measure.
-double Rate(ZVAUDIOCOPYFUNC fn, void *dst, const void *src, int n, double budget)
-{
-    fn(dst, src, n, 1.0f);
-    double best = 0;
-    double start = Now();
-    int rounds = 0;
-    do {
-        int reps = 0;
-        double t0 = Now(), t1;
-        do {
-            fn(dst, src, n, 1.0f);
-            reps++;
-            t1 = Now();
-        } while (t1 - t0 < budget / 8);
-        double r = (double)n * reps / (t1 - t0);
-        if (r > best) best = r;
-        rounds++;
-    } while (Now() - start < budget || rounds < 3);
-    return best;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -81,7 +60,8 @@ int main(int argc, char **argv)
                 ZVAUDIOCOPYFUNC fn = ZvAudio_GetCopyFunction2(d.type, s.type);
                 if (!fn)
                     return 1;
-                double r = Rate(fn, dst.data(), src.data(), n, n >= (16 << 20) ? budget * 2 : budget);
+                double r = BestRate(Now, [&] { fn(dst.data(), src.data(), n, 1.0f); }, n,
+                                    n >= (16 << 20) ? budget * 2 : budget);
                 printf("rate %s %s %d %.0f\n", d.name, s.name, n, r);
                 fflush(stdout);
             }

@@ -13,8 +13,8 @@ extern "C" {
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
-#include <functional>
 #include <vector>
+#include "samplecopy_rate.h"
 
 namespace {
 
@@ -47,26 +47,6 @@ void Fill(const Form &f, uint8_t *p, size_t n)
     }
 }
 
-double Rate(const std::function<void()> &run, int n, double budget)
-{
-    run();
-    double best = 0, start = Now();
-    int rounds = 0;
-    do {
-        int reps = 0;
-        double t0 = Now(), t1;
-        do {
-            run();
-            reps++;
-            t1 = Now();
-        } while (t1 - t0 < budget / 8);
-        double r = (double)n * reps / (t1 - t0);
-        if (r > best) best = r;
-        rounds++;
-    } while (Now() - start < budget || rounds < 3);
-    return best;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -78,7 +58,7 @@ int main(int argc, char **argv)
         double b = n >= (16 << 20) ? budget * 2 : budget;
         std::vector<uint8_t> src((size_t)n * 8 + 64), dst((size_t)n * 8 + 64);
         for (int bytes : {1, 2, 4, 8}) {
-            double r = Rate([&] { memcpy(dst.data(), src.data(), (size_t)n * bytes); }, n, b);
+            double r = BestRate(Now, [&] { memcpy(dst.data(), src.data(), (size_t)n * bytes); }, n, b);
             printf("memcpy %d %d %.0f\n", bytes, n, r);
         }
         for (const Form &s : kForms) {
@@ -94,22 +74,22 @@ int main(int argc, char **argv)
                 }
                 uint8_t *out = dst.data();
                 const uint8_t *in = src.data();
-                double r = Rate([&] { swr_convert(ctx, &out, n, &in, n); }, n, b);
+                double r = BestRate(Now, [&] { swr_convert(ctx, &out, n, &in, n); }, n, b);
                 swr_free(&ctx);
                 printf("swr %s %s %d %.0f\n", d.name, s.name, n, r);
                 fflush(stdout);
             }
         }
         Fill(kForms[3], src.data(), n);
-        printf("lsr s16 flt %d %.0f\n", n, Rate([&] {
+        printf("lsr s16 flt %d %.0f\n", n, BestRate(Now, [&] {
             src_float_to_short_array((const float *)src.data(), (short *)dst.data(), n); }, n, b));
-        printf("lsr s32 flt %d %.0f\n", n, Rate([&] {
+        printf("lsr s32 flt %d %.0f\n", n, BestRate(Now, [&] {
             src_float_to_int_array((const float *)src.data(), (int *)dst.data(), n); }, n, b));
         Fill(kForms[1], src.data(), n);
-        printf("lsr flt s16 %d %.0f\n", n, Rate([&] {
+        printf("lsr flt s16 %d %.0f\n", n, BestRate(Now, [&] {
             src_short_to_float_array((const short *)src.data(), (float *)dst.data(), n); }, n, b));
         Fill(kForms[2], src.data(), n);
-        printf("lsr flt s32 %d %.0f\n", n, Rate([&] {
+        printf("lsr flt s32 %d %.0f\n", n, BestRate(Now, [&] {
             src_int_to_float_array((const int *)src.data(), (float *)dst.data(), n); }, n, b));
         fflush(stdout);
     }

@@ -153,19 +153,30 @@ HRESULT ChangeChannels(void *dest, const WAVEFORMATEX *df, const void *src, cons
     return S_OK;
 }
 
-// Common checks of the one-buffer functions: the layout, the channels that
-// must exist, then S_FALSE when there is nothing to do.
-HRESULT Prepare(const WAVEFORMATEX *fmt, const void *buffer, int frames, Layout &l, UINT needChannels = 0)
+// Common checks: the layout, the channels that must exist, S_FALSE when
+// there is nothing to do, then the buffers.
+HRESULT Prepare(ZVSAMPLETYPE type, UINT channels, UINT needChannels, int frames, const void *a,
+                const void *b, Layout &l)
 {
-    HRESULT hr = LayoutOf(fmt, l);
+    HRESULT hr = LayoutOf(type, channels, l);
     if (FAILED(hr))
         return hr;
-    if (needChannels > l.channels)
+    if (needChannels > channels)
         return E_INVALIDARG;
     if (frames <= 0)
         return S_FALSE;
-    return buffer ? S_OK : E_POINTER;
+    return a && b ? S_OK : E_POINTER;
 }
+
+HRESULT Prepare(const WAVEFORMATEX *fmt, const void *buffer, int frames, Layout &l, UINT needChannels = 0)
+{
+    if (!fmt)
+        return E_POINTER;
+    return Prepare(ZvAudio_GetSampleType(fmt), fmt->nChannels, needChannels, frames, buffer, buffer, l);
+}
+
+// The result of a function whose checks said there was nothing to do.
+inline HRESULT Settled(HRESULT hr) { return hr == S_FALSE ? S_OK : hr; }
 
 } // namespace
 
@@ -185,11 +196,9 @@ ZVAPI HRESULT ZvAudio_CopyChannelToMultiMono2(void *const *buffers, ZVSAMPLETYPE
                                               const void *src, int frames)
 {
     Layout l;
-    HRESULT hr = LayoutOf(type, channels, l);
-    if (FAILED(hr) || frames <= 0)
-        return FAILED(hr) ? hr : S_OK;
-    if (!buffers || !src)
-        return E_POINTER;
+    HRESULT hr = Prepare(type, channels, 0, frames, buffers, src, l);
+    if (hr != S_OK)
+        return Settled(hr);
     for (UINT c = 0; c < channels; c++)
         if (!buffers[c])
             return E_POINTER;
@@ -210,15 +219,9 @@ ZVAPI_CXX HRESULT ZvAudio_ExtractChannel(void *dest, UINT channel, const void *s
                                          UINT channels, int frames)
 {
     Layout l;
-    HRESULT hr = LayoutOf(type, channels, l);
-    if (FAILED(hr))
-        return hr;
-    if (channel >= channels)
-        return E_INVALIDARG;
-    if (frames <= 0)
-        return S_OK;
-    if (!dest || !src)
-        return E_POINTER;
+    HRESULT hr = Prepare(type, channels, channel + 1, frames, dest, src, l);
+    if (hr != S_OK)
+        return Settled(hr);
     StridedCopy(l.width, dest, l.width, (const uint8_t *)src + (size_t)channel * l.width, l.Frame(), frames);
     return S_OK;
 }
@@ -235,15 +238,9 @@ ZVAPI_CXX HRESULT ZvAudio_ExtractChannelPair(void *dest, UINT first, const void 
                                              UINT channels, int frames)
 {
     Layout l;
-    HRESULT hr = LayoutOf(type, channels, l);
-    if (FAILED(hr))
-        return hr;
-    if (channels < 2 || first > channels - 2)
-        return E_INVALIDARG;
-    if (frames <= 0)
-        return S_OK;
-    if (!dest || !src)
-        return E_POINTER;
+    HRESULT hr = Prepare(type, channels, first + 2, frames, dest, src, l);
+    if (hr != S_OK)
+        return Settled(hr);
     for (UINT k = 0; k < 2; k++)
         StridedCopy(l.width, (uint8_t *)dest + k * l.width, 2 * l.width,
                     (const uint8_t *)src + (size_t)(first + k) * l.width, l.Frame(), frames);
@@ -262,15 +259,9 @@ ZVAPI HRESULT ZvAudio_InsertChannel(void *dest, ZVSAMPLETYPE type, UINT channel,
                                     const void *src, int frames)
 {
     Layout l;
-    HRESULT hr = LayoutOf(type, channels, l);
-    if (FAILED(hr))
-        return hr;
-    if (channel >= channels)
-        return E_INVALIDARG;
-    if (frames <= 0)
-        return S_OK;
-    if (!dest || !src)
-        return E_POINTER;
+    HRESULT hr = Prepare(type, channels, channel + 1, frames, dest, src, l);
+    if (hr != S_OK)
+        return Settled(hr);
     StridedCopy(l.width, (uint8_t *)dest + (size_t)channel * l.width, l.Frame(), src, l.width, frames);
     return S_OK;
 }
@@ -301,7 +292,7 @@ ZVAPI HRESULT ZvAudio_CopyChannelToChannel(void *buffer, const WAVEFORMATEX *for
     Layout l;
     HRESULT hr = Prepare(format, buffer, frames, l, (from > to ? from : to) + 1);
     if (hr != S_OK)
-        return hr == S_FALSE ? S_OK : hr;
+        return Settled(hr);
     if (from != to)
         StridedCopy(l.width, (uint8_t *)buffer + (size_t)to * l.width, l.Frame(),
                     (const uint8_t *)buffer + (size_t)from * l.width, l.Frame(), frames);
@@ -313,7 +304,7 @@ ZVAPI HRESULT ZvAudio_CopyChannelToAll(void *buffer, const WAVEFORMATEX *format,
     Layout l;
     HRESULT hr = Prepare(format, buffer, frames, l, channel + 1);
     if (hr != S_OK)
-        return hr == S_FALSE ? S_OK : hr;
+        return Settled(hr);
     for (UINT c = 0; c < l.channels; c++)
         if (c != channel)
             ZvAudio_CopyChannelToChannel(buffer, format, channel, c, frames);
@@ -323,15 +314,9 @@ ZVAPI HRESULT ZvAudio_CopyChannelToAll(void *buffer, const WAVEFORMATEX *format,
 ZVAPI_CXX HRESULT ZvAudio_MuteChannel(void *buffer, ZVSAMPLETYPE type, UINT channels, UINT channel, int frames)
 {
     Layout l;
-    HRESULT hr = LayoutOf(type, channels, l);
-    if (FAILED(hr))
-        return hr;
-    if (channel >= channels)
-        return E_INVALIDARG;
-    if (frames <= 0)
-        return S_OK;
-    if (!buffer)
-        return E_POINTER;
+    HRESULT hr = Prepare(type, channels, channel + 1, frames, buffer, buffer, l);
+    if (hr != S_OK)
+        return Settled(hr);
     StridedSilence(l, (uint8_t *)buffer + (size_t)channel * l.width, l.Frame(), frames);
     return S_OK;
 }
@@ -353,7 +338,7 @@ ZVAPI HRESULT ZvAudio_CopySwapStereoChannels(void *dest, const void *src, const 
     Layout l;
     HRESULT hr = Prepare(format, src, frames, l, 2);
     if (hr != S_OK)
-        return hr == S_FALSE ? S_OK : hr;
+        return Settled(hr);
     if (!dest)
         return E_POINTER;
     const size_t frame = l.Frame(), w = l.width;
@@ -380,7 +365,7 @@ ZVAPI HRESULT ZvAudio_FillWithSample(void *buffer, const WAVEFORMATEX *format, c
     Layout l;
     HRESULT hr = Prepare(format, buffer, frames, l);
     if (hr != S_OK)
-        return hr == S_FALSE ? S_OK : hr;
+        return Settled(hr);
     if (!sample)
         return E_POINTER;
     uint8_t value[8];
