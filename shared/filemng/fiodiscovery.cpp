@@ -303,7 +303,12 @@ HRESULT ZvFioReadConfigFiles(tZVLIST *list, const WCHAR *folder, const WCHAR *co
             DWORD merit = 0;
             if (reader[0])
                 merit = GetPrivateProfileIntW(key, reader, 0, file);
-            hr = ZvFioAddPluginCandidate(list, dll, group, reader, merit, NULL);
+            ZVFIO_PLUGININFO *added = NULL;
+            hr = ZvFioAddPluginCandidate(list, dll, group, reader, merit, &added);
+            // modules the plug-in wants loaded before it
+            WCHAR preload[MAX_PATH];
+            if (added && GetPrivateProfileStringW(key, L"PreloadModules", L"", preload, MAX_PATH, file))
+                ZvFioStrSet(&added->PreloadModules, preload);
         }
     } while (SUCCEEDED(hr) && FindNextFileW(find, &fd));
     FindClose(find);
@@ -377,8 +382,8 @@ static HRESULT FillRecordFromCache(CZvProfile &cache, ZVFIO_PLUGININFO *r, const
                                    BOOL logFlag)
 {
     // empty the record, keeping what the candidate step found
+    // preload modules named by the configuration stay
     ZvFioStrSet(&r->DialogName, NULL);
-    ZvFioStrSet(&r->PreloadModules, NULL);
     ZvFioStrSet(&r->ExtReader, NULL);
     ZvFioStrSet(&r->ExtRenderer, NULL);
     r->clsidPlugin = c.clsid;
