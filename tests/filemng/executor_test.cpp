@@ -23,8 +23,10 @@ struct Bare {
     }
     ~Bare()
     {
-        if (mgr)
+        if (mgr) {
+            mgr->CleanUp();
             mgr->Release();
+        }
         ZvFioResetDataPaths();
     }
 };

@@ -139,6 +139,8 @@ ZVTEST_CHILD(fio_start)
     mgr->GetReaderCount(&readers);
     WritePrivateProfileStringW(L"summary", L"readers", std::to_wstring(readers).c_str(), result);
     WritePrivateProfileStringW(nullptr, nullptr, nullptr, result);
+    // loaded classes hold the manager: clean up before the last release
+    mgr->CleanUp();
     mgr->Release();
     return 0;
 }
@@ -329,8 +331,10 @@ struct InProcess {
     }
     ~InProcess()
     {
-        if (mgr)
+        if (mgr) {
+            mgr->CleanUp();
             mgr->Release();
+        }
         ZvFioResetDataPaths();
     }
     ZVFIO_PLUGININFO *find(const GUID &cls)
@@ -375,6 +379,7 @@ ZVTEST_CHILD(fio_list)
         hr = impl->PluginListLoadOnInit();
     if (SUCCEEDED(hr))
         hr = impl->UpdatePluginCache(0);
+    mgr->CleanUp();
     mgr->Release();
     return SUCCEEDED(hr) ? 0 : 4;
 }
