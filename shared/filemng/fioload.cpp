@@ -6,6 +6,7 @@
 #include "zvcomspy.h"
 #include "zvpaths.h"
 #include "zvlogger.h"
+#include "zvlog.h"
 #include <process.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -28,18 +29,6 @@ void ZvFioLogWrite(IZvLogger *logger, const char *file, int line, const WCHAR *f
     MultiByteToWideChar(CP_ACP, 0, file ? file : "", -1, source, MAX_PATH);
     source[MAX_PATH - 1] = 0;
     logger->Write(4, source, line, text);
-}
-
-void ZvFioTrace(const WCHAR *format, ...)
-{
-    WCHAR text[1024];
-    int n = _snwprintf(text, 1024, L"[KELPO][FILEMNG] ");
-    va_list args;
-    va_start(args, format);
-    _vsnwprintf(text + n, 1024 - n, format, args);
-    va_end(args);
-    text[1023] = 0;
-    OutputDebugStringW(text);
 }
 
 // ---------------------------------------------------------------- DLLs
@@ -183,7 +172,7 @@ HRESULT ZvFioLoadDllAndCreate(ZVFIO_PLUGININFO *r, void **out, REFIID iid)
         SetErrorMode(old);
         if (!r->hModule) {
             hr = E_UNEXPECTED;
-            GetLastError();
+            ZvTrace(ZV_TRACE_FILEMNG, L"cannot load %s (error %lu)\n", r->szPath, (unsigned long)GetLastError());
         }
         SetDllDirectoryW(NULL);
         if (r->hModule) {
@@ -323,8 +312,6 @@ static const GUID kDependency = {0xCED44F50, 0x8025, 0x44DB, {0xB2, 0xA5, 0x00, 
 // Loaded only when metric 76 is set.
 static const GUID kOnRequest = {0xADD461A1, 0x40AA, 0x47D2, {0xB2, 0x08, 0x00, 0xAA, 0x00, 0x6B, 0xA2, 0xBA}};
 
-#define ZVERR_PLUGIN_NOT_INITIALISED ((HRESULT)0x8004E047)
-
 HRESULT CZvFileIOManager::loadPlugin(ZVFIO_PLUGININFO *r)
 {
     if (!r)
@@ -342,14 +329,14 @@ HRESULT CZvFileIOManager::loadPlugin(ZVFIO_PLUGININFO *r)
                 dep = o;
         }
         if (!dep)
-            return ZVERR_PLUGIN_NOT_INITIALISED;
+            return ZVERR_PLUGIN_NOT_INITIALIZED;
         if (!dep->pReaderClass && dep->nReaderState == ZVFIO_STATE_NONE) {
             HRESULT hr = doLoadPlugin(dep);
             if (FAILED(hr))
                 return hr;
         }
         if (dep->nReaderState == ZVFIO_STATE_FAILED)
-            return ZVERR_PLUGIN_NOT_INITIALISED;
+            return ZVERR_PLUGIN_NOT_INITIALIZED;
         if (dependent == 2) {
             IZvReadFileClass *c = NULL;
             HRESULT hr = FindReaderClassFromId(&c, 0x7002);

@@ -30,5 +30,3 @@ HRESULT ZvFioListDll(ZVFIO_PLUGININFO *record, CZvFileIOManager *manager, ZVFIO_
 
 // A line at level 4 of the manager's log, formatted into at most 512 characters.
 void ZvFioLogWrite(IZvLogger *logger, const char *file, int line, const WCHAR *format, ...);
-// The manager's debug trace.
-void ZvFioTrace(const WCHAR *format, ...);

@@ -221,3 +221,34 @@ TEST(FioExecutor, BadDllsEndInFailedStates)
     ZvFioFreeRecord(m);
     ZvFioFreeRecord(s);
 }
+
+TEST(FioExecutor, DependencyAndOnRequestRules)
+{
+    Bare b;
+    ASSERT_NE(nullptr, b.impl);
+    zvtest::TempDir dir;
+    std::wstring text = dir.file(L"dep.dll");
+    ASSERT_TRUE(zvtest::WriteFileBytes(text, "not a module", 12));
+    // a class that needs another plug-in's reader, with no such reader
+    ZVFIO_PLUGININFO *d = ZvFioAllocRecord(nullptr);
+    d->clsidPlugin = {0x341D000D, 0x95CA, 0x458A, {0xAC, 0x65, 0x00, 0xAA, 0x00, 0x6B, 0xA2, 0xBA}};
+    d->Access = ZVFIO_ACCESS_READER;
+    wcscpy(d->szPath, text.c_str());
+    EXPECT_EQ(ZVERR_PLUGIN_NOT_INITIALIZED, b.impl->loadPlugin(d));
+    EXPECT_EQ(ZVFIO_STATE_NONE, d->nReaderState); // may be tried again
+    IZvReadFileClass *rc = nullptr;
+    EXPECT_EQ(ZVERR_PLUGIN_NOT_INITIALIZED, b.impl->getReader(d, &rc));
+
+    // this class loads only with metric 76 set
+    ZVFIO_PLUGININFO *o = ZvFioAllocRecord(nullptr);
+    o->clsidPlugin = {0xADD461A1, 0x40AA, 0x47D2, {0xB2, 0x08, 0x00, 0xAA, 0x00, 0x6B, 0xA2, 0xBA}};
+    o->Access = ZVFIO_ACCESS_READER;
+    wcscpy(o->szPath, text.c_str());
+    EXPECT_EQ(S_FALSE, b.impl->loadPlugin(o));
+    EXPECT_EQ(ZVFIO_STATE_NONE, o->nReaderState);
+    b.mgr->SetMetric(76, 1);
+    EXPECT_EQ(E_UNEXPECTED, b.impl->loadPlugin(o)); // now it is tried
+    EXPECT_EQ(ZVFIO_STATE_FAILED, o->nReaderState);
+    ZvFioFreeRecord(d);
+    ZvFioFreeRecord(o);
+}
