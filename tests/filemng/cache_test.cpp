@@ -1,13 +1,15 @@
 // Discovery without loading: candidates, configuration files, the cache file
 // and its validity rules.
 #include <gtest/gtest.h>
-#include "testutil.h"
+#include "fiotest.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/zvprofile.h"
 #include "zvpaths.h"
 #include <string>
 #include <vector>
+
+using namespace fiotest;
 
 namespace {
 
@@ -19,51 +21,16 @@ const GUID kRendererA = {0xBBBB0001, 0, 0, {1, 2, 3, 4, 5, 6, 7, 8}};
 const GUID kReaderB = {0xAAAA0002, 0, 0, {1, 2, 3, 4, 5, 6, 7, 8}};
 const GUID kRendererC = {0xBBBB0003, 0, 0, {1, 2, 3, 4, 5, 6, 7, 8}};
 
-std::wstring GuidText(const GUID &g)
-{
-    wchar_t t[40];
-    ZvFioGuidText(g, t);
-    return t;
-}
-
-std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key,
-                 const wchar_t *def = L"<none>")
-{
-    wchar_t buf[1024];
-    GetPrivateProfileStringW(section.c_str(), key.c_str(), def, buf, 1024, file.c_str());
-    return buf;
-}
-
-void SetTime(const std::wstring &path, WORD minute)
-{
-    HANDLE h = CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    SYSTEMTIME st = {2022, 3, 0, 4, 5, minute, 0, 0};
-    FILETIME ft;
-    SystemTimeToFileTime(&st, &ft);
-    SetFileTime(h, nullptr, nullptr, &ft);
-    CloseHandle(h);
-}
-
 // A folder with fake plug-in DLLs (copies of this program: valid images
 // that are never loaded here) and the data files beside a host there.
-struct Fixture {
-    zvtest::TempDir dir;
-    std::wstring cache;
-    Fixture()
-    {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
-        wchar_t f[MAX_PATH];
-        ZvFioGetCacheFileName(f);
-        cache = f;
-    }
-    ~Fixture() { ZvFioResetDataPaths(); }
+struct Fixture : DataFolder {
+    std::wstring cache = cacheFile();
     std::wstring dll(const wchar_t *name)
     {
         std::wstring p = dir.file(name);
         if (GetFileAttributesW(p.c_str()) == INVALID_FILE_ATTRIBUTES) {
             CopyFileW(zvtest::ExePath().c_str(), p.c_str(), FALSE);
-            SetTime(p, 1);
+            SetMinute(p, 1);
         }
         return p;
     }
@@ -297,7 +264,7 @@ TEST(FioDiscovery, StaleEntriesAreRefreshedAlone)
 
     // a touched DLL: that DLL alone must be listed again
     ZvFioFreeRecordList(WriteTwoDlls(fx));
-    SetTime(fx.dll(L"plugB.dll"), 30);
+    SetMinute(fx.dll(L"plugB.dll"), 30);
     l = ReadTwoDlls(fx, &valid);
     EXPECT_FALSE(valid);
     ASSERT_EQ(3, l->count);

@@ -1,6 +1,6 @@
 // The executor thread and preloads, without plug-ins.
 #include <gtest/gtest.h>
-#include "testutil.h"
+#include "fiotest.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/fioload.h"
@@ -8,28 +8,7 @@
 
 namespace {
 
-struct Bare {
-    zvtest::TempDir dir;
-    IZvFileIOMgrForApp *mgr = nullptr;
-    CZvFileIOManager *impl = nullptr;
-    Bare()
-    {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
-        long reserved = 0;
-        ZVFileIO_CreateInstance(&mgr, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
-                                reserved);
-        impl = static_cast<CZvFileIOManager *>(mgr);
-    }
-    ~Bare()
-    {
-        if (mgr) {
-            mgr->CleanUp();
-            mgr->Release();
-        }
-        ZvFioResetDataPaths();
-    }
-};
+typedef fiotest::BareManager Bare;
 
 struct Probe {
     CZvFileIOManager *mgr;

@@ -1,7 +1,7 @@
 // The manager object: creation without listing, its slots, metrics, logger,
 // acceleration blocks and the surrogate table.
 #include <gtest/gtest.h>
-#include "testutil.h"
+#include "fiotest.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
@@ -10,23 +10,7 @@
 
 namespace {
 
-// Points the process-wide data files at a temporary folder, beside a
-// program that doesn't exist there.
-struct DataFolder {
-    zvtest::TempDir dir;
-    DataFolder()
-    {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
-    }
-    ~DataFolder() { ZvFioResetDataPaths(); }
-    std::wstring metricFile() const
-    {
-        wchar_t f[MAX_PATH];
-        ZvFioGetMetricFileName(f);
-        return f;
-    }
-};
+using fiotest::DataFolder;
 
 IZvFileIOMgrForApp *CreateBare(DWORD flags = 0, _ZVFIO_KEYED_INFO *info = nullptr)
 {

@@ -3,7 +3,7 @@
 // it, so that each start is a new process; the plug-ins count their loads
 // in shared memory.
 #include <gtest/gtest.h>
-#include "testutil.h"
+#include "fiotest.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/zvprofile.h"
@@ -13,34 +13,12 @@
 #include <string>
 #include <vector>
 
+using namespace fiotest;
+
 namespace {
 
 const wchar_t *const kDlls[] = {L"tk_dual.dll",    L"tk_reader.dll", L"tk_badlist.dll", L"tk_noentry.dll",
                                 L"tk_notadll.dll", L"tk_preload.dll", L"tk_preloaded.dll"};
-
-std::wstring GuidText(const GUID &g)
-{
-    wchar_t t[40];
-    ZvFioGuidText(g, t);
-    return t;
-}
-
-std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key)
-{
-    wchar_t buf[1024];
-    GetPrivateProfileStringW(section.c_str(), key.c_str(), L"<none>", buf, 1024, file.c_str());
-    return buf;
-}
-
-void Touch(const std::wstring &path, WORD minute)
-{
-    HANDLE h = CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    SYSTEMTIME st = {2023, 7, 0, 8, 9, minute, 0, 0};
-    FILETIME ft;
-    SystemTimeToFileTime(&st, &ft);
-    SetFileTime(h, nullptr, nullptr, &ft);
-    CloseHandle(h);
-}
 
 // A program folder of its own: a copy of this program, the test plug-ins
 // and their configuration file.
@@ -212,7 +190,7 @@ TEST(FioPlugins, ColdStartListsAndWarmStartLoadsNothing)
 
     // a touched DLL is listed again, and only that one
     counters.reset();
-    Touch(host.dir.file(L"tk_reader.dll"), 11);
+    SetMinute(host.dir.file(L"tk_reader.dll"), 11);
     ASSERT_EQ(0u, host.start());
     EXPECT_EQ(1, counters.get(TK_DLL_READER, TK_LISTING));
     EXPECT_EQ(0, counters.get(TK_DLL_DUAL, TK_ATTACH));
@@ -289,20 +267,11 @@ namespace {
 
 // Plug-ins used in this process: a copy of each test plug-in per test, so
 // that each test sees its own first load.
-struct InProcess {
-    zvtest::TempDir dir;
-    IZvFileIOMgrForApp *mgr = nullptr;
-    CZvFileIOManager *impl = nullptr;
+struct InProcess : BareManager {
     tZVLIST *list = nullptr;
     DWORD childCode = 999;
     explicit InProcess(std::initializer_list<const wchar_t *> dlls)
     {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
-        long reserved = 0;
-        ZVFileIO_CreateInstance(&mgr, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
-                                reserved);
-        impl = static_cast<CZvFileIOManager *>(mgr);
         std::vector<std::wstring> paths;
         for (const wchar_t *d : dlls) {
             paths.push_back(dir.file(d));
@@ -328,14 +297,6 @@ struct InProcess {
             raw.push_back(p.c_str());
         impl->GrovelPlugins1(&list, raw.data(), (LONG)raw.size(), 0, nullptr);
         impl->SetPluginList(list, 0, 0, nullptr);
-    }
-    ~InProcess()
-    {
-        if (mgr) {
-            mgr->CleanUp();
-            mgr->Release();
-        }
-        ZvFioResetDataPaths();
     }
     ZVFIO_PLUGININFO *find(const GUID &cls)
     {

@@ -1,0 +1,82 @@
+// Helpers of the manager's tests.
+#pragma once
+#include "testutil.h"
+#include "filemng/filemng.h"
+#include "filemng/fiodiscovery.h"
+#include "filemng/zvprofile.h"
+#include <string>
+
+namespace fiotest {
+
+inline std::wstring GuidText(const GUID &g)
+{
+    wchar_t t[40];
+    ZvFioGuidText(g, t);
+    return t;
+}
+
+// One value of an .ini file, "<none>" when it is missing.
+inline std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key)
+{
+    wchar_t buf[1024];
+    GetPrivateProfileStringW(section.c_str(), key.c_str(), L"<none>", buf, 1024, file.c_str());
+    return buf;
+}
+
+// Gives a file a last write time that differs by the minute.
+inline void SetMinute(const std::wstring &path, WORD minute)
+{
+    HANDLE h = CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    SYSTEMTIME st = {2022, 3, 0, 4, 5, minute, 0, 0};
+    FILETIME ft;
+    SystemTimeToFileTime(&st, &ft);
+    SetFileTime(h, nullptr, nullptr, &ft);
+    CloseHandle(h);
+}
+
+// The process-wide data files beside a host that doesn't exist, in a
+// temporary folder.
+struct DataFolder {
+    zvtest::TempDir dir;
+    DataFolder()
+    {
+        ZvFioResetDataPaths();
+        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
+    }
+    ~DataFolder() { ZvFioResetDataPaths(); }
+    std::wstring cacheFile() const
+    {
+        wchar_t f[MAX_PATH];
+        ZvFioGetCacheFileName(f);
+        return f;
+    }
+    std::wstring metricFile() const
+    {
+        wchar_t f[MAX_PATH];
+        ZvFioGetMetricFileName(f);
+        return f;
+    }
+};
+
+// A manager without plug-in list over a data folder; cleaned up at the end
+// (loaded classes hold the manager).
+struct BareManager : DataFolder {
+    IZvFileIOMgrForApp *mgr = nullptr;
+    CZvFileIOManager *impl = nullptr;
+    BareManager()
+    {
+        long reserved = 0;
+        ZVFileIO_CreateInstance(&mgr, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
+                                reserved);
+        impl = static_cast<CZvFileIOManager *>(mgr);
+    }
+    ~BareManager()
+    {
+        if (mgr) {
+            mgr->CleanUp();
+            mgr->Release();
+        }
+    }
+};
+
+} // namespace fiotest
