@@ -720,3 +720,64 @@ HRESULT CZvFileIOManager::UpdatePluginCache(DWORD flags)
     HRESULT hr = ZvFioWritePluginCache(m_pPluginList, flags);
     return hr == 1 ? S_OK : hr;
 }
+
+// ---------------------------------------------------------------- served side of a surrogate
+
+ZVAPI HRESULT ZvFio_ProcessPluginList(IZvFileIOManager *manager, tZVLIST *paths)
+{
+    if (!manager)
+        return E_INVALIDARG;
+    // the surrogate's manager is this class: the interface pointer is its own
+    CZvFileIOManager *mgr = static_cast<CZvFileIOManager *>(static_cast<IZvFileIOMgrForApp *>(manager));
+    tZVLIST *list = NULL;
+    HRESULT hr = ZvList_CreateExZ(&list, 0, 0, 0, ZVLIST_THREADSAFE);
+    if (FAILED(hr))
+        return hr;
+    for (int i = 0; paths && i < paths->count && SUCCEEDED(hr); ++i) {
+        const WCHAR *path = (const WCHAR *)ZvList_GetItem(paths, i);
+        if (path && *path)
+            hr = ZvFioAddPluginCandidate(list, path, -1, NULL, 0, NULL);
+    }
+    if (SUCCEEDED(hr))
+        hr = mgr->GrovelSpecifiedPlugins(list, 0, NULL);
+    if (SUCCEEDED(hr))
+        hr = mgr->SetPluginList(list, 0, 0, NULL);
+    if (FAILED(hr)) {
+        ZvFioFreeRecordList(list);
+        return hr;
+    }
+    return mgr->PluginListLoadOnInit();
+}
+
+ZVAPI HRESULT ZvFio_LoadPluginAndGetInterface(IZvFileIOManager *manager, const GUID &clsid, const GUID &iid,
+                                              void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = NULL;
+    if (!manager)
+        return E_INVALIDARG;
+    CZvFileIOManager *mgr = static_cast<CZvFileIOManager *>(static_cast<IZvFileIOMgrForApp *>(manager));
+    tZVLIST *list = mgr->pluginList();
+    ZVFIO_PLUGININFO *r = NULL;
+    for (int i = 0; list && i < list->count && !r; ++i) {
+        ZVFIO_PLUGININFO *o = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (o && IsEqualGUID(o->clsidPlugin, clsid))
+            r = o;
+    }
+    if (!r)
+        return E_FAIL;
+    BOOL renderer;
+    if (IsEqualIID(iid, IID_IZvReadFileClass))
+        renderer = FALSE;
+    else if (IsEqualIID(iid, IID_IZvRenderFileClass))
+        renderer = TRUE;
+    else
+        return E_NOINTERFACE;
+    HRESULT hr = mgr->loadClassOnly(r, renderer);
+    if (FAILED(hr))
+        return hr;
+    IUnknown *cls = renderer ? r->pRendererClass : r->pReaderClass;
+    // a load step that succeeds without a class leaves the pointer null
+    return cls ? cls->QueryInterface(iid, out) : hr;
+}

@@ -126,6 +126,8 @@ public:
     HRESULT getReader(ZVFIO_PLUGININFO *record, IZvReadFileClass **out);
     HRESULT getRenderer(ZVFIO_PLUGININFO *record, IZvRenderFileClass **out);
     HRESULT PluginListLoadOnInit();
+    // The reader or renderer load step alone, on the executor under the mutex.
+    HRESULT loadClassOnly(ZVFIO_PLUGININFO *record, BOOL renderer);
     // Runs `proc` on the executor and returns its result; at once when the
     // caller is the executor.
     HRESULT runOnExecutor(ZVFIO_EXECUTORPROC proc, void *arg);
@@ -182,3 +184,11 @@ ZVAPI HRESULT ZVFileIO_CreateSurrogateManagerInstance(IZvFileIOMgrForApp **out, 
 // Candidate DLLs for GrovelPlugins1, process-wide.
 ZVAPI HRESULT ZvFio_SetPluginCandidateDLLs(const WCHAR *const *paths, LONG count);
 ZVAPI HRESULT ZvFio_SetPluginCandidateDLLsFromList(tZVLIST *paths);
+
+// The served side of a surrogate: builds the manager's plug-in list from
+// DLL paths (heap strings) and loads what the cache marks.
+ZVAPI HRESULT ZvFio_ProcessPluginList(IZvFileIOManager *manager, tZVLIST *paths);
+// Loads the reader or renderer class of the record with plug-in class id
+// `clsid` and queries it for `iid` (IZvReadFileClass or IZvRenderFileClass).
+ZVAPI HRESULT ZvFio_LoadPluginAndGetInterface(IZvFileIOManager *manager, const GUID &clsid, const GUID &iid,
+                                              void **out);

@@ -476,6 +476,30 @@ static HRESULT LoadClass(CZvFileIOManager *mgr, ZVFIO_PLUGININFO *r, bool render
     return S_OK;
 }
 
+struct ZVFIO_CLASSREQUEST {
+    CZvFileIOManager *manager;
+    ZVFIO_PLUGININFO *record;
+    BOOL renderer;
+};
+
+static HRESULT LoadClassCallback(void *arg)
+{
+    ZVFIO_CLASSREQUEST *req = (ZVFIO_CLASSREQUEST *)arg;
+    return req->renderer ? req->manager->loadRenderer(req->record) : req->manager->loadReader(req->record);
+}
+
+HRESULT CZvFileIOManager::loadClassOnly(ZVFIO_PLUGININFO *r, BOOL renderer)
+{
+    ZVFIO_CLASSREQUEST req = {this, r, renderer};
+    if (m_executor.hThread && GetCurrentThreadId() == m_executor.threadId)
+        return LoadClassCallback(&req);
+    bool locked = lockShared();
+    HRESULT hr = runOnExecutor(LoadClassCallback, &req);
+    if (locked)
+        unlockShared();
+    return hr;
+}
+
 HRESULT CZvFileIOManager::loadReader(ZVFIO_PLUGININFO *r)
 {
     if (!(r->Access & ZVFIO_ACCESS_READER)) {

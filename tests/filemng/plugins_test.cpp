@@ -495,3 +495,37 @@ TEST(FioPlugins, PreloadsAndBadPlugins)
     ASSERT_NE(nullptr, again);
     again->Release();
 }
+
+TEST(FioPlugins, SurrogateSideListAndLoad)
+{
+    TestkitCounters counters(nullptr);
+    fiotest::DataFolder data;
+    std::wstring reader = data.dir.file(L"tk_reader.dll"), dual = data.dir.file(L"tk_dual.dll");
+    CopyFileW((zvtest::ExeDir() + L"tk_reader.dll").c_str(), reader.c_str(), FALSE);
+    CopyFileW((zvtest::ExeDir() + L"tk_dual.dll").c_str(), dual.c_str(), FALSE);
+    IZvFileIOMgrForApp *mgr = nullptr;
+    ASSERT_EQ(S_OK, ZVFileIO_CreateSurrogateManagerInstance(&mgr, ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
+                                                            data.dir.file(L"host.exe").c_str()));
+    tZVLIST *paths = nullptr;
+    ASSERT_EQ(S_OK, ZvList_CreateExZ(&paths, 0, 0, 0, 0));
+    const wchar_t *items[] = {reader.c_str(), dual.c_str(), L""};
+    ZvList_InsertList(paths, -1, items, 3);
+    EXPECT_EQ(S_OK, ZvFio_ProcessPluginList(mgr, paths));
+    ZvList_Destroy(paths);
+    LONG n = 0;
+    mgr->GetPluginCount(&n);
+    EXPECT_EQ(3, n);
+
+    IZvRenderFileClass *w = nullptr;
+    EXPECT_EQ(S_OK, ZvFio_LoadPluginAndGetInterface(mgr, CLSID_TkDualRenderer, IID_IZvRenderFileClass, (void **)&w));
+    ASSERT_NE(nullptr, w);
+    w->Release();
+    void *none = (void *)1;
+    EXPECT_EQ(E_NOINTERFACE, ZvFio_LoadPluginAndGetInterface(mgr, CLSID_TkReader, IID_IStream, &none));
+    EXPECT_EQ(nullptr, none);
+    GUID unknown = {0x1234, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
+    EXPECT_EQ(E_FAIL, ZvFio_LoadPluginAndGetInterface(mgr, unknown, IID_IZvReadFileClass, &none));
+    EXPECT_EQ(E_POINTER, ZvFio_LoadPluginAndGetInterface(mgr, CLSID_TkReader, IID_IZvReadFileClass, nullptr));
+    mgr->CleanUp();
+    mgr->Release();
+}
