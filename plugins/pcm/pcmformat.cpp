@@ -107,6 +107,38 @@ HRESULT ParseWaveFormat(HANDLE file, ULONGLONG size, PcmLayout *l)
     return S_OK;
 }
 
+// Where the first format and data chunks of a wave or Wave64 walk lie.
+struct WaveSpans {
+    bool haveFmt = false, haveData = false;
+    ULONGLONG fmtAt = 0, fmtSize = 0, dataAt = 0, dataSize = 0;
+    bool complete() const { return haveFmt && haveData; }
+    void note(bool isFmt, bool isData, ULONGLONG at, ULONGLONG size)
+    {
+        if (isFmt && !haveFmt) {
+            haveFmt = true;
+            fmtAt = at;
+            fmtSize = size;
+        } else if (isData && !haveData) {
+            haveData = true;
+            dataAt = at;
+            dataSize = size;
+        }
+    }
+};
+
+HRESULT FinishWave(HANDLE file, const WaveSpans &w, PcmLayout *l)
+{
+    if (!w.complete() || w.fmtAt + w.fmtSize > l->fileLength)
+        return ZVERR_MALFORMED;
+    if (!SeekTo(file, w.fmtAt))
+        return ZVERR_FILE_READ;
+    HRESULT hr = ParseWaveFormat(file, w.fmtSize, l);
+    if (FAILED(hr))
+        return hr;
+    SetData(l, w.dataAt, w.dataSize);
+    return S_OK;
+}
+
 HRESULT ParseWave(HANDLE file, PcmLayout *l)
 {
     DWORD body = 0, form = 0;
@@ -119,34 +151,16 @@ HRESULT ParseWave(HANDLE file, PcmLayout *l)
         return ZVERR_UNSUPPORTED_FORMAT;
     // The stored RIFF size is not trusted (writers that stream leave 0 or
     // ~0 there): the walk is bounded by the file.
-    ULONGLONG pos = 12, fmtAt = 0, fmtSize = 0, dataAt = 0, dataSize = 0;
-    bool haveFmt = false, haveData = false;
-    for (unsigned n = 0; n < kMaxChunks && pos + 8 <= l->fileLength && !(haveFmt && haveData); n++) {
+    ULONGLONG pos = 12;
+    WaveSpans w;
+    for (unsigned n = 0; n < kMaxChunks && pos + 8 <= l->fileLength && !w.complete(); n++) {
         DWORD id = 0, size = 0;
         if (!SeekTo(file, pos) || FAILED(riff_ReadChunkHeader(file, &id, &size)))
             return ZVERR_MALFORMED;
-        if (id == ZVRIFF_FMT && !haveFmt) {
-            haveFmt = true;
-            fmtAt = pos + 8;
-            fmtSize = size;
-        } else if (id == ZVRIFF_DATA && !haveData) {
-            haveData = true;
-            dataAt = pos + 8;
-            dataSize = size;
-        }
+        w.note(id == ZVRIFF_FMT, id == ZVRIFF_DATA, pos + 8, size);
         pos += 8 + (ULONGLONG)size + (size & 1);
     }
-    if (!haveFmt || !haveData)
-        return ZVERR_MALFORMED;
-    if (fmtAt + fmtSize > l->fileLength)
-        return ZVERR_MALFORMED;
-    if (!SeekTo(file, fmtAt))
-        return ZVERR_FILE_READ;
-    hr = ParseWaveFormat(file, fmtSize, l);
-    if (FAILED(hr))
-        return hr;
-    SetData(l, dataAt, dataSize);
-    return S_OK;
+    return FinishWave(file, w, l);
 }
 
 HRESULT ParseWave64(HANDLE file, PcmLayout *l)
@@ -160,37 +174,19 @@ HRESULT ParseWave64(HANDLE file, PcmLayout *l)
         return hr;
     if (!IsEqualGUID(form, ZVW64_WAVE))
         return ZVERR_UNSUPPORTED_FORMAT;
-    ULONGLONG pos = 40, fmtAt = 0, fmtSize = 0, dataAt = 0, dataSize = 0;
-    bool haveFmt = false, haveData = false;
-    for (unsigned n = 0; n < kMaxChunks && pos + 24 <= l->fileLength && !(haveFmt && haveData); n++) {
+    ULONGLONG pos = 40;
+    WaveSpans w;
+    for (unsigned n = 0; n < kMaxChunks && pos + 24 <= l->fileLength && !w.complete(); n++) {
         GUID label = {};
         ULONGLONG size = 0;
         if (!SeekTo(file, pos) || FAILED(riff64_ReadChunkHeader(file, &label, &size)))
             return ZVERR_MALFORMED;
         if (size > l->fileLength)
             size = l->fileLength;   // keeps the sum below from wrapping
-        if (IsEqualGUID(label, ZVW64_FMT) && !haveFmt) {
-            haveFmt = true;
-            fmtAt = pos + 24;
-            fmtSize = size;
-        } else if (IsEqualGUID(label, ZVW64_DATA) && !haveData) {
-            haveData = true;
-            dataAt = pos + 24;
-            dataSize = size;
-        }
+        w.note(IsEqualGUID(label, ZVW64_FMT), IsEqualGUID(label, ZVW64_DATA), pos + 24, size);
         pos += 24 + ((size + 7) & ~(ULONGLONG)7);
     }
-    if (!haveFmt || !haveData)
-        return ZVERR_MALFORMED;
-    if (fmtAt + fmtSize > l->fileLength)
-        return ZVERR_MALFORMED;
-    if (!SeekTo(file, fmtAt))
-        return ZVERR_FILE_READ;
-    hr = ParseWaveFormat(file, fmtSize, l);
-    if (FAILED(hr))
-        return hr;
-    SetData(l, dataAt, dataSize);
-    return S_OK;
+    return FinishWave(file, w, l);
 }
 
 HRESULT ParseAiff(HANDLE file, PcmLayout *l)

@@ -66,11 +66,14 @@ if [ $rc -eq 0 ]; then
 else
     grep -q "not available yet" "$work/err.txt"; check "info says it is not available yet" $?
 fi
-zvfio plugins --json > "$work/plugins.json"
+zvfio plugins --load --json > "$work/plugins.json"
 python3 - "$work/plugins.json" <<'PY'
 import json, sys
-paths = [p['path'].lower() for p in json.load(open(sys.argv[1]))]
-assert any(p.endswith('\\pcm.dll') for p in paths), paths
+pcm = [p for p in json.load(open(sys.argv[1])) if p['path'].lower().endswith('\\pcm.dll')]
+readers = sorted(p['reader'] for p in pcm)
+assert readers == ['{0A30C422-B91B-11D3-A484-00105A24AA37}', '{3CBBA9C2-75AD-11D3-A483-00105A24AA37}',
+                   '{605F1174-83E4-4420-85A1-B5A4DC1EA028}'], pcm
+assert all(p['status'] == 'loaded' for p in pcm), pcm
 PY
-check "plugins lists pcm.dll" $?
+check "the manager lists and loads the three readers of pcm.dll" $?
 exit $fail
