@@ -150,16 +150,21 @@ MockSetup::~MockSetup()
     if (app)
         app->Release();
     ZvFioResetDataPaths();
-    std::wstring pattern = dataDir + L"\\*";
+    RemoveFolder(dataDir);
+}
+
+void RemoveFolder(const std::wstring &dir)
+{
+    std::wstring pattern = dir + L"\\*";
     WIN32_FIND_DATAW fd;
     HANDLE h = FindFirstFileW(pattern.c_str(), &fd);
     if (h != INVALID_HANDLE_VALUE) {
         do
-            DeleteFileW((dataDir + L"\\" + fd.cFileName).c_str());
+            DeleteFileW((dir + L"\\" + fd.cFileName).c_str());
         while (FindNextFileW(h, &fd));
         FindClose(h);
     }
-    RemoveDirectoryW(dataDir.c_str());
+    RemoveDirectoryW(dir.c_str());
 }
 
 LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }

@@ -76,6 +76,9 @@ struct MockSetup {
     LONG indexOf(const MockReader &r) const;
 };
 
+// Removes a folder and the files in it.
+void RemoveFolder(const std::wstring &dir);
+
 // Writes a file into the test's temporary folder and returns its path.
 std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::vector<unsigned char> &bytes);
 

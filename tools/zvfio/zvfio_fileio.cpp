@@ -1,0 +1,496 @@
+// The commands that go through the file I/O manager: the plug-in list,
+// identification, stream information and reading. They share one manager
+// made in this process; routed plug-ins run in their surrogates.
+#include "zvfio.h"
+#include "filemng/filemng.h"
+#include "filemng/fioidentify.h"
+#include "filemng/surrogatetable.h"
+#include "filemng/zvmemtoken.h"
+#include "audio/waveformat.h"
+#include "zverror.h"
+#include "zvproxy.h"
+#include <stdio.h>
+#include <string.h>
+
+namespace zvfio {
+namespace {
+
+std::string GuidText(const GUID &g)
+{
+    wchar_t text[64];
+    StringFromGUID2(g, text, 64);
+    return Utf8(text);
+}
+
+// One manager for the command, with COM set up around it.
+class Manager {
+public:
+    Manager() : app_(nullptr), com_(false) {}
+    ~Manager()
+    {
+        if (app_) {
+            app_->CleanUp();
+            app_->Release();
+        }
+        if (com_)
+            CoUninitialize();
+    }
+    HRESULT Create()
+    {
+        com_ = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        ZvProxy_Register();
+        long reserved = 0;
+        HRESULT hr = ZVFileIO_CreateInstance(&app_, nullptr, 0, nullptr, reserved);
+        if (FAILED(hr))
+            return hr;
+        return app_ ? S_OK : E_FAIL;
+    }
+    CZvFileIOManager *operator->() const { return static_cast<CZvFileIOManager *>(app_); }
+    CZvFileIOManager *get() const { return static_cast<CZvFileIOManager *>(app_); }
+
+private:
+    IZvFileIOMgrForApp *app_;
+    bool com_;
+};
+
+std::string ClassName(IZvReadFileClass *cls)
+{
+    ZVFIO_FILECLASS_INFO_TEXT id = ZVFIO_INFOTEXT_SHORTNAME;
+    BSTR text = nullptr;
+    std::string name;
+    if (cls && SUCCEEDED(cls->GetInfoText(&id, 1, &text)) && text)
+        name = Utf8(text);
+    SysFreeString(text);
+    return name;
+}
+
+// Where a loaded plug-in runs: this process or its surrogate.
+std::string Where(const ZVFIO_PLUGININFO *r)
+{
+    if (!(r->dwRecordFlags & ZVFIO_RF_SURROGATE))
+        return "in process";
+    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(r->Surrogate);
+    char text[64];
+    snprintf(text, sizeof text, "surrogate pid %lu", slot ? (unsigned long)slot->processId : 0ul);
+    return text;
+}
+
+const char *StateText(LONG state, bool loaded)
+{
+    if (loaded)
+        return "loaded";
+    return state == ZVFIO_STATE_FAILED ? "failed" : "not loaded";
+}
+
+std::string ErrorText(HRESULT hr)
+{
+    const wchar_t *t = ZvErrorHandler_GetHresultString(hr);
+    std::string text = Utf8(t ? t : L"");
+    text.erase(0, text.find_first_not_of("\r\n "));
+    for (char &c : text)
+        if (c == '\r' || c == '\n')
+            c = ' ';
+    return text;
+}
+
+HRESULT Plugins(const Args &args)
+{
+    if (!args.files.empty())
+        return ZVFIO_E_USAGE;
+    const bool load = args.has(L"--load");
+    Manager mgr;
+    HRESULT hr = mgr.Create();
+    if (FAILED(hr))
+        return hr;
+    tZVLIST *list = mgr->pluginList();
+    if (args.json)
+        Out("[");
+    int shown = 0;
+    for (int i = 0; list && i < list->count; ++i) {
+        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (!r || (r->dwRecordFlags & ZVFIO_RF_UNUSABLE))
+            continue;
+        const bool reader = (r->Access & ZVFIO_ACCESS_READER) != 0;
+        const bool renderer = (r->Access & ZVFIO_ACCESS_RENDERER) != 0;
+        HRESULT loadResult = S_OK;
+        if (load) {
+            if (reader) {
+                IZvReadFileClass *c = nullptr;
+                loadResult = mgr->getReader(r, &c);
+                if (c)
+                    c->Release();
+            }
+            if (renderer) {
+                IZvRenderFileClass *c = nullptr;
+                HRESULT h = mgr->getRenderer(r, &c);
+                if (c)
+                    c->Release();
+                if (SUCCEEDED(loadResult))
+                    loadResult = h;
+            }
+        }
+        const bool loaded = r->pReaderClass || r->pRendererClass;
+        const char *kind = reader && renderer ? "reader+renderer" : reader ? "reader" : "renderer";
+        std::string exts = Utf8(r->ExtReader ? r->ExtReader : r->ExtRenderer ? r->ExtRenderer : L"");
+        std::string state = StateText(reader ? r->nReaderState : r->nRendererState, loaded);
+        std::string where = loaded ? Where(r) : std::string(r->Surrogate > 0 ? "surrogate" : "in process");
+        if (args.json) {
+            Out("%s\n  {\"id\": %s, \"reader\": %s, \"renderer\": %s, \"name\": %s, \"kind\": \"%s\", "
+                "\"extensions\": %s, \"path\": %s, \"group\": %ld, \"merit\": %lu, \"state\": \"%s\", "
+                "\"where\": %s",
+                shown ? "," : "", JsonString(GuidText(r->clsidPlugin)).c_str(),
+                JsonString(reader ? GuidText(r->clsidReader) : "").c_str(),
+                JsonString(renderer ? GuidText(r->clsidRenderer) : "").c_str(),
+                JsonString(Utf8(r->szName)).c_str(), kind, JsonString(exts).c_str(),
+                JsonString(Utf8(r->szPath)).c_str(), (long)r->Surrogate, (unsigned long)r->MeritValue,
+                state.c_str(), JsonString(where).c_str());
+            if (load && FAILED(loadResult))
+                Out(", \"error\": \"0x%08lX\"", (unsigned long)loadResult);
+            Out("}");
+        } else {
+            Out("%s  %s  %s\n", GuidText(r->clsidPlugin).c_str(), kind, Utf8(r->szName).c_str());
+            if (reader)
+                Out("    reader    %s\n", GuidText(r->clsidReader).c_str());
+            if (renderer)
+                Out("    renderer  %s\n", GuidText(r->clsidRenderer).c_str());
+            Out("    ext       %s\n    path      %s\n    group     %ld   merit %lu\n    state     %s, %s\n",
+                exts.c_str(), Utf8(r->szPath).c_str(), (long)r->Surrogate, (unsigned long)r->MeritValue,
+                state.c_str(), where.c_str());
+            if (load && FAILED(loadResult))
+                Out("    error     0x%08lX %s\n", (unsigned long)loadResult, ErrorText(loadResult).c_str());
+        }
+        ++shown;
+    }
+    if (args.json)
+        Out("\n]\n");
+    else if (!shown)
+        Out("no plug-ins found\n");
+    return S_OK;
+}
+
+HRESULT Identify(const Args &args)
+{
+    if (args.files.empty())
+        return ZVFIO_E_USAGE;
+    Manager mgr;
+    HRESULT hr = mgr.Create();
+    if (FAILED(hr))
+        return hr;
+    HRESULT first = S_OK;
+    for (const std::wstring &f : args.files) {
+        HANDLE h = CreateFileW(f.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                               FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+        LONG index = -1;
+        IZvReadFileClass *cls = nullptr;
+        if (h == INVALID_HANDLE_VALUE)
+            hr = ZvErrorHandler_TranslateWin32Error(GetLastError());
+        else {
+            // by content only: the pass by name would take any file named like a reader's
+            hr = mgr->IdentifyFileType((UINT64)(LONG_PTR)h, f.c_str(), &index, 0);
+            CloseHandle(h);
+        }
+        if (SUCCEEDED(hr))
+            hr = mgr->GetReaderClass(&cls, index);
+        if (SUCCEEDED(hr) && cls) {
+            GUID id = GUID_NULL;
+            cls->GetClassGuid(&id);
+            Out("%s: %s %s\n", Utf8(f).c_str(), ClassName(cls).c_str(), GuidText(id).c_str());
+            cls->Release();
+        } else {
+            Out("%s: error 0x%08lX %s\n", Utf8(f).c_str(), (unsigned long)hr, ErrorText(hr).c_str());
+            if (SUCCEEDED(first))
+                first = FAILED(hr) ? hr : E_FAIL;
+        }
+    }
+    return first;
+}
+
+// A reader opened by name, released at the end of the command.
+struct OpenedFile {
+    IZvReadFile *file = nullptr;
+    ~OpenedFile()
+    {
+        if (file) {
+            file->Close();
+            file->Release();
+        }
+    }
+};
+
+struct AudioFormat {
+    bool valid = false;
+    ZVSAMPLETYPE type = ZVSAMPLE_NONE;
+    DWORD rate = 0;
+    UINT channels = 0;
+    UINT bits = 0;
+    UINT blockAlign = 0;
+    bool isFloat = false;
+    LONGLONG length = 0;
+};
+
+AudioFormat FormatOf(const _ZVFILESTREAMFORMATINFOv2 &info)
+{
+    AudioFormat f;
+    if (info.dwStreamType != ZVFILESTREAMTYPE_AUDIO)
+        return f;
+    _zvwaveformat wf;
+    memcpy(&wf, info.format, sizeof wf < sizeof info.format ? sizeof wf : sizeof info.format);
+    f.valid = true;
+    f.type = wf.sampleType;
+    f.rate = wf.samplesPerSec;
+    f.channels = wf.channels;
+    f.bits = ZvAudio_BitsFromSampleType(wf.sampleType);
+    f.blockAlign = wf.blockAlign ? wf.blockAlign : ZvAudio_BytesFromSampleType(wf.sampleType) * wf.channels;
+    f.isFloat = wf.sampleType == ZVSAMPLE_F32 || wf.sampleType == ZVSAMPLE_F64;
+    f.length = info.llLength;
+    return f;
+}
+
+const char *StreamTypeText(ZVFILESTREAMTYPE t)
+{
+    switch (t) {
+    case ZVFILESTREAMTYPE_AUDIO: return "audio";
+    case ZVFILESTREAMTYPE_VIDEO: return "video";
+    case ZVFILESTREAMTYPE_TEXT: return "text";
+    case ZVFILESTREAMTYPE_DATA: return "data";
+    default: return "none";
+    }
+}
+
+HRESULT Info(const Args &args)
+{
+    if (args.files.size() != 1)
+        return ZVFIO_E_USAGE;
+    const std::wstring &path = args.files[0];
+    Manager mgr;
+    HRESULT hr = mgr.Create();
+    if (FAILED(hr))
+        return hr;
+    OpenedFile f;
+    hr = mgr->OpenReader(path.c_str(), &f.file, 0);
+    if (FAILED(hr))
+        return hr;
+    std::string readerName, readerId;
+    IZvReadFileClass *cls = nullptr;
+    if (SUCCEEDED(f.file->GetClass(&cls)) && cls) {
+        GUID id = GUID_NULL;
+        cls->GetClassGuid(&id);
+        readerName = ClassName(cls);
+        readerId = GuidText(id);
+        cls->Release();
+    }
+    LONGLONG bytes = 0;
+    f.file->GetLength(&bytes);
+    DWORD meta = 0;
+    f.file->GetMetaTypes(&meta);
+    LONG streams = 0;
+    hr = f.file->GetStreamCount(&streams);
+    if (FAILED(hr))
+        return hr;
+    if (args.json)
+        Out("{\"file\": %s, \"reader\": %s, \"readerId\": %s, \"bytes\": %lld, \"metaTypes\": \"0x%08lX\", "
+            "\"streams\": [",
+            JsonString(Utf8(path)).c_str(), JsonString(readerName).c_str(), JsonString(readerId).c_str(),
+            (long long)bytes, (unsigned long)meta);
+    else
+        Out("%s\n  reader   %s %s\n  bytes    %lld\n  metadata 0x%08lX\n  streams  %ld\n", Utf8(path).c_str(),
+            readerName.c_str(), readerId.c_str(), (long long)bytes, (unsigned long)meta, (long)streams);
+    for (LONG i = 0; i < streams; ++i) {
+        ZVFILESTREAMTYPE type = ZVFILESTREAMTYPE_NONE;
+        DWORD sub = 0;
+        f.file->GetStreamType(i, &type, &sub);
+        _ZVFILESTREAMFORMATINFOv2 info;
+        memset(&info, 0, sizeof info);
+        info.cbSize = sizeof info;
+        HRESULT fh = f.file->GetStreamFormatInfo(&info, i, 2);
+        AudioFormat a = SUCCEEDED(fh) ? FormatOf(info) : AudioFormat();
+        double seconds = a.valid && a.rate ? (double)a.length / a.rate : 0.0;
+        if (args.json) {
+            Out("%s\n  {\"index\": %ld, \"type\": \"%s\"", i ? "," : "", (long)i, StreamTypeText(type));
+            if (a.valid)
+                Out(", \"rate\": %lu, \"channels\": %u, \"bits\": %u, \"float\": %s, \"samples\": %lld, "
+                    "\"seconds\": %.6f",
+                    (unsigned long)a.rate, a.channels, a.bits, a.isFloat ? "true" : "false", (long long)a.length,
+                    seconds);
+            Out("}");
+        } else {
+            Out("  stream %ld: %s", (long)i, StreamTypeText(type));
+            if (a.valid)
+                Out(", %lu Hz, %u channels, %u-bit %s, %lld samples (%.3f s)", (unsigned long)a.rate, a.channels,
+                    a.bits, a.isFloat ? "float" : "int", (long long)a.length, seconds);
+            Out("\n");
+        }
+    }
+    if (args.json)
+        Out("\n]}\n");
+    return S_OK;
+}
+
+HRESULT Read(const Args &args)
+{
+    std::wstring rawPath, path;
+    if (args.has(L"--raw")) {
+        if (!args.value(L"--raw", &rawPath)) {
+            if (args.files.size() != 2)
+                return ZVFIO_E_USAGE;
+            rawPath = args.files[0];
+            path = args.files[1];
+        } else if (args.files.size() == 1) {
+            path = args.files[0];
+        } else {
+            return ZVFIO_E_USAGE;
+        }
+    } else if (args.files.size() == 1) {
+        path = args.files[0];
+    } else {
+        return ZVFIO_E_USAGE;
+    }
+    Manager mgr;
+    HRESULT hr = mgr.Create();
+    if (FAILED(hr))
+        return hr;
+    LARGE_INTEGER t0, t1, freq;
+    QueryPerformanceFrequency(&freq);
+    QueryPerformanceCounter(&t0);
+    OpenedFile f;
+    hr = mgr->OpenReader(path.c_str(), &f.file, 0);
+    if (FAILED(hr))
+        return hr;
+    LONG streams = 0, audio = -1;
+    f.file->GetStreamCount(&streams);
+    for (LONG i = 0; i < streams && audio < 0; ++i) {
+        ZVFILESTREAMTYPE type = ZVFILESTREAMTYPE_NONE;
+        DWORD sub = 0;
+        if (SUCCEEDED(f.file->GetStreamType(i, &type, &sub)) && type == ZVFILESTREAMTYPE_AUDIO)
+            audio = i;
+    }
+    if (audio < 0) {
+        Err("zvfio read: the file has no audio stream\n");
+        return ZVERR_NOT_FOUND;
+    }
+    IZvReadStream *s = nullptr;
+    hr = f.file->OpenStream(&s, audio, ZVFILESTREAMTYPE_AUDIO, 0, 0);
+    if (FAILED(hr))
+        return hr;
+    IZvReadAudioStream *as = nullptr;
+    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&as);
+    s->Release();
+    if (FAILED(hr))
+        return hr;
+    _ZVFILESTREAMFORMATINFOv2 info;
+    memset(&info, 0, sizeof info);
+    info.cbSize = sizeof info;
+    hr = as->GetStreamFormatInfo(&info);
+    AudioFormat a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
+    LONGLONG total = 0;
+    as->GetSampleCount(&total);
+    if (FAILED(hr) || !a.valid || a.blockAlign == 0) {
+        as->Release();
+        return FAILED(hr) ? hr : ZVERR_MALFORMED;
+    }
+    HANDLE raw = INVALID_HANDLE_VALUE;
+    if (!rawPath.empty()) {
+        raw = CreateFileW(rawPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_SEQUENTIAL_SCAN,
+                          nullptr);
+        if (raw == INVALID_HANDLE_VALUE) {
+            as->Release();
+            return ZvErrorHandler_TranslateWin32Error(GetLastError());
+        }
+    }
+    // about 4 MiB a call, whole frames
+    const DWORD perCall = (DWORD)((4u << 20) / a.blockAlign);
+    const DWORD bufferSize = perCall * a.blockAlign;
+    BYTE *buffer = (BYTE *)VirtualAlloc(nullptr, bufferSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    if (!buffer) {
+        as->Release();
+        if (raw != INVALID_HANDLE_VALUE)
+            CloseHandle(raw);
+        return E_OUTOFMEMORY;
+    }
+    _zvmemorytoken token;
+    ZvMemoryToken_InitLocal(&token, buffer, bufferSize, ZVMEMTOKEN_KIND_LOCAL);
+    LONGLONG position = 0;
+    hr = S_OK;
+    while (position < total) {
+        DWORD want = (DWORD)((total - position) < perCall ? (total - position) : perCall);
+        DWORD got = 0;
+        hr = as->ReadSamples((DWORD)position, (LONG)(position >> 32), token, want, &got);
+        if (FAILED(hr))
+            break;
+        if (got == 0) {
+            hr = S_OK;
+            break;
+        }
+        if (raw != INVALID_HANDLE_VALUE) {
+            DWORD written = 0;
+            if (!WriteFile(raw, buffer, got * a.blockAlign, &written, nullptr) || written != got * a.blockAlign) {
+                hr = ZvErrorHandler_TranslateWin32Error(GetLastError());
+                break;
+            }
+        }
+        position += got;
+    }
+    QueryPerformanceCounter(&t1);
+    VirtualFree(buffer, 0, MEM_RELEASE);
+    as->Release();
+    if (raw != INVALID_HANDLE_VALUE)
+        CloseHandle(raw);
+    if (FAILED(hr))
+        return hr;
+    double seconds = (double)(t1.QuadPart - t0.QuadPart) / (double)freq.QuadPart;
+    double bytes = (double)position * a.blockAlign;
+    Out("%s: %lld samples, %.0f bytes, %.3f s, %.1f MB/s\n", Utf8(path).c_str(), (long long)position, bytes,
+        seconds, seconds > 0 ? bytes / seconds / 1e6 : 0.0);
+    if (position < total)
+        Out("  the stream ended %lld samples early\n", (long long)(total - position));
+    return S_OK;
+}
+
+} // namespace
+
+const Command kPluginsCommand = {
+    "plugins", "the plug-ins the manager finds",
+    "usage: zvfio plugins [--load] [--json]\n"
+    "\n"
+    "Lists the classes of the plug-ins named by the *.Fio2007-Config files\n"
+    "beside zvfio.exe: plug-in class id, reader and renderer class ids, name,\n"
+    "extensions, DLL path, surrogate group, merit and load state. Without\n"
+    "--load nothing that the plug-in cache describes is loaded.\n"
+    "\n"
+    "  --load   load every class and say where it runs (this process or the\n"
+    "           surrogate's process id), with the error of a failed load\n"
+    "  --json   the list as JSON\n",
+    Plugins,
+};
+
+const Command kIdentifyCommand = {
+    "identify", "which reader takes each file",
+    "usage: zvfio identify FILE...\n"
+    "\n"
+    "Names the reader class that the manager picks for each file, or the\n"
+    "system's error code and text. Exit code 1 when any file failed.\n",
+    Identify,
+};
+
+const Command kInfoCommand = {
+    "info", "streams and formats of a file",
+    "usage: zvfio info [--json] FILE\n"
+    "\n"
+    "Opens the file with its reader and prints the reader, the file's size\n"
+    "and metadata kinds, and each stream: type, rate, channels, bits,\n"
+    "float or integer, length.\n",
+    Info,
+};
+
+const Command kReadCommand = {
+    "read", "reads the first audio stream of a file",
+    "usage: zvfio read [--raw OUT] FILE\n"
+    "\n"
+    "Reads the first audio stream to its end and prints samples, bytes and\n"
+    "throughput.\n"
+    "\n"
+    "  --raw OUT  write the decoded samples, interleaved little-endian, to OUT\n",
+    Read,
+};
+
+} // namespace zvfio

@@ -1,0 +1,57 @@
+#!/bin/sh
+# Runs zvfio.exe from the folder $1 on sox-made sample files in $2: plugins,
+# identify, info and read --raw, and checks that each decode equals byte for
+# byte what sox decodes. The wineserver of ZV_WINEPREFIX must run.
+# Exit 0 when every file matched.
+bin="$1"
+out="$2"
+root=$(cd "$(dirname "$0")/.." && pwd)
+run="$root/cmake/wine-run.sh"
+[ -n "$bin" ] && [ -n "$out" ] || { echo "usage: $0 BINDIR OUTDIR" >&2; exit 2; }
+command -v sox >/dev/null || { echo "sox is not installed"; exit 77; }
+rm -rf "$out"
+list=$(sh "$root/tools/zvfio_samples.sh" "$out") || exit 1
+zvfio() { # output without carriage returns, exit code of zvfio.exe
+    "$run" "$bin/zvfio.exe" "$@" >"$out/.zvfio.out" 2>&1
+    rc=$?
+    tr -d '\r' <"$out/.zvfio.out"
+    return $rc
+}
+win() { echo "Z:$1" | tr '/' '\\'; }
+
+echo "== zvfio plugins"
+zvfio plugins || exit 1
+status=0
+echo "$list" | while read -r name opts; do
+    f="$out/$name"
+    echo "== $name"
+    zvfio identify "$(win "$f")" || { echo "FAIL identify $name"; exit 1; }
+    zvfio info "$(win "$f")" || { echo "FAIL info $name"; exit 1; }
+    zvfio read --raw "$(win "$f.zvfio.raw")" "$(win "$f")" || { echo "FAIL read $name"; exit 1; }
+    # shellcheck disable=SC2086
+    sox -D "$f" -t raw $opts "$f.sox.raw"
+    if cmp -s "$f.zvfio.raw" "$f.sox.raw"; then
+        echo "   decode equals sox ($(stat -c %s "$f.sox.raw") bytes)"
+    else
+        echo "FAIL $name: the decode differs from sox's"
+        cmp "$f.zvfio.raw" "$f.sox.raw" | head -1
+        exit 1
+    fi
+done || status=1
+
+echo "== bad files"
+head -c 5000 /dev/urandom > "$out/random.wav"
+head -c 30 "$out/w16.wav" > "$out/truncated.wav"
+if zvfio identify "$(win "$out/random.wav")"; then
+    echo "FAIL random.wav was identified"
+    status=1
+fi
+for bad in random.wav truncated.wav missing.wav; do
+    if zvfio read "$(win "$out/$bad")"; then
+        echo "FAIL $bad was read"
+        status=1
+    else
+        echo "   $bad refused with the system's error"
+    fi
+done
+exit $status
