@@ -1,4 +1,5 @@
 #include "zvfio.h"
+#include "zvprintf.h"
 #include "zverror.h"
 #include "zvkernel.h"
 #include <stdarg.h>
@@ -99,6 +100,23 @@ static void Usage(FILE *to)
                 "1 on a failure (with the system's error text), 2 on wrong usage.\n");
 }
 
+std::string zvfio::ErrorText(HRESULT hr)
+{
+    // the result's sentence alone; the handler's text opens with a line break
+    const wchar_t *text = ZvErrorHandler_GetHresultString(hr);
+    if (!text)
+        text = ZvErrorHandler_GetErrorMessage(0, hr, nullptr);
+    std::string message = Utf8(text ? text : L"");
+    message.erase(0, message.find_first_not_of("\r\n "));
+    for (char &c : message)
+        if (c == '\r' || c == '\n')
+            c = ' ';
+    const std::string token = "$(AppName)";
+    for (size_t at; (at = message.find(token)) != std::string::npos;)
+        message.replace(at, token.size(), "zvfio");
+    return message;
+}
+
 // A message box raised anywhere below is answered at once and its text goes
 // to stderr: nothing of this tool waits for a user.
 static void WINAPI LogBox(const wchar_t *text)
@@ -109,6 +127,8 @@ static void WINAPI LogBox(const wchar_t *text)
 int wmain(int argc, wchar_t **argv)
 {
     ZvMsgBoxSetNoUIHook(LogBox);
+    // texts formatted by the kernel name the application through this token
+    ZvPrintF_AddToken(L"AppName", L"zvfio");
     if (argc < 2) {
         Usage(stderr);
         return 2;
@@ -156,15 +176,7 @@ int wmain(int argc, wchar_t **argv)
         return 1;
     }
     if (FAILED(hr)) {
-        // the result's sentence alone; the handler's text opens with a line break
-        const wchar_t *text = ZvErrorHandler_GetHresultString(hr);
-        if (!text)
-            text = ZvErrorHandler_GetErrorMessage(0, hr, nullptr);
-        std::string message = Utf8(text ? text : L"");
-        message.erase(0, message.find_first_not_of("\r\n "));
-        for (char &c : message)
-            if (c == '\r' || c == '\n')
-                c = ' ';
+        std::string message = ErrorText(hr);
         std::string where = args.files.size() == 1 ? Utf8(args.files[0]) + ": " : std::string();
         Err("zvfio %s: %s%s (0x%08lX)\n", command->name, where.c_str(), message.c_str(), (unsigned long)hr);
         return 1;

@@ -32,6 +32,8 @@ struct Command {
 void Out(const char *format, ...);
 void Err(const char *format, ...);
 std::string Utf8(const std::wstring &text);
+// The system's text for a result, on one line, naming this tool as the application.
+std::string ErrorText(HRESULT hr);
 // A JSON string literal, quotes included.
 std::string JsonString(const std::string &text);
 

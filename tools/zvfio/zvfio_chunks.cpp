@@ -246,10 +246,7 @@ HRESULT Run(const Args &args)
                     Out("]\n");
                 return hr;
             }
-            const wchar_t *text = ZvErrorHandler_GetHresultString(hr);
-            std::string message = Utf8(text ? text : L"");
-            message.erase(0, message.find_first_not_of("\r\n "));
-            Err("zvfio chunks: %s: %s (0x%08lX)\n", Utf8(path).c_str(), message.c_str(), (unsigned long)hr);
+            Err("zvfio chunks: %s: %s (0x%08lX)\n", Utf8(path).c_str(), ErrorText(hr).c_str(), (unsigned long)hr);
             result = hr;
             continue;
         }
