@@ -28,10 +28,10 @@ start)
 stop)
     stray=0
     for p in /proc/[0-9]*; do
-        cmd=$(tr '\0' ' ' < "$p/cmdline" 2>/dev/null || true)
+        cmd=$( { tr '\0' ' ' < "$p/cmdline"; } 2>/dev/null || true)
         case "$cmd" in
         *Vantry.exe*|*test_*.exe*|*zvfio.exe*)
-            env=$(tr '\0' '\n' < "$p/environ" 2>/dev/null | grep -x "WINEPREFIX=$WINEPREFIX" || true)
+            env=$( { tr '\0' '\n' < "$p/environ"; } 2>/dev/null | grep -x "WINEPREFIX=$WINEPREFIX" || true)
             if [ -n "$env" ]; then
                 echo "stray process left running: ${p#/proc/} $cmd"
                 kill -9 "${p#/proc/}" 2>/dev/null || true
