@@ -1,5 +1,6 @@
 // CVantry32: the surrogate's one COM object, and its class factory.
 #include "vantry.h"
+#include "filemng/fioserved.h"
 
 struct vantry32
 {
@@ -10,6 +11,7 @@ struct vantry32
     LONG connections;           /* strong external connections */
     LONG module_locked;         /* 1 while this object holds a module lock */
     CRITICAL_SECTION cs;
+    ZvFioServedState served;    /* the surrogate's manager and pending plug-in paths */
 };
 
 // The framework's marker of an object in destruction.
@@ -43,6 +45,7 @@ static void vantry32_destroy(struct vantry32 *This)
     This->ref = VANTRY32_DESTROYED;
     // the unlock comes first: the pause after the message loop covers what follows
     vantry32_unlock_module(This);
+    ZvFioServed_Destroy(&This->served);
     DeleteCriticalSection(&This->cs);
     HeapFree(GetProcessHeap(), 0, This);
 }
@@ -102,14 +105,8 @@ static HRESULT WINAPI surrogate_GetProcessId(IZvFileIOManagerSurrogate *iface, D
 static HRESULT WINAPI surrogate_CreateObject(IZvFileIOManagerSurrogate *iface, LPCWSTR dllPath,
                                              REFCLSID classId, REFIID interfaceId, IUnknown **object)
 {
-    (void)iface; (void)classId; (void)interfaceId;
-    if (!object || !dllPath || !*dllPath) {
-        if (object)
-            *object = NULL;
-        return E_INVALIDARG;
-    }
-    *object = NULL;
-    return E_NOTIMPL;
+    return ZvFioServed_CreateObject(&impl_from_IZvFileIOManagerSurrogate(iface)->served, dllPath, classId,
+                                    interfaceId, (void **)object);
 }
 
 // Closes a handle that the client duplicated into this process. The answer
@@ -129,21 +126,19 @@ static HRESULT WINAPI surrogate_CreateSurrogateFileIOManager(IZvFileIOManagerSur
                                                              const LONG *values, DWORD valueCount,
                                                              LPCWSTR hostPath, LPCWSTR productName)
 {
-    (void)iface; (void)flags; (void)mask; (void)maskLength; (void)values; (void)valueCount;
-    (void)hostPath; (void)productName;
-    return E_NOTIMPL;
+    return ZvFioServed_CreateManager(&impl_from_IZvFileIOManagerSurrogate(iface)->served, flags, mask, maskLength,
+                                     values, valueCount, hostPath, productName);
 }
 
+// The pending list has no lock: the client sends these from one thread.
 static HRESULT WINAPI surrogate_AddPluginToList(IZvFileIOManagerSurrogate *iface, LPCWSTR dllPath)
 {
-    (void)iface; (void)dllPath;
-    return E_NOTIMPL;
+    return ZvFioServed_AddPlugin(&impl_from_IZvFileIOManagerSurrogate(iface)->served, dllPath);
 }
 
 static HRESULT WINAPI surrogate_ProcessPluginList(IZvFileIOManagerSurrogate *iface)
 {
-    (void)iface;
-    return E_FAIL;
+    return ZvFioServed_ProcessPluginList(&impl_from_IZvFileIOManagerSurrogate(iface)->served);
 }
 
 static HRESULT WINAPI surrogate_EditTemplate(IZvFileIOManagerSurrogate *iface, UINT64 parentWindow,
@@ -151,11 +146,8 @@ static HRESULT WINAPI surrogate_EditTemplate(IZvFileIOManagerSurrogate *iface, U
                                              DWORD templateSize, const BYTE *templateData,
                                              LPCWSTR title, BYTE_BLOB **edited)
 {
-    (void)iface; (void)parentWindow; (void)rendererClass; (void)flags; (void)templates;
-    (void)templateSize; (void)templateData; (void)title;
-    if (edited)
-        *edited = NULL;
-    return E_FAIL;
+    return ZvFioServed_EditTemplate(&impl_from_IZvFileIOManagerSurrogate(iface)->served, parentWindow,
+                                    rendererClass, flags, templates, templateSize, templateData, title, edited);
 }
 
 static const IZvFileIOManagerSurrogateVtbl surrogate_vtbl = {

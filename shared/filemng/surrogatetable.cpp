@@ -1,5 +1,13 @@
 #include "filemng/surrogatetable.h"
+#include "filemng/blanket.h"
+#include "filemng/filemng.h"
+#include "filemng/fiodiscovery.h"
+#include "zvlist.h"
+#include "zvsurrogate.h"
 #include <new>
+#include <stdio.h>
+
+static void ZvFioStopMonitoring(DWORD processId);
 
 ZVFIO_SURROGATETABLE *g_pZvFioSurrogateTable;
 
@@ -69,8 +77,12 @@ void ZvFioSurrogateTable_Release()
     EnterCriticalSection(TableLock());
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
     if (t && --t->refs <= 0) {
-        for (LONG i = 0; i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i)
+        for (LONG i = 0; i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
+            if (t->slots[i].processId)
+                ZvFioStopMonitoring(t->slots[i].processId);
+            // the last reference to the child goes: it ends by itself
             t->slots[i].git.Reset();
+        }
         g_pZvFioSurrogateTable = NULL;
         t->~ZVFIO_SURROGATETABLE();
         FreeGlobal(t);
@@ -103,29 +115,381 @@ BOOL ZvFioDeriveRouting(ZVFIO_PLUGININFO *record)
     return FALSE;
 }
 
-HRESULT ZvFioLaunchSurrogate(ZVFIO_PLUGININFO *record)
+// ---------------------------------------------------------------- launching
+
+// {5CDF45F4-888C-461A-8AB2-5AAA015B4642}: the surrogate's class; each child
+// serves it under Data1 exclusive-or'ed with its process id.
+static const CLSID kSurrogateClass = {0x5CDF45F4, 0x888C, 0x461A, {0x8A, 0xB2, 0x5A, 0xAA, 0x01, 0x5B, 0x46, 0x42}};
+
+#define ZVFIO_CONNECT_ATTEMPTS 100
+
+// The crash reporter is a separate DLL; without it monitoring is skipped.
+static void CallReporter(const char *name, DWORD processId)
 {
-    if (!ZvFioDeriveRouting(record))
-        return S_OK;
-    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
-    if (slot && slot->processId)
-        return S_OK;
-    // Surrogate processes can't be started from this build: the plug-in
-    // stays unavailable.
-    return REGDB_E_CLASSNOTREG;
+    HMODULE reporter = GetModuleHandleW(L"ErrorReport.dll");
+    if (!reporter)
+        return;
+    typedef void(WINAPI * MonitorProc)(DWORD);
+    MonitorProc proc = (MonitorProc)(void *)GetProcAddress(reporter, name);
+    if (proc)
+        proc(processId);
 }
 
-HRESULT ZvFioRoutedCreate(ZVFIO_PLUGININFO *record, void **out, REFIID, IUnknown *)
+static void ZvFioStartMonitoring(DWORD processId)
 {
-    if (out)
+    CallReporter("ErrorReport_StartMonitoringProcess", processId);
+}
+
+static void ZvFioStopMonitoring(DWORD processId)
+{
+    CallReporter("ErrorReport_StopMonitoringProcess", processId);
+}
+
+// The surrogate beside a 32-bit host, in the x86 sub-folder of a 64-bit one.
+static HRESULT SurrogatePath(WCHAR *path)
+{
+    WCHAR self[MAX_PATH];
+    DWORD n = GetModuleFileNameW(NULL, self, MAX_PATH);
+    if (!n || n >= MAX_PATH)
+        return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+    WCHAR *name = self;
+    for (WCHAR *p = self; *p; ++p)
+        if (*p == L'\\' || *p == L'/')
+            name = p + 1;
+#ifdef _WIN64
+    const WCHAR *format = L"x86\\%s";
+#else
+    const WCHAR *format = L"%s";
+#endif
+    size_t room = MAX_PATH - (size_t)(name - self);
+    int put = _snwprintf(name, room, format, L"Vantry.exe");
+    if (put < 0 || (size_t)put >= room)
+        return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+    wcscpy(path, self);
+    return S_OK;
+}
+
+// The slot's object in the global interface table: an in-process stand-in
+// for the child's proxy. The table's own reference on a proxy is never given
+// back to the child by the platform's COM, which would keep every child
+// alive; its reference on a local object is, and this one's last release
+// drops the proxy, so that the child ends by itself.
+class CZvSurrogateLink : public IZvFileIOManagerSurrogate, public ZvGlobalObject {
+public:
+    explicit CZvSurrogateLink(IZvFileIOManagerSurrogate *proxy) : proxy_(proxy) { proxy_->AddRef(); }
+    virtual ~CZvSurrogateLink() { proxy_->Release(); }
+    STDMETHODIMP QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvFileIOManagerSurrogate)) {
+            *out = static_cast<IZvFileIOManagerSurrogate *>(this);
+            AddRef();
+            return S_OK;
+        }
         *out = NULL;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return (ULONG)InterlockedIncrement(&ref_); }
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        LONG ref = InterlockedDecrement(&ref_);
+        if (!ref)
+            delete this;
+        return (ULONG)ref;
+    }
+    STDMETHODIMP GetProcessId(DWORD *processId) override { return proxy_->GetProcessId(processId); }
+    STDMETHODIMP CreateObject(LPCWSTR dllPath, REFCLSID classId, REFIID interfaceId, IUnknown **object) override
+    {
+        return proxy_->CreateObject(dllPath, classId, interfaceId, object);
+    }
+    STDMETHODIMP CloseHandle(UINT64 handle) override { return proxy_->CloseHandle(handle); }
+    STDMETHODIMP CreateSurrogateFileIOManager(DWORD flags, const BYTE *mask, DWORD maskLength, const LONG *values,
+                                              DWORD valueCount, LPCWSTR hostPath, LPCWSTR productName) override
+    {
+        return proxy_->CreateSurrogateFileIOManager(flags, mask, maskLength, values, valueCount, hostPath,
+                                                    productName);
+    }
+    STDMETHODIMP AddPluginToList(LPCWSTR dllPath) override { return proxy_->AddPluginToList(dllPath); }
+    STDMETHODIMP ProcessPluginList() override { return proxy_->ProcessPluginList(); }
+    STDMETHODIMP EditTemplate(UINT64 parentWindow, IUnknown *rendererClass, DWORD flags, IStream *templates,
+                              DWORD templateSize, const BYTE *templateData, LPCWSTR title,
+                              BYTE_BLOB **edited) override
+    {
+        return proxy_->EditTemplate(parentWindow, rendererClass, flags, templates, templateSize, templateData,
+                                    title, edited);
+    }
+
+private:
+    volatile LONG ref_ = 1;
+    IZvFileIOManagerSurrogate *proxy_;
+};
+
+static HRESULT LaunchLocked(LONG group)
+{
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    if (!t)
+        return E_UNEXPECTED;
+    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(group);
+    if (slot && slot->processId)
+        return S_OK;
+    if (!slot) {
+        if (t->used >= ZVFIO_SURROGATE_SLOTS)
+            return ZVERR_BUFFER_TOO_SMALL;
+        slot = &t->slots[t->used++];
+        slot->group = group;
+    }
+    slot->processId = 0;
+    WCHAR path[MAX_PATH];
+    HRESULT hr = SurrogatePath(path);
+    if (FAILED(hr))
+        return hr;
+    WCHAR line[388];
+    int put = _snwprintf(line, 388, L"\"%s\" %d", path, (int)ZvFioKernelLangID());
+    if (put < 0 || put >= 388)
+        return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+    STARTUPINFOW si;
+    ZeroMemory(&si, sizeof si);
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi;
+    // suspended, so that the crash reporter watches it from the start
+    if (!CreateProcessW(NULL, line, NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &si, &pi))
+        return HRESULT_FROM_WIN32(GetLastError());
+    ZvFioStartMonitoring(pi.dwProcessId);
+    ResumeThread(pi.hThread);
+    slot->processId = pi.dwProcessId;
+    CloseHandle(pi.hProcess);
+
+    CLSID clsid = kSurrogateClass;
+    clsid.Data1 ^= pi.dwProcessId;
+    IZvFileIOManagerSurrogate *s = NULL;
+    hr = REGDB_E_CLASSNOTREG;
+    // the class exists only once the child has registered it
+    for (int i = 0; i < ZVFIO_CONNECT_ATTEMPTS && hr == REGDB_E_CLASSNOTREG; ++i) {
+        if (i)
+            Sleep(100);
+        hr = CoCreateInstance(clsid, NULL, CLSCTX_LOCAL_SERVER, IID_IZvFileIOManagerSurrogate, (void **)&s);
+    }
+    if (SUCCEEDED(hr) && s) {
+        CZvSurrogateLink *link = new CZvSurrogateLink(s);
+        hr = link ? slot->git.Set(link, IID_IZvFileIOManagerSurrogate) : E_OUTOFMEMORY;
+        if (link)
+            link->Release();
+        s->Release();
+    } else if (SUCCEEDED(hr)) {
+        hr = E_NOINTERFACE;
+    }
+    // On failure the child is left waiting for a client that never comes,
+    // and the slot keeps its process id: later attempts find it launched
+    // and get no pointer.
+    CloseHandle(pi.hThread);
+    return hr;
+}
+
+HRESULT ZvFioLaunchSurrogate(ZVFIO_PLUGININFO *record)
+{
+    if (!record || !ZvFioDeriveRouting(record))
+        return S_OK;
+    EnterCriticalSection(TableLock());
+    HRESULT hr = LaunchLocked(record->Surrogate);
+    LeaveCriticalSection(TableLock());
+    return hr;
+}
+
+IZvFileIOManagerSurrogate *ZvFioSurrogateSlot_Get(ZVFIO_SURROGATESLOT *slot)
+{
+    return slot ? (IZvFileIOManagerSurrogate *)slot->git.Get() : NULL;
+}
+
+// First contact: the child's own manager, then the group's plug-ins. Runs
+// once per slot, also when it fails.
+static HRESULT FirstContact(ZVFIO_SURROGATESLOT *slot)
+{
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    if (!t || slot->initialised)
+        return S_OK;
+    slot->initialised = 1;
+    IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(slot);
+    if (!s)
+        return S_OK;
+    const WCHAR *product = g_zvfioProductName[0] ? g_zvfioProductName : L"Unspecified";
+    WCHAR host[MAX_PATH], longHost[MAX_PATH];
+    DWORD n = GetModuleFileNameW(NULL, host, MAX_PATH);
+    if (!n || n >= MAX_PATH)
+        host[0] = 0;
+    n = GetLongPathNameW(host, longHost, MAX_PATH);
+    const WCHAR *hostPath = n && n <= MAX_PATH ? longHost : host;
+    HRESULT hr = s->CreateSurrogateFileIOManager(t->flags, t->metrics.mask, ZVFIO_METRIC_COUNT, t->metrics.values,
+                                                 ZVFIO_METRIC_COUNT, hostPath, product);
+    if (FAILED(hr))
+        return hr;
+    tZVLIST *list = NULL;
+    if (t->firstManager)
+        list = static_cast<CZvFileIOManager *>(static_cast<IZvFileIOMgrForApp *>(t->firstManager))->pluginList();
+    int added = 0;
+    HRESULT add = S_OK;
+    for (int i = 0; list && i < list->count; ++i) {
+        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (r && ZvFioDeriveRouting(r) && r->Surrogate == slot->group) {
+            add = s->AddPluginToList(r->szPath);
+            ++added;
+        }
+    }
+    if (added && FAILED(add))
+        return add;
+    return s->ProcessPluginList();
+}
+
+HRESULT ZvFioRoutedCreate(ZVFIO_PLUGININFO *record, void **out, REFIID iid, IUnknown *manager)
+{
+    if (!out || !record)
+        return E_POINTER;
+    *out = NULL;
     HRESULT hr = ZvFioLaunchSurrogate(record);
     if (FAILED(hr))
         return hr;
+    EnterCriticalSection(TableLock());
     ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
-    if (!slot || slot->git.Empty())
-        return E_UNEXPECTED;
-    return E_NOTIMPL;
+    if (!slot)
+        hr = E_UNEXPECTED;
+    else if (!IsEqualIID(iid, IID_IZvUnsharedFIOPluginInfo))
+        hr = FirstContact(slot);
+    LeaveCriticalSection(TableLock());
+    if (FAILED(hr))
+        return hr;
+    IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(slot);
+    if (!s)
+        return hr;
+    hr = s->CreateObject(record->szPath, record->clsidPlugin, iid, (IUnknown **)out);
+    if (FAILED(hr))
+        return hr;
+    if (IsEqualIID(iid, IID_IZvReadFileClass) || IsEqualIID(iid, IID_IZvRenderFileClass))
+        hr = ZvBlanket_Wrap(&iid, out, NULL, manager, (record->dwRecordFlags & ZVFIO_RF_AMD64) ? 1 : 0);
+    return hr;
+}
+
+// ---------------------------------------------------------------- handles
+
+ZVAPI HRESULT DuplicateHandleFromProcessId(DWORD handle, DWORD processId, void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = NULL;
+    HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, processId);
+    if (!process)
+        return HRESULT_FROM_WIN32(GetLastError());
+    HRESULT hr = S_OK;
+    HANDLE h = (HANDLE)(LONG_PTR)(LONG)handle;
+    if (!DuplicateHandle(process, h, GetCurrentProcess(), (HANDLE *)out, 0, FALSE, DUPLICATE_SAME_ACCESS))
+        hr = HRESULT_FROM_WIN32(GetLastError());
+    CloseHandle(process);
+    return hr;
+}
+
+ZVAPI HRESULT DuplicateHandleToProcessId(void *handle, DWORD processId, void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = NULL;
+    HANDLE process = OpenProcess(PROCESS_ALL_ACCESS, FALSE, processId);
+    if (!process)
+        return HRESULT_FROM_WIN32(GetLastError());
+    HRESULT hr = S_OK;
+    if (!DuplicateHandle(GetCurrentProcess(), (HANDLE)handle, process, (HANDLE *)out, 0, FALSE, DUPLICATE_SAME_ACCESS))
+        hr = HRESULT_FROM_WIN32(GetLastError());
+    CloseHandle(process);
+    return hr;
+}
+
+BOOL ZvFioRecordProcess(ZVFIO_PLUGININFO *record, DWORD *processId)
+{
+    *processId = GetCurrentProcessId();
+    if (!ZvFioDeriveRouting(record))
+        return FALSE;
+    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
+    if (!slot || !slot->processId)
+        return FALSE;
+    *processId = slot->processId;
+    return TRUE;
+}
+
+void ZvFioSurrogate_BeginIdentification()
+{
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    for (LONG i = 0; t && i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i)
+        t->slots[i].hDuplicate = -1;
+}
+
+HRESULT ZvFioSurrogate_IdentifyHandle(ZVFIO_PLUGININFO *record, HANDLE file, UINT64 *wireHandle, DWORD *processId)
+{
+    if (!wireHandle || !processId)
+        return E_POINTER;
+    *wireHandle = (UINT64)(LONG_PTR)file;
+    DWORD pid = 0;
+    if (!ZvFioRecordProcess(record, &pid)) {
+        *processId = pid;
+        return S_OK;
+    }
+    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
+    if (slot->hDuplicate == -1) {
+        void *dup = NULL;
+        HRESULT hr = DuplicateHandleToProcessId(file, slot->processId, &dup);
+        if (FAILED(hr))
+            return hr;
+        // handles carry 32 significant bits in either architecture
+        slot->hDuplicate = (LONG)(LONG_PTR)dup;
+    }
+    *wireHandle = (UINT64)(LONG64)slot->hDuplicate;
+    *processId = pid;
+    return S_OK;
+}
+
+void ZvFioSurrogate_EndIdentification()
+{
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    for (LONG i = 0; t && i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
+        ZVFIO_SURROGATESLOT &slot = t->slots[i];
+        if (slot.hDuplicate == -1)
+            continue;
+        IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(&slot);
+        if (s)
+            s->CloseHandle((UINT64)(LONG64)slot.hDuplicate);
+        slot.hDuplicate = -1;
+    }
+}
+
+HRESULT ZvFioSurrogate_DuplicateForRecord(ZVFIO_PLUGININFO *record, HANDLE file, UINT64 *wireHandle,
+                                          DWORD *processId)
+{
+    if (!wireHandle || !processId)
+        return E_POINTER;
+    *wireHandle = (UINT64)(LONG_PTR)file;
+    DWORD pid = 0;
+    if (!ZvFioRecordProcess(record, &pid)) {
+        *processId = pid;
+        return S_OK;
+    }
+    void *dup = NULL;
+    HRESULT hr = DuplicateHandleToProcessId(file, pid, &dup);
+    if (FAILED(hr))
+        return hr;
+    *wireHandle = (UINT64)(LONG64)(LONG)(LONG_PTR)dup;
+    *processId = pid;
+    return S_OK;
+}
+
+HRESULT ZvFioSurrogate_CloseRemoteHandle(DWORD processId, UINT64 wireHandle)
+{
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    if (processId == GetCurrentProcessId())
+        return S_OK;
+    for (LONG i = 0; t && i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
+        if (t->slots[i].processId != processId)
+            continue;
+        IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(&t->slots[i]);
+        return s ? s->CloseHandle(wireHandle) : E_UNEXPECTED;
+    }
+    return E_INVALIDARG;
 }
 
 ZVAPI BOOL ZVFileIO_IsSurrogateProcessId(DWORD processId)

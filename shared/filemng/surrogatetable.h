@@ -46,7 +46,52 @@ BOOL ZvFioDeriveRouting(ZVFIO_PLUGININFO *record);
 // Makes sure the record's surrogate runs. S_OK and nothing done for a record
 // that isn't routed.
 HRESULT ZvFioLaunchSurrogate(ZVFIO_PLUGININFO *record);
-// Creates `iid` for a routed record inside its surrogate.
+// Creates `iid` for a routed record inside its surrogate: launches it if
+// need be, makes first contact (except for the listing interface), and wraps
+// reader and renderer class objects in blankets owned by `manager`.
 HRESULT ZvFioRoutedCreate(ZVFIO_PLUGININFO *record, void **out, REFIID iid, IUnknown *manager);
 
+struct IZvFileIOManagerSurrogate;
+struct tZVLIST;
+// The slot's control interface for the calling thread, borrowed; null when
+// the slot has none.
+IZvFileIOManagerSurrogate *ZvFioSurrogateSlot_Get(ZVFIO_SURROGATESLOT *slot);
+
 ZVAPI BOOL ZVFileIO_IsSurrogateProcessId(DWORD processId);
+
+struct IZvFileIOManager;
+// The surrogate's manager takes the given DLL paths as its plug-in list
+// (records with no group), lists them and loads what loads at start.
+ZVAPI HRESULT ZvFio_ProcessPluginList(IZvFileIOManager *manager, tZVLIST *paths);
+// Loads the class of the record with plug-in class id `clsid` (reader or
+// renderer, as `iid` says) and queries it for `iid`: E_FAIL without such a
+// record, E_NOINTERFACE for any other interface.
+ZVAPI HRESULT ZvFio_LoadPluginAndGetInterface(IZvFileIOManager *manager, const GUID &clsid, const GUID &iid,
+                                              void **out);
+
+// Duplicates `handle` of process `processId` into this process, or a handle
+// of this process into `processId`, with the same access. The Win32 error as
+// an HRESULT on failure.
+ZVAPI HRESULT DuplicateHandleFromProcessId(DWORD handle, DWORD processId, void **out);
+ZVAPI HRESULT DuplicateHandleToProcessId(void *handle, DWORD processId, void **out);
+
+// The process in which a record's objects live: its surrogate's (TRUE) or
+// this one (FALSE).
+BOOL ZvFioRecordProcess(ZVFIO_PLUGININFO *record, DWORD *processId);
+
+// Identification: Begin forgets every slot's duplicate (nothing is closed),
+// IdentifyHandle gives the handle and process id to put in the
+// identification record of `record` (a routed record gets the file
+// duplicated into its surrogate once per slot), End closes the duplicates
+// through their surrogates.
+void ZvFioSurrogate_BeginIdentification();
+HRESULT ZvFioSurrogate_IdentifyHandle(ZVFIO_PLUGININFO *record, HANDLE file, UINT64 *wireHandle, DWORD *processId);
+void ZvFioSurrogate_EndIdentification();
+
+// Opening: the handle and process id to give OpenFile of `record`'s reader; a
+// routed record gets a duplicate of its own, which the caller closes with
+// ZvFioSurrogate_CloseRemoteHandle(processId, wireHandle) when the file is
+// closed (nothing happens for a handle of this process).
+HRESULT ZvFioSurrogate_DuplicateForRecord(ZVFIO_PLUGININFO *record, HANDLE file, UINT64 *wireHandle,
+                                          DWORD *processId);
+HRESULT ZvFioSurrogate_CloseRemoteHandle(DWORD processId, UINT64 wireHandle);

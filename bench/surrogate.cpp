@@ -1,0 +1,159 @@
+// Bytes per second of ReadSamples through a surrogate process against the
+// same plug-in loaded in process, read into the caller's private buffer;
+// and the cost of one empty call across the border.
+#include "filemng/filemng.h"
+#include "filemng/fiodiscovery.h"
+#include "filemng/surrogatetable.h"
+#include "filemng/zvmemtoken.h"
+#include "zvproxy.h"
+#include "../plugins/testsurrogate/tsurrogate.h"
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+double now()
+{
+    LARGE_INTEGER c, f;
+    QueryPerformanceCounter(&c);
+    QueryPerformanceFrequency(&f);
+    return (double)c.QuadPart / (double)f.QuadPart;
+}
+
+template <typename F> double best(int rounds, F work)
+{
+    double t = 1e9;
+    for (int i = 0; i < rounds; ++i) {
+        double start = now();
+        work();
+        t = std::min(t, now() - start);
+    }
+    return t;
+}
+
+std::wstring ExeDir()
+{
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(NULL, path, MAX_PATH);
+    std::wstring s = path;
+    return s.substr(0, s.find_last_of(L"\\/") + 1);
+}
+
+ZVFIO_PLUGININFO *Record(CZvFileIOManager *m, const GUID &clsid)
+{
+    tZVLIST *list = m->pluginList();
+    for (int i = 0; list && i < list->count; ++i) {
+        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (r && IsEqualGUID(r->clsidPlugin, clsid))
+            return r;
+    }
+    return nullptr;
+}
+
+// The audio stream of a file of a variant's reader.
+struct Stream {
+    IZvReadFileClass *cls = nullptr;
+    IZvReadFile *file = nullptr;
+    IZvReadAudioStream *audio = nullptr;
+    Stream(CZvFileIOManager *m, int variant)
+    {
+        ZVFIO_PLUGININFO *r = Record(m, TsReaderClass(variant));
+        if (!r || FAILED(m->getReader(r, &cls)) || !cls)
+            return;
+        IZvReadStream *s = nullptr;
+        if (FAILED(cls->OpenFile(&file, ~(UINT64)0, 0, L"bench.tsm", TRUE)) || !file ||
+            FAILED(file->OpenStream(&s, 0, 0, 0, 0)) || !s)
+            return;
+        s->QueryInterface(IID_IZvReadAudioStream, (void **)&audio);
+        s->Release();
+    }
+    ~Stream()
+    {
+        if (audio)
+            audio->Release();
+        if (file)
+            file->Release();
+        if (cls)
+            cls->Release();
+    }
+};
+
+double Rate(IZvReadAudioStream *s, DWORD size, std::vector<BYTE> &buffer)
+{
+    _zvmemorytoken t;
+    ZvMemoryToken_InitLocal(&t, buffer.data(), size, ZVMEMTOKEN_KIND_SHADOW);
+    int calls = std::max(4, (int)((64u << 20) / size));
+    calls = std::min(calls, 400);
+    double secs = best(5, [&] {
+        for (int i = 0; i < calls; ++i) {
+            DWORD got = 0;
+            s->ReadSamples((DWORD)i * 1000, 0, t, size / 4, &got);
+        }
+    });
+    return (double)size * calls / secs;
+}
+
+} // namespace
+
+int main()
+{
+    CoInitializeEx(NULL, COINIT_MULTITHREADED);
+    ZvProxy_Register();
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    std::wstring host = std::wstring(temp) + L"zvbench-host.exe";
+    ZvFioResetDataPaths();
+    ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, host.c_str());
+    const DWORD flags = ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM | ZVFIO_CREATE_NOCACHE;
+    IZvFileIOMgrForApp *mgr = nullptr;
+    long reserved = 0;
+    if (FAILED(ZVFileIO_CreateInstance(&mgr, nullptr, flags, nullptr, reserved)) || !mgr) {
+        fprintf(stderr, "bench surrogate: no manager\n");
+        return 1;
+    }
+    CZvFileIOManager *m = static_cast<CZvFileIOManager *>(mgr);
+    tZVLIST *list = nullptr;
+    std::wstring folder = ExeDir() + L"tsurrogate";
+    if (FAILED(ZvFioCreateRecordList(&list)) || FAILED(ZvFioReadConfigFiles(list, folder.c_str(), nullptr, 0)) ||
+        FAILED(m->GrovelSpecifiedPlugins(list, flags, nullptr)) || FAILED(m->SetPluginList(list, 0, 0, nullptr))) {
+        fprintf(stderr, "bench surrogate: no plug-in list\n");
+        return 1;
+    }
+    int status = 0;
+    {
+        Stream remote(m, TS_G1A), local(m, TS_G0);
+        if (!remote.audio || !local.audio) {
+            fprintf(stderr, "bench surrogate: no streams\n");
+            status = 1;
+        } else {
+            std::vector<BYTE> buffer(16u << 20);
+            const struct {
+                DWORD size;
+                const char *name;
+            } sizes[] = {{64u << 10, "64KiB"}, {1u << 20, "1MiB"}, {16u << 20, "16MiB"}};
+            for (auto &s : sizes) {
+                double remoteRate = Rate(remote.audio, s.size, buffer);
+                double localRate = Rate(local.audio, s.size, buffer);
+                printf("bench surrogate-read-%s: %.3f (target >= 0.5)\n", s.name, remoteRate / localRate);
+                fprintf(stderr, "  %s: surrogate %.0f MB/s, in process %.0f MB/s\n", s.name, remoteRate / 1e6, localRate / 1e6);
+            }
+            const int calls = 2000;
+            DWORD align = 0;
+            double farCall = best(3, [&] {
+                for (int i = 0; i < calls; ++i)
+                    remote.audio->GetBlockAlign(&align);
+            }) / calls;
+            double nearCall = best(3, [&] {
+                for (int i = 0; i < calls; ++i)
+                    local.audio->GetBlockAlign(&align);
+            }) / calls;
+            printf("surrogate empty call: %.1f us (in process %.3f us)\n", farCall * 1e6, nearCall * 1e6);
+        }
+    }
+    mgr->CleanUp();
+    mgr->Release();
+    Sleep(1500); // the children end on their own once released
+    return status;
+}

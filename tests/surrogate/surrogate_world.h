@@ -1,0 +1,181 @@
+// A manager whose plug-in list is the surrogate test plug-ins, with their
+// groups, and a guard that no surrogate process outlives a test.
+#pragma once
+#include <gtest/gtest.h>
+#include "testutil.h"
+#include "filemng/filemng.h"
+#include "filemng/fiodiscovery.h"
+#include "filemng/surrogatetable.h"
+#include "filemng/blanket.h"
+#include "zvproxy.h"
+#include "zvsurrogate.h"
+#include "../../plugins/testsurrogate/tsurrogate.h"
+#include <vector>
+
+namespace tsworld {
+
+// Every surrogate the table started: after the test each must have ended
+// (within 3 s of the last clean-up); one still running is terminated and
+// the test fails.
+class ChildGuard {
+public:
+    ~ChildGuard() { check(); }
+    void adoptTable()
+    {
+        ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+        for (LONG i = 0; t && i < t->used; ++i) {
+            DWORD pid = t->slots[i].processId;
+            if (!pid || pid == GetCurrentProcessId() || known(pid))
+                continue;
+            HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION, FALSE, pid);
+            if (h)
+                children_.push_back({pid, h});
+        }
+    }
+    // True if every child ended within `ms`.
+    bool waitAll(DWORD ms)
+    {
+        DWORD start = GetTickCount();
+        for (auto &c : children_) {
+            DWORD spent = GetTickCount() - start;
+            if (WaitForSingleObject(c.second, spent < ms ? ms - spent : 0) != WAIT_OBJECT_0)
+                return false;
+        }
+        return true;
+    }
+    size_t count() const { return children_.size(); }
+    void check()
+    {
+        for (auto &c : children_) {
+            if (WaitForSingleObject(c.second, 3000) != WAIT_OBJECT_0) {
+                TerminateProcess(c.second, 1);
+                WaitForSingleObject(c.second, 5000);
+                ADD_FAILURE() << "Vantry.exe " << c.first << " was still running and had to be terminated";
+            }
+            CloseHandle(c.second);
+        }
+        children_.clear();
+    }
+
+private:
+    bool known(DWORD pid) const
+    {
+        for (auto &c : children_)
+            if (c.first == pid)
+                return true;
+        return false;
+    }
+    std::vector<std::pair<DWORD, HANDLE>> children_;
+};
+
+inline std::wstring PluginFolder()
+{
+    return zvtest::ExeDir() + L"tsurrogate";
+}
+
+// The manager with the surrogate test plug-ins as its list.
+class World {
+public:
+    World()
+    {
+        ZvFioResetDataPaths();
+        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir_.file(L"host.exe").c_str());
+        long reserved = 0;
+        created = ZVFileIO_CreateInstance(&mgr, nullptr, kFlags, nullptr, reserved);
+        if (FAILED(created) || !mgr)
+            return;
+        tZVLIST *list = nullptr;
+        created = ZvFioCreateRecordList(&list);
+        if (SUCCEEDED(created))
+            created = ZvFioReadConfigFiles(list, PluginFolder().c_str(), nullptr, 0);
+        if (SUCCEEDED(created))
+            created = concrete()->GrovelSpecifiedPlugins(list, kFlags, nullptr);
+        guard.adoptTable();
+        if (SUCCEEDED(created))
+            created = concrete()->SetPluginList(list, 0, 0, nullptr);
+        if (FAILED(created) && list)
+            ZvFioFreeRecordList(list);
+    }
+    ~World()
+    {
+        cleanUp();
+        ZvFioResetDataPaths();
+    }
+    void cleanUp()
+    {
+        if (!mgr)
+            return;
+        mgr->CleanUp();
+        mgr->Release();
+        mgr = nullptr;
+    }
+    CZvFileIOManager *concrete() const { return static_cast<CZvFileIOManager *>(mgr); }
+    ZVFIO_PLUGININFO *record(const GUID &clsid) const
+    {
+        tZVLIST *list = concrete()->pluginList();
+        for (int i = 0; list && i < list->count; ++i) {
+            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+            if (r && IsEqualGUID(r->clsidPlugin, clsid))
+                return r;
+        }
+        return nullptr;
+    }
+    IZvReadFileClass *reader(int variant) const
+    {
+        IZvReadFileClass *c = nullptr;
+        ZVFIO_PLUGININFO *r = record(TsReaderClass(variant));
+        EXPECT_TRUE(r) << "variant " << variant;
+        if (r) {
+            EXPECT_EQ(S_OK, concrete()->getReader(r, &c)) << "variant " << variant;
+        }
+        return c;
+    }
+    IZvRenderFileClass *renderer(int variant) const
+    {
+        IZvRenderFileClass *c = nullptr;
+        ZVFIO_PLUGININFO *r = record(TsRendererClass(variant));
+        EXPECT_TRUE(r) << "variant " << variant;
+        if (r) {
+            EXPECT_EQ(S_OK, concrete()->getRenderer(r, &c)) << "variant " << variant;
+        }
+        return c;
+    }
+
+    static const DWORD kFlags = ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM | ZVFIO_CREATE_NOCACHE;
+    zvtest::TempDir dir_;
+    IZvFileIOMgrForApp *mgr = nullptr;
+    HRESULT created = E_FAIL;
+    ChildGuard guard; // checked after ~World has cleaned up
+};
+
+// Opens a file of `cls` and the stream `index` of it.
+inline IZvReadStream *OpenStream(IZvReadFileClass *cls, LONG index, IZvReadFile **fileOut)
+{
+    IZvReadFile *file = nullptr;
+    *fileOut = nullptr;
+    if (FAILED(cls->OpenFile(&file, ~(UINT64)0, 0, L"any.tsm", TRUE)) || !file)
+        return nullptr;
+    IZvReadStream *stream = nullptr;
+    file->OpenStream(&stream, index, 0, 0, 0);
+    *fileOut = file;
+    return stream;
+}
+
+inline DWORD ObjectProcess(IZvReadFile *file)
+{
+    DWORD pid = 0;
+    if (FAILED(file->GetFileInfo((BYTE *)&pid, 4, TS_INFO_PROCESSID)))
+        return 0;
+    return pid;
+}
+
+class SurrogateTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        CoInitializeEx(NULL, COINIT_MULTITHREADED);
+        ZvProxy_Register();
+    }
+};
+
+} // namespace tsworld
