@@ -1,14 +1,8 @@
 #include "filemng/fioserved.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
-#include "filemng/surrogatetable.h"
 #include "zvlist.h"
 #include <stdlib.h>
-
-static CZvFileIOManager *Concrete(IZvFileIOManager *manager)
-{
-    return static_cast<CZvFileIOManager *>(static_cast<IZvFileIOMgrForApp *>(manager));
-}
 
 static void FreePending(tZVLIST *list)
 {
@@ -17,62 +11,6 @@ static void FreePending(tZVLIST *list)
     for (int i = 0; i < list->count; ++i)
         ZvFioStrFree((WCHAR *)ZvList_GetItem(list, i));
     ZvList_Destroy(list);
-}
-
-ZVAPI HRESULT ZvFio_ProcessPluginList(IZvFileIOManager *manager, tZVLIST *paths)
-{
-    if (!manager)
-        return E_POINTER;
-    CZvFileIOManager *mgr = Concrete(manager);
-    tZVLIST *list = NULL;
-    HRESULT hr = ZvFioCreateRecordList(&list);
-    if (FAILED(hr))
-        return hr;
-    // the surrogate's own records name no group: everything loads here
-    for (int i = 0; paths && i < paths->count && SUCCEEDED(hr); ++i)
-        hr = ZvFioAddPluginCandidate(list, (const WCHAR *)ZvList_GetItem(paths, i), -1, NULL, 0, NULL);
-    if (SUCCEEDED(hr))
-        hr = mgr->GrovelSpecifiedPlugins(list, 0, NULL);
-    if (SUCCEEDED(hr))
-        hr = mgr->SetPluginList(list, 0, 0, NULL);
-    if (FAILED(hr)) {
-        ZvFioFreeRecordList(list);
-        return hr;
-    }
-    return mgr->PluginListLoadOnInit();
-}
-
-ZVAPI HRESULT ZvFio_LoadPluginAndGetInterface(IZvFileIOManager *manager, const GUID &clsid, const GUID &iid,
-                                              void **out)
-{
-    if (!out)
-        return E_POINTER;
-    *out = NULL;
-    if (!manager)
-        return E_POINTER;
-    CZvFileIOManager *mgr = Concrete(manager);
-    tZVLIST *list = mgr->pluginList();
-    ZVFIO_PLUGININFO *record = NULL;
-    for (int i = 0; list && i < list->count && !record; ++i) {
-        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-        if (r && IsEqualGUID(r->clsidPlugin, clsid))
-            record = r;
-    }
-    if (!record)
-        return E_FAIL;
-    IUnknown *cls = NULL;
-    HRESULT hr;
-    if (IsEqualIID(iid, IID_IZvReadFileClass))
-        hr = mgr->getReader(record, (IZvReadFileClass **)&cls);
-    else if (IsEqualIID(iid, IID_IZvRenderFileClass))
-        hr = mgr->getRenderer(record, (IZvRenderFileClass **)&cls);
-    else
-        return E_NOINTERFACE;
-    if (FAILED(hr) || !cls)
-        return hr;
-    hr = cls->QueryInterface(iid, out);
-    cls->Release();
-    return hr;
 }
 
 // Any interface of a DLL's class, without the manager. The DLL stays loaded.

@@ -59,16 +59,6 @@ IZvFileIOManagerSurrogate *ZvFioSurrogateSlot_Get(ZVFIO_SURROGATESLOT *slot);
 
 ZVAPI BOOL ZVFileIO_IsSurrogateProcessId(DWORD processId);
 
-struct IZvFileIOManager;
-// The surrogate's manager takes the given DLL paths as its plug-in list
-// (records with no group), lists them and loads what loads at start.
-ZVAPI HRESULT ZvFio_ProcessPluginList(IZvFileIOManager *manager, tZVLIST *paths);
-// Loads the class of the record with plug-in class id `clsid` (reader or
-// renderer, as `iid` says) and queries it for `iid`: E_FAIL without such a
-// record, E_NOINTERFACE for any other interface.
-ZVAPI HRESULT ZvFio_LoadPluginAndGetInterface(IZvFileIOManager *manager, const GUID &clsid, const GUID &iid,
-                                              void **out);
-
 // Duplicates `handle` of process `processId` into this process, or a handle
 // of this process into `processId`, with the same access. The Win32 error as
 // an HRESULT on failure.
