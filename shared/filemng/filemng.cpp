@@ -209,12 +209,14 @@ static void MetricKey(WCHAR kind, LONG id, WCHAR *key)
     key[23] = 0;
 }
 
-HRESULT CZvFileIOManager::metricFile(WCHAR *path)
+// The FFMetrics file and the key of a file metric of the given kind.
+HRESULT CZvFileIOManager::metricLocation(WCHAR kind, LONG id, WCHAR *path, WCHAR *key)
 {
     path[0] = 0;
     if (!ZvFioGetDataPaths()->known)
         ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, NULL);
     ZvFioGetMetricFileName(path);
+    MetricKey(kind, id, key);
     return path[0] ? S_OK : E_FAIL;
 }
 
@@ -230,8 +232,7 @@ STDMETHODIMP CZvFileIOManager::GetMetric(LONG id, LONG *value)
     } else {
         WCHAR file[MAX_PATH], key[24];
         *value = 0;
-        if (SUCCEEDED(metricFile(file))) {
-            MetricKey(L'D', id, key);
+        if (SUCCEEDED(metricLocation(L'D', id, file, key))) {
             UINT v = GetPrivateProfileIntW(L"Metrics", key, 0xF00D, file);
             if (v == 0xF00D)
                 v = GetPrivateProfileIntW(L"Metrics", key, 0, file);
@@ -251,10 +252,9 @@ STDMETHODIMP CZvFileIOManager::SetMetric(LONG id, LONG value)
     if (!IsFileId(id))
         return S_OK;
     WCHAR file[MAX_PATH], key[24], text[16];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(L'D', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(L'D', id, key);
     _snwprintf(text, 16, L"%ld", (long)value);
     text[15] = 0;
     return WritePrivateProfileStringW(L"Metrics", key, text, file) ? S_OK : ZVERR_FILE_WRITE;
@@ -270,10 +270,9 @@ STDMETHODIMP CZvFileIOManager::GetMetricString(LONG id, WCHAR *text, DWORD capac
     if (!IsFileId(id) || !text || !capacity)
         return S_OK;
     WCHAR file[MAX_PATH], key[24];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(L'S', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(L'S', id, key);
     CZvProfile profile(file);
     profile.SetSection(L"Metrics");
     if (profile.GetString(key, NULL, text, capacity) && length)
@@ -287,10 +286,9 @@ STDMETHODIMP CZvFileIOManager::SetMetricString(LONG id, LPCWSTR text)
     if (!IsFileId(id))
         return S_OK;
     WCHAR file[MAX_PATH], key[24];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(L'S', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(L'S', id, key);
     CZvProfile profile(file);
     profile.SetSection(L"Metrics");
     return profile.SetString(key, text ? text : L"") ? S_OK : ZVERR_FILE_WRITE;
@@ -302,10 +300,9 @@ STDMETHODIMP CZvFileIOManager::DeleteMetric(LONG id, DWORD type)
     if (!IsFileId(id))
         return S_OK;
     WCHAR file[MAX_PATH], key[24];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(type == 4 ? L'D' : type == 3 ? L'B' : type == 1 ? L'S' : L'Z', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(type == 4 ? L'D' : type == 3 ? L'B' : type == 1 ? L'S' : L'Z', id, key);
     WritePrivateProfileStringW(L"Metrics", key, L"", file);
     WritePrivateProfileStringW(L"Metrics", key, NULL, file);
     return S_OK;
@@ -321,10 +318,9 @@ STDMETHODIMP CZvFileIOManager::GetMetricBinary(LONG id, BYTE *data, DWORD size, 
     if (!IsFileId(id) || !data || (size % 4))
         return S_OK;
     WCHAR file[MAX_PATH], key[24];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(L'B', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(L'B', id, key);
     WCHAR text[1538];
     GetPrivateProfileStringW(L"Metrics", key, L"", text, 1538, file);
     LONG *values = (LONG *)data;
@@ -348,10 +344,9 @@ STDMETHODIMP CZvFileIOManager::SetMetricBinary(LONG id, const BYTE *data, DWORD 
     if (!data && size)
         return E_INVALIDARG;
     WCHAR file[MAX_PATH], key[24];
-    HRESULT hr = metricFile(file);
+    HRESULT hr = metricLocation(L'B', id, file, key);
     if (FAILED(hr))
         return hr;
-    MetricKey(L'B', id, key);
     DWORD count = size / 4;
     if (count > 128)
         count = 128;

@@ -152,7 +152,7 @@ public:
 
 private:
     void releaseEnums();
-    HRESULT metricFile(WCHAR *path);
+    HRESULT metricLocation(WCHAR kind, LONG id, WCHAR *path, WCHAR *key);
     HRESULT groveled(tZVLIST **list, tZVLIST *made, DWORD flags, int *out);
 
     CZvFileIOTypeEnum *m_pReaderEnum;
