@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <thread>
 #include <atomic>
+#include <algorithm>
 
 using namespace tsworld;
 
@@ -96,6 +97,61 @@ struct TokenBuffer {
     BYTE *data() { return local.empty() ? (BYTE *)(ULONG_PTR)token.qwBase : local.data(); }
 };
 
+// Replaces one kernel32 import of this executable for the life of the
+// object: the library is linked in, so its calls go through these slots.
+class ImportSwap {
+public:
+    ImportSwap(const char *name, void *replacement)
+    {
+        BYTE *base = (BYTE *)GetModuleHandleW(NULL);
+        auto *dos = (IMAGE_DOS_HEADER *)base;
+        auto *nt = (IMAGE_NT_HEADERS *)(base + dos->e_lfanew);
+        const IMAGE_DATA_DIRECTORY &dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+        for (auto *d = (IMAGE_IMPORT_DESCRIPTOR *)(base + dir.VirtualAddress); d->Name; ++d) {
+            if (_stricmp((const char *)(base + d->Name), "kernel32.dll"))
+                continue;
+            auto *names = (IMAGE_THUNK_DATA *)(base + d->OriginalFirstThunk);
+            auto *slots = (IMAGE_THUNK_DATA *)(base + d->FirstThunk);
+            for (; names->u1.AddressOfData; ++names, ++slots) {
+                if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal))
+                    continue;
+                auto *byName = (IMAGE_IMPORT_BY_NAME *)(base + names->u1.AddressOfData);
+                if (!strcmp((const char *)byName->Name, name)) {
+                    slot_ = (void **)&slots->u1.Function;
+                    saved_ = *slot_;
+                    write(replacement);
+                    return;
+                }
+            }
+        }
+    }
+    ~ImportSwap()
+    {
+        if (slot_)
+            write(saved_);
+    }
+    bool ok() const { return slot_ != nullptr; }
+
+private:
+    void write(void *value)
+    {
+        DWORD old;
+        VirtualProtect(slot_, sizeof *slot_, PAGE_READWRITE, &old);
+        *slot_ = value;
+        VirtualProtect(slot_, sizeof *slot_, old, &old);
+    }
+    void **slot_ = nullptr;
+    void *saved_ = nullptr;
+};
+
+LONG g_mappingTries = 0;
+HANDLE WINAPI NoMapping(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR)
+{
+    InterlockedIncrement(&g_mappingTries);
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return NULL;
+}
+
 } // namespace
 
 TEST_F(SurrogateTest, ReadSamplesAndReadFrameDeliverTheSameBytesAsInProcess)
@@ -142,6 +198,37 @@ TEST_F(SurrogateTest, ReadSamplesAndReadFrameDeliverTheSameBytesAsInProcess)
     local->Release();
     remoteV->Release();
     localV->Release();
+}
+
+// A private buffer needs a shared mapping to cross; when none can be made the
+// blanket fails the call itself and the plug-in is never asked.
+TEST_F(SurrogateTest, NoSharedMappingFailsWithoutACall)
+{
+    Readers r;
+    ASSERT_TRUE(r.ok());
+    IZvReadAudioStream *remote = As<IZvReadAudioStream>(r.routedAudio, IID_IZvReadAudioStream);
+    IZvReadVideoStream *remoteV = As<IZvReadVideoStream>(r.routedVideo, IID_IZvReadVideoStream);
+    ASSERT_TRUE(remote && remoteV);
+    TokenBuffer buffer(4096, 2), mapped(4096, ZVMEMTOKEN_KIND_MAPPING);
+    DWORD got = 77;
+    {
+        ImportSwap swap("CreateFileMappingW", (void *)&NoMapping);
+        ASSERT_TRUE(swap.ok());
+        EXPECT_EQ(E_FAIL, remote->ReadSamples(0, 0, buffer.token, 1024, &got));
+        EXPECT_EQ(77u, got);
+        EXPECT_EQ(E_FAIL, remoteV->ReadFrame(3, 0, 0, buffer.token, 0, 0));
+        EXPECT_EQ(2, g_mappingTries);
+        // a mapping the caller made already still crosses
+        EXPECT_EQ(S_OK, remote->ReadSamples(0, 0, mapped.token, 1024, &got));
+    }
+    EXPECT_EQ(1024u, got);
+    EXPECT_TRUE(std::all_of(buffer.local.begin(), buffer.local.end(), [](BYTE b) { return b == 0xCD; }));
+    // nothing is left broken: the next call with a shadow works
+    got = 0;
+    EXPECT_EQ(S_OK, remote->ReadSamples(0, 0, buffer.token, 1024, &got));
+    EXPECT_EQ(1024u, got);
+    remote->Release();
+    remoteV->Release();
 }
 
 TEST_F(SurrogateTest, EightThreadsShareOneReaderBlanket)
