@@ -6,7 +6,7 @@
 // the memory token mapping are compiled into it, so it needs nothing of the
 // host at load time and works the same in the application and in a
 // surrogate process.
-#include "zvplugin_sdk.h"
+#include "zvplugin_com.h"
 #include "pcmformat.h"
 #include "filemng/zvmemtoken.h"
 #include <new>
@@ -15,7 +15,7 @@
 
 namespace {
 
-LONG g_objects;
+using zvsdk::Hand;
 
 // {0A30C422-B91B-11D3-A484-00105A24AA37}
 const GUID CLSID_PcmWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
@@ -39,77 +39,6 @@ const PcmClassInfo kClasses[] = {
 };
 const int kClassCount = (int)(sizeof kClasses / sizeof kClasses[0]);
 const wchar_t kPluginName[] = L"PCM Audio Reader";
-
-// One interface of an object with its reference count; answers IUnknown,
-// its own id and what answers() adds, all with the same pointer.
-template <class Itf, const IID *Iid>
-class PcmCom : public Itf {
-public:
-    PcmCom() { InterlockedIncrement(&g_objects); }
-    virtual ~PcmCom() { InterlockedDecrement(&g_objects); }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || answers(iid)) {
-            *out = static_cast<Itf *>(this);
-            this->AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref_); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        LONG r = InterlockedDecrement(&ref_);
-        if (r == 0)
-            delete this;
-        return r;
-    }
-
-protected:
-    virtual bool answers(REFIID) { return false; }
-
-private:
-    LONG ref_ = 1;
-};
-
-template <class T>
-HRESULT Hand(T *object, REFIID iid, void **out)
-{
-    if (!object)
-        return E_OUTOFMEMORY;
-    HRESULT hr = object->QueryInterface(iid, out);
-    object->Release();
-    return hr;
-}
-
-// A handle of the caller's process as a handle of our own, which we close.
-// The reader keeps it beyond the call, so it is duplicated even when the
-// caller is this process: the caller closes its handle after the open.
-HRESULT AdoptHandle(UINT64 wire, DWORD processId, HANDLE *out)
-{
-    *out = NULL;
-    HANDLE h = ZvSdk_WireToHandle(wire);
-    if (h == INVALID_HANDLE_VALUE || h == NULL)
-        return E_HANDLE;
-    HANDLE source = GetCurrentProcess();
-    bool foreign = processId != 0 && processId != GetCurrentProcessId();
-    if (foreign) {
-        source = OpenProcess(PROCESS_DUP_HANDLE, FALSE, processId);
-        if (!source)
-            return HRESULT_FROM_WIN32(GetLastError());
-    }
-    HRESULT hr = S_OK;
-    if (!DuplicateHandle(source, h, GetCurrentProcess(), out, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-        hr = HRESULT_FROM_WIN32(GetLastError());
-        *out = NULL;
-    }
-    if (foreign)
-        CloseHandle(source);
-    return hr;
-}
 
 // Opens a name without its moniker tail (everything from the first "?").
 HRESULT OpenByName(LPCWSTR name, HANDLE *out)
@@ -199,7 +128,7 @@ HRESULT InfoTexts(const PcmClassInfo *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids,
 
 // ------------------------------------------------------------------ file
 
-class PcmReadFile : public PcmCom<IZvReadFile, &IID_IZvReadFile> {
+class PcmReadFile : public zvsdk::Com<IZvReadFile, &IID_IZvReadFile> {
 public:
     PcmReadFile(IZvReadFileClass *owner, HANDLE file, const PcmLayout &layout, BSTR name)
         : owner_(owner), file_(file), layout_(layout), name_(name)
@@ -393,11 +322,10 @@ private:
 
 // ---------------------------------------------------------------- stream
 
-class PcmAudioStream : public PcmCom<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+class PcmAudioStream : public zvsdk::Com<IZvReadAudioStream, &IID_IZvReadAudioStream, &IID_IZvReadStream> {
 public:
     explicit PcmAudioStream(PcmReadFile *file) : file_(file) { file_->AddRef(); }
     ~PcmAudioStream() { file_->Release(); }
-    bool answers(REFIID iid) override { return IsEqualIID(iid, IID_IZvReadStream); }
 
     HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override { return file_->GetClass(readClass); }
     HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override
@@ -514,45 +442,9 @@ HRESULT STDMETHODCALLTYPE PcmReadFile::OpenStream(IZvReadStream **stream, LONG i
 
 // ----------------------------------------------------------------- class
 
-class PcmReadClass : public PcmCom<IZvReadFileClass, &IID_IZvReadFileClass> {
+class PcmReadClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
 public:
     explicit PcmReadClass(const PcmClassInfo *cls) : cls_(cls) {}
-    ~PcmReadClass()
-    {
-        if (manager_)
-            manager_->Release();
-    }
-    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
-    {
-        id_ = id;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
-    {
-        if (!id)
-            return E_POINTER;
-        *id = id_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
-    {
-        if (manager)
-            manager->AddRef();
-        if (manager_)
-            manager_->Release();
-        manager_ = manager;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
-    {
-        if (!manager)
-            return E_POINTER;
-        *manager = manager_;
-        if (!manager_)
-            return E_FAIL;
-        manager_->AddRef();
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
         if (!classGuid)
@@ -585,7 +477,6 @@ public:
     {
         return InfoTexts(cls_, ids, count, texts);
     }
-    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
 
     // By the first bytes when there are enough, confirmed by the headers when
     // a file comes with them; by the extension when only a path does.
@@ -608,7 +499,7 @@ public:
             return ExtensionMatches(info->pszPath, cls_->extensions) ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
         }
         HANDLE file = NULL;
-        HRESULT hr = AdoptHandle(info->hFile, info->dwProcessId, &file);
+        HRESULT hr = zvsdk::AdoptHandle(info->hFile, info->dwProcessId, &file);
         if (FAILED(hr))
             return hr;
         BYTE head[40] = {};
@@ -632,7 +523,7 @@ public:
         HANDLE file = NULL;
         HANDLE given = ZvSdk_WireToHandle(fileHandle);
         HRESULT hr = given == INVALID_HANDLE_VALUE || given == NULL ? OpenByName(name, &file)
-                                                                     : AdoptHandle(fileHandle, processId, &file);
+                                                                     : zvsdk::AdoptHandle(fileHandle, processId, &file);
         if (FAILED(hr))
             return hr;
         PcmLayout layout;
@@ -681,13 +572,11 @@ public:
 
 private:
     const PcmClassInfo *cls_;
-    DWORD id_ = 0;
-    IZvFileIOManager *manager_ = nullptr;
 };
 
 // --------------------------------------------------------------- listing
 
-class PcmListing : public PcmCom<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
+class PcmListing : public zvsdk::Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
 public:
     HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
     {
@@ -713,32 +602,14 @@ public:
     }
 };
 
-class PcmFactory : public PcmCom<IClassFactory, &IID_IClassFactory> {
-public:
-    explicit PcmFactory(const PcmClassInfo *cls) : cls_(cls) {}
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        *out = nullptr;
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        if (!cls_)
-            return Hand(new (std::nothrow) PcmListing, iid, out);
-        return Hand(new (std::nothrow) PcmReadClass(cls_), iid, out);
-    }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
-    {
-        if (lock)
-            InterlockedIncrement(&g_objects);
-        else
-            InterlockedDecrement(&g_objects);
-        return S_OK;
-    }
-
-private:
-    const PcmClassInfo *cls_;   // null: the listing object
-};
+// The class object of a class record; the listing object for none.
+HRESULT CreatePcmObject(const void *context, REFIID iid, void **out)
+{
+    const PcmClassInfo *cls = (const PcmClassInfo *)context;
+    if (!cls)
+        return Hand(new (std::nothrow) PcmListing, iid, out);
+    return Hand(new (std::nothrow) PcmReadClass(cls), iid, out);
+}
 
 } // namespace
 
@@ -748,16 +619,16 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
         return E_POINTER;
     *out = nullptr;
     if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
-        return Hand(new (std::nothrow) PcmFactory(nullptr), iid, out);
+        return zvsdk::ServeFactory(CreatePcmObject, nullptr, iid, out);
     for (int i = 0; i < kClassCount; i++)
         if (IsEqualCLSID(clsid, *kClasses[i].clsid))
-            return Hand(new (std::nothrow) PcmFactory(&kClasses[i]), iid, out);
+            return zvsdk::ServeFactory(CreatePcmObject, &kClasses[i], iid, out);
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)
 {
-    return g_objects == 0 ? S_OK : S_FALSE;
+    return zvsdk::CanUnloadNow();
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)

@@ -1,12 +1,12 @@
 // Minimal reader and renderer classes of the test plug-ins, their listing
 // object, class factory and DLL entry points.
 #include "tk_common.h"
+#include "zvplugin_com.h"
 #include <new>
 #include <mmreg.h>
 #include <string.h>
 #include <wchar.h>
 
-static LONG g_objects;
 static HANDLE g_counterMapping;
 static TestkitCounterBlock *g_counters;
 
@@ -18,50 +18,8 @@ void TkCount(TestkitCounter what)
 
 namespace {
 
-// One interface of an object, with its reference count; answers IUnknown,
-// its own id and whatever answers() adds, all with the same pointer.
-template <class Itf, const IID *Iid>
-class TkCom : public Itf {
-public:
-    TkCom() { InterlockedIncrement(&g_objects); }
-    virtual ~TkCom() { InterlockedDecrement(&g_objects); }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || answers(iid)) {
-            *out = static_cast<Itf *>(this);
-            this->AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref_); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        LONG r = InterlockedDecrement(&ref_);
-        if (r == 0)
-            delete this;
-        return r;
-    }
-
-protected:
-    virtual bool answers(REFIID) { return false; }
-
-private:
-    LONG ref_ = 1;
-};
-
-template <class T>
-HRESULT Hand(T *object, REFIID iid, void **out)
-{
-    if (!object)
-        return E_OUTOFMEMORY;
-    HRESULT hr = object->QueryInterface(iid, out);
-    object->Release();
-    return hr;
-}
+using zvsdk::Hand;
+template <class Itf, const IID *Iid, const IID *Also = nullptr> using TkCom = zvsdk::Com<Itf, Iid, Also>;
 
 const TkClass *FindClass(bool reader)
 {
@@ -244,11 +202,10 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 class TkReadFile;
 
-class TkAudioStream : public TkCom<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+class TkAudioStream : public TkCom<IZvReadAudioStream, &IID_IZvReadAudioStream, &IID_IZvReadStream> {
 public:
     TkAudioStream(TkReadFile *file, LONGLONG frames);
     ~TkAudioStream();
-    bool answers(REFIID iid) override { return IsEqualIID(iid, IID_IZvReadStream); }
     HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override;
     HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override;
     HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
@@ -479,45 +436,9 @@ HRESULT STDMETHODCALLTYPE TkAudioStream::GetFile(IZvReadFile **file)
 // What the reader and the renderer class objects share: the class record,
 // the manager's id word and the manager.
 template <class Itf, const IID *Iid>
-class TkClassObject : public TkCom<Itf, Iid> {
+class TkClassObject : public zvsdk::ClassObject<Itf, Iid> {
 public:
     explicit TkClassObject(const TkClass *cls) : cls_(cls) {}
-    ~TkClassObject()
-    {
-        if (manager_)
-            manager_->Release();
-    }
-    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
-    {
-        id_ = id;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
-    {
-        if (!id)
-            return E_POINTER;
-        *id = id_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
-    {
-        if (manager)
-            manager->AddRef();
-        if (manager_)
-            manager_->Release();
-        manager_ = manager;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
-    {
-        if (!manager)
-            return E_POINTER;
-        *manager = manager_;
-        if (!manager_)
-            return E_FAIL;
-        manager_->AddRef();
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
         if (!classGuid)
@@ -532,19 +453,11 @@ public:
         *streamMask = ZVFIO_STREAMMASK_AUDIO;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
-    {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
                                           BSTR *texts) override
     {
         return InfoTexts(cls_, ids, count, texts);
     }
-    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
         return PluginStatus(status, message);
@@ -552,8 +465,6 @@ public:
 
 protected:
     const TkClass *cls_;
-    DWORD id_ = 0;
-    IZvFileIOManager *manager_ = nullptr;
 };
 
 class TkReadClass : public TkClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
@@ -907,34 +818,16 @@ public:
 
 // ---------------------------------------------------------------- factory
 
-class TkFactory : public TkCom<IClassFactory, &IID_IClassFactory> {
-public:
-    explicit TkFactory(const TkClass *cls) : cls_(cls) {}
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        *out = nullptr;
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        if (!cls_)
-            return Hand(new (std::nothrow) TkListing, iid, out);
-        if (cls_->reader)
-            return Hand(new (std::nothrow) TkReadClass(cls_), iid, out);
-        return Hand(new (std::nothrow) TkRenderClass(cls_), iid, out);
-    }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
-    {
-        if (lock)
-            InterlockedIncrement(&g_objects);
-        else
-            InterlockedDecrement(&g_objects);
-        return S_OK;
-    }
-
-private:
-    const TkClass *cls_; // null: the listing object
-};
+// The class object of a class record; the listing object for none.
+HRESULT CreateTkObject(const void *context, REFIID iid, void **out)
+{
+    const TkClass *cls = (const TkClass *)context;
+    if (!cls)
+        return Hand(new (std::nothrow) TkListing, iid, out);
+    if (cls->reader)
+        return Hand(new (std::nothrow) TkReadClass(cls), iid, out);
+    return Hand(new (std::nothrow) TkRenderClass(cls), iid, out);
+}
 
 } // namespace
 
@@ -949,12 +842,12 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
         TkCount(TK_LISTING);
         if (g_tkModule.listingFails)
             return CLASS_E_CLASSNOTAVAILABLE;
-        return Hand(new (std::nothrow) TkFactory(nullptr), iid, out);
+        return zvsdk::ServeFactory(CreateTkObject, nullptr, iid, out);
     }
     for (int i = 0; i < g_tkModule.classCount; i++) {
         if (IsEqualCLSID(clsid, *g_tkModule.classes[i].clsid)) {
             TkCount(TK_CLASSOBJECT);
-            return Hand(new (std::nothrow) TkFactory(&g_tkModule.classes[i]), iid, out);
+            return zvsdk::ServeFactory(CreateTkObject, &g_tkModule.classes[i], iid, out);
         }
     }
     return CLASS_E_CLASSNOTAVAILABLE;
@@ -962,7 +855,7 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)
 {
-    return g_objects == 0 ? S_OK : S_FALSE;
+    return zvsdk::CanUnloadNow();
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)

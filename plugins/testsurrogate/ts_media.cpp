@@ -1,6 +1,6 @@
 // The surrogate test plug-in. Built once per variant (TS_VARIANT), so that
 // each DLL has its own class ids.
-#include "zvplugin_sdk.h"
+#include "zvplugin_com.h"
 #include "filemng/zvmemtoken.h"
 #include "tsurrogate.h"
 #include <new>
@@ -9,54 +9,8 @@
 
 namespace {
 
-LONG g_objects;
-
-template <class Itf, const IID *Iid, const IID *Also = nullptr>
-class TsCom : public Itf {
-public:
-    TsCom() { InterlockedIncrement(&g_objects); }
-    virtual ~TsCom() { InterlockedDecrement(&g_objects); }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        const IID *also = Also;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || (also && IsEqualIID(iid, *also))) {
-            *out = static_cast<Itf *>(this);
-            this->AddRef();
-            return S_OK;
-        }
-        *out = extra(iid);
-        if (*out) {
-            this->AddRef();
-            return S_OK;
-        }
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return InterlockedIncrement(&ref_); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        LONG r = InterlockedDecrement(&ref_);
-        if (r == 0)
-            delete this;
-        return r;
-    }
-
-protected:
-    virtual void *extra(REFIID) { return nullptr; }
-
-private:
-    LONG ref_ = 1;
-};
-
-template <class T> HRESULT Hand(T *object, REFIID iid, void **out)
-{
-    if (!object)
-        return E_OUTOFMEMORY;
-    HRESULT hr = object->QueryInterface(iid, out);
-    object->Release();
-    return hr;
-}
+using zvsdk::Hand;
+template <class Itf, const IID *Iid, const IID *Also = nullptr> using TsCom = zvsdk::Com<Itf, Iid, Also>;
 
 // Writes the token's bytes in place, wherever they live.
 template <class Fill> HRESULT FillToken(const _zvmemorytoken &token, DWORD size, Fill fill)
@@ -331,44 +285,8 @@ private:
 // ---------------------------------------------------------------- classes
 
 template <class Itf, const IID *Iid>
-class TsClass : public TsCom<Itf, Iid> {
+class TsClass : public zvsdk::ClassObject<Itf, Iid> {
 public:
-    ~TsClass()
-    {
-        if (manager_)
-            manager_->Release();
-    }
-    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
-    {
-        id_ = id;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
-    {
-        if (!id)
-            return E_POINTER;
-        *id = id_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
-    {
-        if (manager)
-            manager->AddRef();
-        if (manager_)
-            manager_->Release();
-        manager_ = manager;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
-    {
-        if (!manager)
-            return E_POINTER;
-        *manager = manager_;
-        if (!manager_)
-            return E_FAIL;
-        manager_->AddRef();
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
         if (!mask)
@@ -391,7 +309,6 @@ public:
             texts[i] = SysAllocString(ids[i] == ZVFIO_INFOTEXT_PLUGINNAME ? L"Surrogate test plug-in" : L"*.tsm");
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
         if (!status)
@@ -401,10 +318,6 @@ public:
             *message = NULL;
         return S_OK;
     }
-
-protected:
-    DWORD id_ = 0;
-    IZvFileIOManager *manager_ = nullptr;
 };
 
 class TsReadClass : public TsClass<IZvReadFileClass, &IID_IZvReadFileClass>, public IPersist {
@@ -590,25 +503,14 @@ public:
     }
 };
 
-class TsFactory : public TsCom<IClassFactory, &IID_IClassFactory> {
-public:
-    explicit TsFactory(int kind) : kind_(kind) {}
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        *out = nullptr;
-        if (outer)
-            return CLASS_E_NOAGGREGATION;
-        if (kind_ == 0)
-            return Hand(new (std::nothrow) TsListing, iid, out);
-        return kind_ == 1 ? NewReadClass(iid, out) : NewRenderClass(iid, out);
-    }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-
-private:
-    int kind_; // 0 listing, 1 reader, 2 renderer
-};
+// Kind 0 the listing, 1 the reader class, 2 the renderer class.
+HRESULT CreateTsObject(const void *context, REFIID iid, void **out)
+{
+    int kind = (int)(INT_PTR)context;
+    if (kind == 0)
+        return Hand(new (std::nothrow) TsListing, iid, out);
+    return kind == 1 ? NewReadClass(iid, out) : NewRenderClass(iid, out);
+}
 
 } // namespace
 
@@ -623,12 +525,12 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
                                                                     : -1;
     if (kind < 0)
         return CLASS_E_CLASSNOTAVAILABLE;
-    return Hand(new (std::nothrow) TsFactory(kind), iid, out);
+    return zvsdk::ServeFactory(CreateTsObject, (const void *)(INT_PTR)kind, iid, out);
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)
 {
-    return g_objects == 0 ? S_OK : S_FALSE;
+    return zvsdk::CanUnloadNow();
 }
 
 // The token code is compiled into this DLL; its blocks come from here

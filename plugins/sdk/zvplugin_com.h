@@ -1,0 +1,202 @@
+/*
+ * COM plumbing every C++ plug-in needs, header only: an object with its
+ * reference count, the class object's id word and manager hand-over, a
+ * class factory, DllCanUnloadNow's count, and adopting a caller's handle.
+ *
+ *     class MyStream : public zvsdk::Com<IZvReadAudioStream, &IID_IZvReadAudioStream,
+ *                                        &IID_IZvReadStream> { ... };
+ *     class MyClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> { ... };
+ *
+ *     extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
+ *     {   ... return zvsdk::ServeFactory(CreateMyClass, context, iid, out); }
+ *     extern "C" HRESULT WINAPI DllCanUnloadNow(void) { return zvsdk::CanUnloadNow(); }
+ */
+#pragma once
+#include "zvplugin_sdk.h"
+#include <new>
+
+namespace zvsdk {
+
+// Objects of this DLL alive, plus server locks.
+inline LONG &LiveObjects()
+{
+    static LONG count;
+    return count;
+}
+
+inline HRESULT CanUnloadNow()
+{
+    return InterlockedCompareExchange(&LiveObjects(), 0, 0) == 0 ? S_OK : S_FALSE;
+}
+
+// One object with one interface: IUnknown, Iid and Also (a base interface)
+// answer with the same pointer; extra() may hand out further interfaces of
+// the object, already cast.
+template <class Itf, const IID *Iid, const IID *Also = nullptr>
+class Com : public Itf {
+public:
+    Com() { InterlockedIncrement(&LiveObjects()); }
+    virtual ~Com() { InterlockedDecrement(&LiveObjects()); }
+    Com(const Com &) = delete;
+    Com &operator=(const Com &) = delete;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        const IID *also = Also;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, *Iid) || (also && IsEqualIID(iid, *also))) {
+            *out = static_cast<Itf *>(this);
+            this->AddRef();
+            return S_OK;
+        }
+        *out = extra(iid);
+        if (*out) {
+            this->AddRef();
+            return S_OK;
+        }
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return (ULONG)InterlockedIncrement(&ref_); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        LONG r = InterlockedDecrement(&ref_);
+        if (r == 0)
+            delete this;
+        return (ULONG)r;
+    }
+
+protected:
+    virtual void *extra(REFIID) { return nullptr; }
+
+private:
+    LONG ref_ = 1;
+};
+
+// Hands a new object (reference count 1) out as `iid`, or drops it.
+template <class T>
+HRESULT Hand(T *object, REFIID iid, void **out)
+{
+    if (!object)
+        return E_OUTOFMEMORY;
+    HRESULT hr = object->QueryInterface(iid, out);
+    object->Release();
+    return hr;
+}
+
+// What reader and renderer class objects keep for the manager: the id word
+// it gives them and the manager itself.
+template <class Itf, const IID *Iid, const IID *Also = nullptr>
+class ClassObject : public Com<Itf, Iid, Also> {
+public:
+    ~ClassObject() override
+    {
+        if (manager_)
+            manager_->Release();
+    }
+    HRESULT STDMETHODCALLTYPE SetClassId(DWORD id) override
+    {
+        id_ = id;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
+    {
+        if (!id)
+            return E_POINTER;
+        *id = id_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
+    {
+        if (manager)
+            manager->AddRef();
+        if (manager_)
+            manager_->Release();
+        manager_ = manager;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetManager(IZvFileIOManager **manager) override
+    {
+        if (!manager)
+            return E_POINTER;
+        *manager = manager_;
+        if (!manager_)
+            return E_FAIL;
+        manager_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
+    {
+        if (!flags)
+            return E_POINTER;
+        *flags = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
+
+protected:
+    DWORD id_ = 0;
+    IZvFileIOManager *manager_ = nullptr;
+};
+
+// A class factory that makes its objects through a function with a context
+// (a class record, a kind number: whatever the DLL keys its classes by).
+class Factory : public Com<IClassFactory, &IID_IClassFactory> {
+public:
+    typedef HRESULT (*Create)(const void *context, REFIID iid, void **out);
+    Factory(Create create, const void *context) : create_(create), context_(context) {}
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *outer, REFIID iid, void **out) override
+    {
+        if (!out)
+            return E_POINTER;
+        *out = nullptr;
+        if (outer)
+            return CLASS_E_NOAGGREGATION;
+        return create_(context_, iid, out);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock)
+            InterlockedIncrement(&LiveObjects());
+        else
+            InterlockedDecrement(&LiveObjects());
+        return S_OK;
+    }
+
+private:
+    Create create_;
+    const void *context_;
+};
+
+inline HRESULT ServeFactory(Factory::Create create, const void *context, REFIID iid, void **out)
+{
+    return Hand(new (std::nothrow) Factory(create, context), iid, out);
+}
+
+// A file handle the caller passed (of its own process, `processId`; 0 means
+// this one) as a handle of ours, which the plug-in closes. It is duplicated
+// even in the caller's own process, so it may be kept beyond the call.
+inline HRESULT AdoptHandle(UINT64 wire, DWORD processId, HANDLE *out)
+{
+    *out = NULL;
+    HANDLE h = ZvSdk_WireToHandle(wire);
+    if (h == INVALID_HANDLE_VALUE || h == NULL)
+        return E_HANDLE;
+    HANDLE source = GetCurrentProcess();
+    bool foreign = processId != 0 && processId != GetCurrentProcessId();
+    if (foreign) {
+        source = OpenProcess(PROCESS_DUP_HANDLE, FALSE, processId);
+        if (!source)
+            return HRESULT_FROM_WIN32(GetLastError());
+    }
+    HRESULT hr = S_OK;
+    if (!DuplicateHandle(source, h, GetCurrentProcess(), out, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        hr = HRESULT_FROM_WIN32(GetLastError());
+        *out = NULL;
+    }
+    if (foreign)
+        CloseHandle(source);
+    return hr;
+}
+
+} // namespace zvsdk
