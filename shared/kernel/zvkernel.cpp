@@ -308,7 +308,9 @@ ZVAPI BOOL ZvKernel_EarlyInitialize(HINSTANCE module, DWORD flags, LPVOID)
     g_kernel.mode = (flags & 1) ? 1 : ((flags & 0x20) ? 2 : 0);
 
     ResetColors();
-    ReadDisplayDepth();
+    // asking the display costs a surrogate tens of milliseconds at start and
+    // is rarely wanted: read on first use
+    g_kernel.displayDepth = -1;
     ZvPrintF_InitTokens();
     BOOL langOpened = SUCCEEDED(ZvLang_OpenKernelLang(module));
     ZvLang_GetInternationals(nullptr, 0);
@@ -374,6 +376,8 @@ ZVAPI BOOL ZvKernel_UserPrefChanges(HWND, UINT message, WPARAM, LPARAM)
 
 ZVAPI int ZvKernel_GetDisplayDepth(void)
 {
+    if (g_kernel.displayDepth < 0)
+        ReadDisplayDepth();
     return g_kernel.displayDepth;
 }
 
