@@ -322,43 +322,17 @@ private:
 
 // ---------------------------------------------------------------- stream
 
-class PcmAudioStream : public zvsdk::Com<IZvReadAudioStream, &IID_IZvReadAudioStream, &IID_IZvReadStream> {
+class PcmAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
-    explicit PcmAudioStream(PcmReadFile *file) : file_(file) { file_->AddRef(); }
-    ~PcmAudioStream() { file_->Release(); }
+    explicit PcmAudioStream(PcmReadFile *file) : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO) {}
 
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override { return file_->GetClass(readClass); }
-    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override
-    {
-        if (!file)
-            return E_POINTER;
-        *file = file_;
-        file_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
-    {
-        if (!stream)
-            return E_POINTER;
-        *stream = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
-    {
-        if (!type)
-            return E_POINTER;
-        *type = ZVFILESTREAMTYPE_AUDIO;
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
     {
         if (!samples)
             return E_POINTER;
-        *samples = (LONGLONG)file_->layout().frames;
+        *samples = (LONGLONG)pcm().layout().frames;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
@@ -366,14 +340,14 @@ public:
     {
         if (!format)
             return E_POINTER;
-        FillFormat(file_->layout(), PcmDecodedType(file_->layout()), false, format);
+        FillFormat(pcm().layout(), PcmDecodedType(pcm().layout()), false, format);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
         if (!format)
             return E_POINTER;
-        FillFormat(file_->layout(), PcmStoredType(file_->layout()), true, format);
+        FillFormat(pcm().layout(), PcmStoredType(pcm().layout()), true, format);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
@@ -396,7 +370,7 @@ public:
             return E_INVALIDARG;
         if (sampleCount == 0)
             return S_OK;
-        const PcmLayout &l = file_->layout();
+        const PcmLayout &l = pcm().layout();
         if ((ULONGLONG)sampleCount * l.blockAlign > buffer.cbData)
             return ZVERR_BUFFER_TOO_SMALL;
         if ((ULONGLONG)position >= l.frames)
@@ -406,7 +380,7 @@ public:
         if (!dest)
             return E_FAIL;
         DWORD done = 0;
-        HRESULT hr = file_->readFrames((ULONGLONG)position, sampleCount, dest, &done);
+        HRESULT hr = pcm().readFrames((ULONGLONG)position, sampleCount, dest, &done);
         target.Dispose();
         if (FAILED(hr))
             return hr;
@@ -418,13 +392,13 @@ public:
     {
         if (!bytesPerSample)
             return E_POINTER;
-        *bytesPerSample = file_->layout().blockAlign;
+        *bytesPerSample = pcm().layout().blockAlign;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
 
 private:
-    PcmReadFile *file_;
+    PcmReadFile &pcm() const { return *static_cast<PcmReadFile *>(file_); }
     LONGLONG next_ = 0;
 };
 

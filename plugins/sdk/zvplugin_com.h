@@ -139,6 +139,49 @@ protected:
     IZvFileIOManager *manager_ = nullptr;
 };
 
+// What a read stream answers from where it came from: its file and the
+// file's class, its index and its type. Itf is a stream interface (it
+// derives from IZvReadStream). The stream holds its file.
+template <class Itf, const IID *Iid>
+class ReadStream : public Com<Itf, Iid, &IID_IZvReadStream> {
+public:
+    ReadStream(IZvReadFile *file, LONG index, ZVFILESTREAMTYPE type) : file_(file), index_(index), type_(type)
+    {
+        file_->AddRef();
+    }
+    ~ReadStream() override { file_->Release(); }
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override { return file_->GetClass(readClass); }
+    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = file_;
+        file_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = index_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
+    {
+        if (!type)
+            return E_POINTER;
+        *type = type_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+
+protected:
+    IZvReadFile *file_;
+    const LONG index_;
+    const ZVFILESTREAMTYPE type_;
+};
+
 // A class factory that makes its objects through a function with a context
 // (a class record, a kind number: whatever the DLL keys its classes by).
 class Factory : public Com<IClassFactory, &IID_IClassFactory> {

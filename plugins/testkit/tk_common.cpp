@@ -202,29 +202,10 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 class TkReadFile;
 
-class TkAudioStream : public TkCom<IZvReadAudioStream, &IID_IZvReadAudioStream, &IID_IZvReadStream> {
+class TkAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
-    TkAudioStream(TkReadFile *file, LONGLONG frames);
-    ~TkAudioStream();
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override;
-    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override;
-    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
-    {
-        if (!stream)
-            return E_POINTER;
-        *stream = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
-    {
-        if (!type)
-            return E_POINTER;
-        *type = ZVFILESTREAMTYPE_AUDIO;
-        return S_OK;
-    }
+    TkAudioStream(IZvReadFile *file, LONGLONG frames) : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO), frames_(frames) {}
     HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
     {
@@ -291,7 +272,6 @@ public:
     HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
 
 private:
-    TkReadFile *file_;
     LONGLONG frames_;
     LONGLONG next_ = 0;
 };
@@ -408,30 +388,6 @@ private:
     LONGLONG size_;
     LONGLONG frames_;
 };
-
-TkAudioStream::TkAudioStream(TkReadFile *file, LONGLONG frames) : file_(file), frames_(frames)
-{
-    file_->AddRef();
-}
-
-TkAudioStream::~TkAudioStream()
-{
-    file_->Release();
-}
-
-HRESULT STDMETHODCALLTYPE TkAudioStream::GetClass(IZvReadFileClass **readClass)
-{
-    return file_->GetClass(readClass);
-}
-
-HRESULT STDMETHODCALLTYPE TkAudioStream::GetFile(IZvReadFile **file)
-{
-    if (!file)
-        return E_POINTER;
-    *file = file_;
-    file_->AddRef();
-    return S_OK;
-}
 
 // What the reader and the renderer class objects share: the class record,
 // the manager's id word and the manager.

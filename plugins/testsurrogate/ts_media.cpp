@@ -32,32 +32,11 @@ HRESULT NewRenderClass(REFIID iid, void **out);
 // ---------------------------------------------------------------- streams
 
 template <class Itf, const IID *Iid>
-class TsStream : public TsCom<Itf, Iid, &IID_IZvReadStream> {
+class TsStream : public zvsdk::ReadStream<Itf, Iid> {
 public:
-    explicit TsStream(IZvReadFile *file) : file_(file) { file_->AddRef(); }
-    ~TsStream() { file_->Release(); }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **cls) override { return file_->GetClass(cls); }
-    HRESULT STDMETHODCALLTYPE GetFile(IZvReadFile **file) override
+    TsStream(IZvReadFile *file, LONG index)
+        : zvsdk::ReadStream<Itf, Iid>(file, index, index ? ZVFILESTREAMTYPE_VIDEO : ZVFILESTREAMTYPE_AUDIO)
     {
-        if (!file)
-            return E_POINTER;
-        *file = file_;
-        file_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
-    {
-        if (!stream)
-            return E_POINTER;
-        *stream = index();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
-    {
-        if (!type)
-            return E_POINTER;
-        *type = index() ? ZVFILESTREAMTYPE_VIDEO : ZVFILESTREAMTYPE_AUDIO;
-        return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override
     {
@@ -66,19 +45,12 @@ public:
         *length = TS_AUDIO_FRAMES;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return S_OK; }
-
-protected:
-    virtual LONG index() const = 0;
-    IZvReadFile *file_;
 };
 
 class TsAudio : public TsStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
-    using TsStream::TsStream;
-    LONG index() const override { return 0; }
+    explicit TsAudio(IZvReadFile *file) : TsStream(file, 0) {}
     HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override { return GetStreamLength(samples); }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
@@ -136,8 +108,7 @@ public:
 
 class TsVideo : public TsStream<IZvReadVideoStream, &IID_IZvReadVideoStream> {
 public:
-    using TsStream::TsStream;
-    LONG index() const override { return 1; }
+    explicit TsVideo(IZvReadFile *file) : TsStream(file, 1) {}
     HRESULT STDMETHODCALLTYPE GetFrameCount(LONGLONG *frames) override { return GetStreamLength(frames); }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
