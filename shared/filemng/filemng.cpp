@@ -157,15 +157,10 @@ STDMETHODIMP CZvFileIOManager::SetGPUAcceleration(const _ZVFIO_ACCELERATION_INFO
 
 void CZvFileIOManager::log(const char *file, int line, const WCHAR *format, ...)
 {
-    if (!m_pLogger)
-        return;
-    WCHAR text[512];
     va_list args;
     va_start(args, format);
-    _vsnwprintf(text, 512, format, args);
+    ZvFioLogWriteV(m_pLogger, file, line, format, args);
     va_end(args);
-    text[511] = 0;
-    ZvFioLogWrite(m_pLogger, file, line, L"%s", text);
 }
 
 BOOL CZvFileIOManager::logLoading()
@@ -610,22 +605,11 @@ ZVAPI HRESULT ZvFio_SetPluginCandidateDLLsFromList(tZVLIST *paths)
     return ZvFio_SetPluginCandidateDLLs((const WCHAR *const *)paths->data, paths->count);
 }
 
-HRESULT CZvFileIOManager::groveled(tZVLIST **list, tZVLIST *made, DWORD flags, int *out)
+// A new record list filled by `fill` under the shared mutex, then completed
+// from the cache or by listing; the caller gets it only on success.
+template <class Fill>
+HRESULT CZvFileIOManager::grovelNewList(tZVLIST **list, DWORD flags, int *out, Fill fill)
 {
-    HRESULT hr = S_OK;
-    if (made->count > 0)
-        hr = GrovelSpecifiedPlugins(made, flags, out);
-    if (FAILED(hr)) {
-        ZvFioFreeRecordList(made);
-        return hr;
-    }
-    *list = made;
-    return hr;
-}
-
-HRESULT CZvFileIOManager::GrovelPlugins2(tZVLIST **list, DWORD flags, int *out)
-{
-    ZVFIO_SCOPE("CZvFileIOManager::GrovelPlugins2");
     if (!list)
         return E_POINTER;
     *list = NULL;
@@ -634,38 +618,42 @@ HRESULT CZvFileIOManager::GrovelPlugins2(tZVLIST **list, DWORD flags, int *out)
     tZVLIST *made = NULL;
     HRESULT hr = ZvFioCreateRecordList(&made);
     if (SUCCEEDED(hr)) {
-        WCHAR folder[MAX_PATH];
-        if (FAILED(ZvGetModulePath(NULL, folder, MAX_PATH)))
-            folder[0] = 0;
-        ZvRemoveSlashFromPathNameEnd(folder);
-        hr = ZvFioReadConfigFiles(made, folder, m_ppSkipNames, m_cSkipNames);
-        if (SUCCEEDED(hr))
-            hr = groveled(list, made, flags, out);
-        else
+        hr = fill(made);
+        if (SUCCEEDED(hr) && made->count > 0)
+            hr = GrovelSpecifiedPlugins(made, flags, out);
+        if (FAILED(hr))
             ZvFioFreeRecordList(made);
+        else
+            *list = made;
     }
     if (locked)
         unlockShared();
     return hr;
 }
 
+HRESULT CZvFileIOManager::GrovelPlugins2(tZVLIST **list, DWORD flags, int *out)
+{
+    ZVFIO_SCOPE("CZvFileIOManager::GrovelPlugins2");
+    return grovelNewList(list, flags, out, [this](tZVLIST *made) {
+        WCHAR folder[MAX_PATH];
+        if (FAILED(ZvGetModulePath(NULL, folder, MAX_PATH)))
+            folder[0] = 0;
+        ZvRemoveSlashFromPathNameEnd(folder);
+        return ZvFioReadConfigFiles(made, folder, m_ppSkipNames, m_cSkipNames);
+    });
+}
+
 HRESULT CZvFileIOManager::GrovelPlugins1(tZVLIST **list, const WCHAR *const *paths, LONG count, DWORD flags, int *out)
 {
     ZVFIO_SCOPE("CZvFileIOManager::GrovelPlugins1");
-    if (!list)
-        return E_POINTER;
-    *list = NULL;
-    bool locked = lockShared();
-    ZvFioResolveDataPaths(flags, NULL);
-    tZVLIST *made = NULL;
-    HRESULT hr = ZvFioCreateRecordList(&made);
-    if (SUCCEEDED(hr)) {
+    return grovelNewList(list, flags, out, [&](tZVLIST *made) {
         // the given array, else the process-wide candidates
         tZVLIST *given = g_pCandidatePaths;
         if (!paths && given) {
             paths = (const WCHAR *const *)given->data;
             count = given->count;
         }
+        HRESULT hr = S_OK;
         for (LONG i = 0; paths && i < count && SUCCEEDED(hr); ++i) {
             if (!paths[i] || !*paths[i])
                 continue;
@@ -676,14 +664,8 @@ HRESULT CZvFileIOManager::GrovelPlugins1(tZVLIST **list, const WCHAR *const *pat
             if (!skip)
                 hr = ZvFioAddPluginCandidate(made, paths[i], -1, NULL, 0, NULL);
         }
-        if (SUCCEEDED(hr))
-            hr = groveled(list, made, flags, out);
-        else
-            ZvFioFreeRecordList(made);
-    }
-    if (locked)
-        unlockShared();
-    return hr;
+        return hr;
+    });
 }
 
 HRESULT CZvFileIOManager::GrovelSpecifiedPlugins(tZVLIST *list, DWORD flags, int *out)

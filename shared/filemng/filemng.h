@@ -153,7 +153,7 @@ public:
 private:
     void releaseEnums();
     HRESULT metricLocation(WCHAR kind, LONG id, WCHAR *path, WCHAR *key);
-    HRESULT groveled(tZVLIST **list, tZVLIST *made, DWORD flags, int *out);
+    template <class Fill> HRESULT grovelNewList(tZVLIST **list, DWORD flags, int *out, Fill fill);
 
     CZvFileIOTypeEnum *m_pReaderEnum;
     CZvFileIOTypeEnum *m_pRendererEnum;

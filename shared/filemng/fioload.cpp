@@ -15,20 +15,25 @@
 
 // ---------------------------------------------------------------- logging
 
-void ZvFioLogWrite(IZvLogger *logger, const char *file, int line, const WCHAR *format, ...)
+void ZvFioLogWriteV(IZvLogger *logger, const char *file, int line, const WCHAR *format, va_list args)
 {
     if (!logger)
         return;
     WCHAR text[512];
-    va_list args;
-    va_start(args, format);
     _vsnwprintf(text, 512, format, args);
-    va_end(args);
     text[511] = 0;
     WCHAR source[MAX_PATH];
     MultiByteToWideChar(CP_ACP, 0, file ? file : "", -1, source, MAX_PATH);
     source[MAX_PATH - 1] = 0;
     logger->Write(4, source, line, text);
+}
+
+void ZvFioLogWrite(IZvLogger *logger, const char *file, int line, const WCHAR *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    ZvFioLogWriteV(logger, file, line, format, args);
+    va_end(args);
 }
 
 // ---------------------------------------------------------------- DLLs

@@ -1,6 +1,7 @@
 // Loading a plug-in DLL and creating objects from a record.
 #pragma once
 #include "zvbase.h"
+#include <stdarg.h>
 #include "filemng/fioplugininfo.h"
 
 struct IZvLogger;
@@ -30,3 +31,4 @@ HRESULT ZvFioListDll(ZVFIO_PLUGININFO *record, CZvFileIOManager *manager, ZVFIO_
 
 // A line at level 4 of the manager's log, formatted into at most 512 characters.
 void ZvFioLogWrite(IZvLogger *logger, const char *file, int line, const WCHAR *format, ...);
+void ZvFioLogWriteV(IZvLogger *logger, const char *file, int line, const WCHAR *format, va_list args);
