@@ -229,47 +229,6 @@ HRESULT ZvFioGetInitialFileChunk(HANDLE *out, BYTE *chunk, const WCHAR *path, DW
     return ReadChunk(*out, chunk, size);
 }
 
-// --- handles in a surrogate ---------------------------------------------
-// The surrogate road's own duplication helpers take over these two once
-// they exist; until then the handle is duplicated straight into the
-// surrogate's process, and closed there the same way.
-static LONG DuplicateIntoSurrogate(ZVFIO_SURROGATESLOT *slot, HANDLE file)
-{
-    HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, slot->processId);
-    if (!process)
-        return -1;
-    HANDLE dup = NULL;
-    BOOL ok = DuplicateHandle(GetCurrentProcess(), file, process, &dup, 0, FALSE, DUPLICATE_SAME_ACCESS);
-    CloseHandle(process);
-    return ok ? (LONG)(LONG_PTR)dup : -1;
-}
-
-static void CloseInSurrogate(ZVFIO_SURROGATESLOT *slot)
-{
-    HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, slot->processId);
-    if (process) {
-        HANDLE none = NULL;
-        DuplicateHandle(process, (HANDLE)(LONG_PTR)slot->hDuplicate, NULL, &none, 0, FALSE, DUPLICATE_CLOSE_SOURCE);
-        CloseHandle(process);
-    }
-    slot->hDuplicate = -1;
-}
-
-static void ForEachSlot(void (*fn)(ZVFIO_SURROGATESLOT *))
-{
-    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-    for (int i = 0; t && i < ZVFIO_SURROGATE_SLOTS; ++i)
-        fn(&t->slots[i]);
-}
-
-static void ResetDuplicate(ZVFIO_SURROGATESLOT *slot) { slot->hDuplicate = -1; }
-static void CloseDuplicate(ZVFIO_SURROGATESLOT *slot)
-{
-    if (slot->hDuplicate != -1 && slot->hDuplicate != 0)
-        CloseInSurrogate(slot);
-    slot->hDuplicate = -1;
-}
-
 // --- asking a reader ----------------------------------------------------
 // The byte test: a routed reader gets the file handle as valid in its own
 // process.
@@ -287,14 +246,11 @@ static HRESULT IsTypeHelper(ZVFIO_PLUGININFO *record, IZvReadFileClass *cls, HAN
     info.cbChunk = size;
     info.pChunk = (BYTE *)chunk;
     info.pszPath = (WCHAR *)path;
-    if (file != INVALID_HANDLE_VALUE && (record->dwRecordFlags & ZVFIO_RF_SURROGATE)) {
-        ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
-        if (slot) {
-            if (slot->hDuplicate == -1)
-                slot->hDuplicate = DuplicateIntoSurrogate(slot, file);
-            info.hFile = (UINT64)(LONG_PTR)slot->hDuplicate;
-            info.dwProcessId = slot->processId;
-        }
+    if (file != INVALID_HANDLE_VALUE) {
+        // a reader that can't get the file in its own process isn't asked
+        HRESULT hr = ZvFioSurrogate_IdentifyHandle(record, file, &info.hFile, &info.dwProcessId);
+        if (FAILED(hr))
+            return hr;
     }
     return cls->IdentifyFile(&info);
 }
@@ -563,7 +519,7 @@ STDMETHODIMP CZvFileIOManager::IdentifyFileType(UINT64 file, LPCWSTR path, LONG 
         ZvFioFreeChunk(chunk);
         return ZVERR_OWN_CONTAINER;
     }
-    ForEachSlot(ResetDuplicate);
+    ZvFioSurrogate_BeginIdentification();
 
     IdentifyRun run;
     run.mgr = this;
@@ -596,7 +552,7 @@ STDMETHODIMP CZvFileIOManager::IdentifyFileType(UINT64 file, LPCWSTR path, LONG 
     }
     if (stage && level > 0)
         log(__FILE__, __LINE__, stage, run.foundName, path ? path : L"");
-    ForEachSlot(CloseDuplicate);
+    ZvFioSurrogate_EndIdentification();
     ZvFioFreeChunk(chunk);
 
     hr = run.result;
@@ -726,6 +682,8 @@ HRESULT ZvFioHighestMeritReaderClass(CZvFileIOManager *mgr, IZvReadFileClass **o
     BYTE *chunk = NULL;
     DWORD size = 0;
     bool opened = false;
+    // a routed reader asked here gets its own duplicate, closed at the end
+    ZvFioSurrogate_BeginIdentification();
     for (int i = 0; list && i < list->count; ++i) {
         ZVFIO_PLUGININFO *record = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
         if (!record || record->MeritValue <= best)
@@ -750,6 +708,7 @@ HRESULT ZvFioHighestMeritReaderClass(CZvFileIOManager *mgr, IZvReadFileClass **o
             cls->Release();
         }
     }
+    ZvFioSurrogate_EndIdentification();
     if (file != INVALID_HANDLE_VALUE)
         CloseHandle(file);
     ZvFioFreeChunk(chunk);

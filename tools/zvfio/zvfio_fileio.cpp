@@ -22,25 +22,58 @@ std::string GuidText(const GUID &g)
     return Utf8(text);
 }
 
+// Handles of the surrogate processes this process started, to wait on.
+std::vector<HANDLE> SurrogateProcesses()
+{
+    std::vector<HANDLE> handles;
+    ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+    for (LONG i = 0; t && i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
+        DWORD pid = t->slots[i].processId;
+        HANDLE h = pid ? OpenProcess(SYNCHRONIZE, FALSE, pid) : nullptr;
+        if (h)
+            handles.push_back(h);
+    }
+    return handles;
+}
+
+// A surrogate ends by itself once its last reference is gone, after a
+// pause for its manager's clean-up; the command ends after it, so that
+// nothing it started outlives it.
+void AwaitSurrogates(std::vector<HANDLE> &handles)
+{
+    const DWORD limit = 10000;
+    DWORD start = GetTickCount();
+    for (HANDLE h : handles) {
+        DWORD spent = GetTickCount() - start;
+        if (WaitForSingleObject(h, spent < limit ? limit - spent : 0) != WAIT_OBJECT_0)
+            Err("zvfio: surrogate process %lu did not end\n", (unsigned long)GetProcessId(h));
+        CloseHandle(h);
+    }
+    handles.clear();
+}
+
 // One manager for the command, with COM set up around it.
 class Manager {
 public:
     Manager() : app_(nullptr), com_(false) {}
     ~Manager()
     {
+        std::vector<HANDLE> surrogates = SurrogateProcesses();
         if (app_) {
             app_->CleanUp();
             app_->Release();
         }
         if (com_)
             CoUninitialize();
+        AwaitSurrogates(surrogates);
     }
-    HRESULT Create()
+    // flags: ZVFIO_CREATE_... of the manager
+    HRESULT Create(DWORD flags = 0)
     {
         com_ = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
         ZvProxy_Register();
         long reserved = 0;
-        HRESULT hr = ZVFileIO_CreateInstance(&app_, nullptr, 0, nullptr, reserved);
+        HRESULT hr = ZVFileIO_CreateInstance(&app_, nullptr, flags, nullptr, reserved);
         if (FAILED(hr))
             return hr;
         return app_ ? S_OK : E_FAIL;
@@ -75,6 +108,18 @@ std::string Where(const ZVFIO_PLUGININFO *r)
     return text;
 }
 
+// The record of a reader class, by its id.
+const ZVFIO_PLUGININFO *ReaderRecord(CZvFileIOManager *mgr, const GUID &id)
+{
+    tZVLIST *list = mgr->readerList();
+    for (int i = 0; list && i < list->count; ++i) {
+        const ZVFIO_PLUGININFO *r = (const ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (r && IsEqualGUID(r->clsidReader, id))
+            return r;
+    }
+    return nullptr;
+}
+
 const char *StateText(LONG state, bool loaded)
 {
     if (loaded)
@@ -99,7 +144,8 @@ HRESULT Plugins(const Args &args)
         return ZVFIO_E_USAGE;
     const bool load = args.has(L"--load");
     Manager mgr;
-    HRESULT hr = mgr.Create();
+    // a full listing writes the cache anew, with each DLL's group as configured now
+    HRESULT hr = mgr.Create(args.has(L"--rescan") ? ZVFIO_CREATE_FULLLISTING : 0);
     if (FAILED(hr))
         return hr;
     tZVLIST *list = mgr->pluginList();
@@ -270,7 +316,7 @@ HRESULT Info(const Args &args)
     hr = mgr->OpenReader(path.c_str(), &f.file, 0);
     if (FAILED(hr))
         return hr;
-    std::string readerName, readerId;
+    std::string readerName, readerId, where = "in process";
     IZvReadFileClass *cls = nullptr;
     if (SUCCEEDED(f.file->GetClass(&cls)) && cls) {
         GUID id = GUID_NULL;
@@ -278,6 +324,8 @@ HRESULT Info(const Args &args)
         readerName = ClassName(cls);
         readerId = GuidText(id);
         cls->Release();
+        if (const ZVFIO_PLUGININFO *r = ReaderRecord(mgr.get(), id))
+            where = Where(r);
     }
     LONGLONG bytes = 0;
     f.file->GetLength(&bytes);
@@ -288,13 +336,14 @@ HRESULT Info(const Args &args)
     if (FAILED(hr))
         return hr;
     if (args.json)
-        Out("{\"file\": %s, \"reader\": %s, \"readerId\": %s, \"bytes\": %lld, \"metaTypes\": \"0x%08lX\", "
-            "\"streams\": [",
+        Out("{\"file\": %s, \"reader\": %s, \"readerId\": %s, \"where\": %s, \"bytes\": %lld, "
+            "\"metaTypes\": \"0x%08lX\", \"streams\": [",
             JsonString(Utf8(path)).c_str(), JsonString(readerName).c_str(), JsonString(readerId).c_str(),
-            (long long)bytes, (unsigned long)meta);
+            JsonString(where).c_str(), (long long)bytes, (unsigned long)meta);
     else
-        Out("%s\n  reader   %s %s\n  bytes    %lld\n  metadata 0x%08lX\n  streams  %ld\n", Utf8(path).c_str(),
-            readerName.c_str(), readerId.c_str(), (long long)bytes, (unsigned long)meta, (long)streams);
+        Out("%s\n  reader   %s %s\n  runs     %s\n  bytes    %lld\n  metadata 0x%08lX\n  streams  %ld\n",
+            Utf8(path).c_str(), readerName.c_str(), readerId.c_str(), where.c_str(), (long long)bytes,
+            (unsigned long)meta, (long)streams);
     for (LONG i = 0; i < streams; ++i) {
         ZVFILESTREAMTYPE type = ZVFILESTREAMTYPE_NONE;
         DWORD sub = 0;
@@ -400,15 +449,24 @@ HRESULT Read(const Args &args)
     // about 4 MiB a call, whole frames
     const DWORD perCall = (DWORD)((4u << 20) / a.blockAlign);
     const DWORD bufferSize = perCall * a.blockAlign;
-    BYTE *buffer = (BYTE *)VirtualAlloc(nullptr, bufferSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    // Shared memory by default: a reader in a surrogate writes straight into
+    // it, where private memory would be copied across for every call.
+    const bool shared = !args.has(L"--private-buffer");
+    _zvmemorytoken token;
+    BYTE *buffer = nullptr;
+    if (shared) {
+        if (SUCCEEDED(ZvMemoryToken_CreateMapping(&token, bufferSize)))
+            buffer = (BYTE *)(ULONG_PTR)token.qwBase + token.dwOffset;
+    } else {
+        buffer = (BYTE *)VirtualAlloc(nullptr, bufferSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+        ZvMemoryToken_InitLocal(&token, buffer, bufferSize, ZVMEMTOKEN_KIND_LOCAL);
+    }
     if (!buffer) {
         as->Release();
         if (raw != INVALID_HANDLE_VALUE)
             CloseHandle(raw);
         return E_OUTOFMEMORY;
     }
-    _zvmemorytoken token;
-    ZvMemoryToken_InitLocal(&token, buffer, bufferSize, ZVMEMTOKEN_KIND_LOCAL);
     LONGLONG position = 0;
     hr = S_OK;
     while (position < total) {
@@ -431,7 +489,10 @@ HRESULT Read(const Args &args)
         position += got;
     }
     QueryPerformanceCounter(&t1);
-    VirtualFree(buffer, 0, MEM_RELEASE);
+    if (shared)
+        ZvMemoryToken_ReleaseMapping(&token);
+    else
+        VirtualFree(buffer, 0, MEM_RELEASE);
     as->Release();
     if (raw != INVALID_HANDLE_VALUE)
         CloseHandle(raw);
@@ -450,7 +511,7 @@ HRESULT Read(const Args &args)
 
 const Command kPluginsCommand = {
     "plugins", "the plug-ins the manager finds",
-    "usage: zvfio plugins [--load] [--json]\n"
+    "usage: zvfio plugins [--load] [--rescan] [--json]\n"
     "\n"
     "Lists the classes of the plug-ins named by the *.Fio2007-Config files\n"
     "beside zvfio.exe: plug-in class id, reader and renderer class ids, name,\n"
@@ -459,6 +520,10 @@ const Command kPluginsCommand = {
     "\n"
     "  --load   load every class and say where it runs (this process or the\n"
     "           surrogate's process id), with the error of a failed load\n"
+    "  --rescan ask every DLL again instead of the plug-in cache, and write\n"
+    "           the cache anew: needed after a configuration file's group\n"
+    "           (Surrogate=) changed, since the cache keeps a DLL's group\n"
+    "           until the DLL itself changes\n"
     "  --json   the list as JSON\n",
     Plugins,
 };
@@ -476,20 +541,24 @@ const Command kInfoCommand = {
     "info", "streams and formats of a file",
     "usage: zvfio info [--json] FILE\n"
     "\n"
-    "Opens the file with its reader and prints the reader, the file's size\n"
-    "and metadata kinds, and each stream: type, rate, channels, bits,\n"
-    "float or integer, length.\n",
+    "Opens the file with its reader and prints the reader, where it runs\n"
+    "(this process or its surrogate's process id), the file's size and\n"
+    "metadata kinds, and each stream: type, rate, channels, bits, float or\n"
+    "integer, length.\n",
     Info,
 };
 
 const Command kReadCommand = {
     "read", "reads the first audio stream of a file",
-    "usage: zvfio read [--raw OUT] FILE\n"
+    "usage: zvfio read [--raw OUT] [--private-buffer] FILE\n"
     "\n"
     "Reads the first audio stream to its end and prints samples, bytes and\n"
     "throughput.\n"
     "\n"
-    "  --raw OUT  write the decoded samples, interleaved little-endian, to OUT\n",
+    "  --raw OUT         write the decoded samples, interleaved little-endian,\n"
+    "                    to OUT\n"
+    "  --private-buffer  read into private memory instead of shared memory; a\n"
+    "                    reader in a surrogate then gets a copy for each call\n",
     Read,
 };
 

@@ -1,0 +1,249 @@
+// The PCM reader put in a surrogate by its configuration: identification
+// and opening hand the file across, the samples come back unchanged, no
+// handle of the file stays open in either process, and the group a
+// configuration gives survives the plug-in cache once it was written anew.
+#include <gtest/gtest.h>
+#include "mockreader.h"
+#include "filemng/fiodiscovery.h"
+#include "filemng/surrogatetable.h"
+#include "filemng/zvmemtoken.h"
+#include "zvproxy.h"
+#include <vector>
+
+using namespace idtest;
+
+namespace {
+
+const GUID kWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
+
+std::wstring PcmDll()
+{
+    wchar_t exe[MAX_PATH];
+    GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring dll(exe);
+    return dll.substr(0, dll.rfind(L'\\') + 1) + L"pcm.dll";
+}
+
+// Writes the folder's configuration: pcm.dll by its full path, with a group
+// when `group` isn't -1, and a merit for the wave reader when `merit` isn't 0.
+void WriteConfig(const std::wstring &dir, int group, int merit)
+{
+    std::string text = "[FileIO Plug-Ins]\r\nPcm=";
+    std::wstring dll = PcmDll();
+    text += std::string(dll.begin(), dll.end()) + "\r\n\r\n[Pcm]\r\n";
+    if (group != -1)
+        text += "Surrogate=" + std::to_string(group) + "\r\n";
+    if (merit)
+        text += "Reader={0A30C422-B91B-11D3-A484-00105A24AA37}\r\n"
+                "{0A30C422-B91B-11D3-A484-00105A24AA37}=" + std::to_string(merit) + "\r\n";
+    WriteTemp(dir, L"pcm.Fio2007-Config", std::vector<unsigned char>(text.begin(), text.end()));
+}
+
+// A manager whose plug-in list comes from the configuration in `folder`,
+// with its data files beside it. Every surrogate it started must
+// have ended shortly after its clean-up.
+struct Routed {
+    std::wstring dir;
+    IZvFileIOMgrForApp *app = nullptr;
+    CZvFileIOManager *mgr = nullptr;
+    HRESULT listed = E_FAIL;
+
+    Routed(const std::wstring &folder, DWORD listFlags) : dir(folder)
+    {
+        ZvFioResetDataPaths();
+        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dir + L"\\host.exe").c_str());
+        long reserved = 0;
+        if (FAILED(ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
+                                           nullptr, reserved)))
+            return;
+        mgr = static_cast<CZvFileIOManager *>(app);
+        tZVLIST *list = nullptr;
+        listed = ZvFioCreateRecordList(&list);
+        if (SUCCEEDED(listed))
+            listed = ZvFioReadConfigFiles(list, dir.c_str(), nullptr, 0);
+        if (SUCCEEDED(listed))
+            listed = mgr->GrovelSpecifiedPlugins(list, listFlags, nullptr);
+        if (SUCCEEDED(listed))
+            listed = mgr->SetPluginList(list, 0, 0, nullptr);
+        if (FAILED(listed) && list)
+            ZvFioFreeRecordList(list);
+        if (SUCCEEDED(listed))
+            mgr->UpdatePluginCache(0);
+    }
+    ~Routed()
+    {
+        std::vector<HANDLE> children;
+        ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
+        for (LONG i = 0; t && i < t->used; ++i)
+            if (HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, t->slots[i].processId))
+                children.push_back(h);
+        if (app) {
+            app->CleanUp();
+            app->Release();
+        }
+        for (HANDLE h : children) {
+            if (WaitForSingleObject(h, 5000) != WAIT_OBJECT_0) {
+                ADD_FAILURE() << "a surrogate outlived its manager";
+                TerminateProcess(h, 1);
+            }
+            CloseHandle(h);
+        }
+        ZvFioResetDataPaths();
+    }
+    ZVFIO_PLUGININFO *waveRecord() const
+    {
+        tZVLIST *list = mgr ? mgr->pluginList() : nullptr;
+        for (int i = 0; list && i < list->count; ++i) {
+            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+            if (r && IsEqualGUID(r->clsidPlugin, kWaveReader))
+                return r;
+        }
+        return nullptr;
+    }
+};
+
+std::wstring NewFolder()
+{
+    wchar_t tmp[MAX_PATH], d[MAX_PATH];
+    GetTempPathW(MAX_PATH, tmp);
+    GetTempFileNameW(tmp, L"zrt", 0, d);
+    DeleteFileW(d);
+    CreateDirectoryW(d, nullptr);
+    return d;
+}
+
+// True when nothing, in any process, holds the file open any more.
+bool NobodyHolds(const std::wstring &path)
+{
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    CloseHandle(h);
+    return true;
+}
+
+// Reads the whole first stream of an open file with `token` over `buffer`.
+HRESULT ReadAll(IZvReadFile *file, _zvmemorytoken token, BYTE *buffer, std::vector<BYTE> *out)
+{
+    IZvReadStream *s = nullptr;
+    HRESULT hr = file->OpenStream(&s, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0);
+    if (FAILED(hr))
+        return hr;
+    IZvReadAudioStream *audio = nullptr;
+    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&audio);
+    s->Release();
+    if (FAILED(hr))
+        return hr;
+    const DWORD per = token.cbData / 4;
+    for (DWORD at = 0;;) {
+        DWORD got = 0;
+        hr = audio->ReadSamples(at, 0, token, per, &got);
+        if (FAILED(hr) || got == 0)
+            break;
+        out->insert(out->end(), buffer, buffer + got * 4);
+        at += got;
+    }
+    audio->Release();
+    return FAILED(hr) ? hr : S_OK;
+}
+
+class RoutedPcm : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        CoInitializeEx(NULL, COINIT_MULTITHREADED);
+        ZvProxy_Register();
+    }
+    void SetUp() override
+    {
+        if (GetFileAttributesW(PcmDll().c_str()) == INVALID_FILE_ATTRIBUTES)
+            GTEST_SKIP() << "pcm.dll is not built";
+    }
+};
+
+} // namespace
+
+TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
+{
+    const std::wstring d = NewFolder();
+    // a merit makes the open ask the reader once more, outside identification
+    WriteConfig(d, 1, 5);
+    {
+        Routed w(d, ZVFIO_CREATE_NOCACHE);
+        ASSERT_EQ(S_OK, w.listed);
+        ZVFIO_PLUGININFO *record = w.waveRecord();
+        ASSERT_TRUE(record);
+        EXPECT_EQ(1, record->Surrogate);
+        EXPECT_EQ(5u, record->MeritValue);
+
+        const std::vector<unsigned char> bytes = WaveBytes(30000);
+        const std::wstring wave = WriteTemp(d, L"tone.wav", bytes);
+        HANDLE h = CreateFileW(wave.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                               OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(INVALID_HANDLE_VALUE, h);
+        LONG index = -1;
+        EXPECT_EQ(S_OK, w.mgr->IdentifyFileType((UINT64)(LONG_PTR)h, wave.c_str(), &index, 0));
+        EXPECT_EQ(record->nReaderIndex, index);
+        DWORD pid = 0;
+        EXPECT_TRUE(ZvFioRecordProcess(record, &pid)) << "the reader was loaded in its surrogate";
+        EXPECT_NE(GetCurrentProcessId(), pid);
+        ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(1);
+        ASSERT_TRUE(slot);
+        EXPECT_EQ(-1, slot->hDuplicate);
+        CloseHandle(h);
+        EXPECT_TRUE(NobodyHolds(wave)) << "the surrogate's duplicate was closed after identification";
+
+        // random bytes named .wav: every stage runs, each asks with the duplicate
+        std::vector<unsigned char> noise(20000);
+        for (size_t i = 0; i < noise.size(); ++i)
+            noise[i] = (unsigned char)((i * 2654435761u) >> 11);
+        const std::wstring bad = WriteTemp(d, L"noise.wav", noise);
+        IZvReadFile *file = nullptr;
+        EXPECT_EQ((HRESULT)0x8004E016, w.mgr->OpenReader(bad.c_str(), &file, 0));
+        EXPECT_EQ(nullptr, file);
+        EXPECT_TRUE(NobodyHolds(bad));
+
+        // the same samples into private memory (shadowed for each call) and
+        // into shared memory (written by the surrogate in place)
+        const std::vector<BYTE> expected(bytes.end() - 30000 * 4, bytes.end());
+        ASSERT_EQ(S_OK, w.mgr->OpenReader(wave.c_str(), &file, 0));
+        ASSERT_TRUE(file);
+        std::vector<BYTE> local(64 * 1024);
+        _zvmemorytoken token;
+        ZvMemoryToken_InitLocal(&token, local.data(), (DWORD)local.size(), ZVMEMTOKEN_KIND_LOCAL);
+        std::vector<BYTE> viaLocal, viaShared;
+        EXPECT_EQ(S_OK, ReadAll(file, token, local.data(), &viaLocal));
+        EXPECT_TRUE(viaLocal == expected);
+        ASSERT_EQ(S_OK, ZvMemoryToken_CreateMapping(&token, 48 * 1024));
+        EXPECT_EQ(S_OK, ReadAll(file, token, (BYTE *)(ULONG_PTR)token.qwBase + token.dwOffset, &viaShared));
+        ZvMemoryToken_ReleaseMapping(&token);
+        EXPECT_TRUE(viaShared == expected);
+        EXPECT_FALSE(NobodyHolds(wave)) << "the open reader holds its file";
+        file->Close();
+        file->Release();
+        EXPECT_TRUE(NobodyHolds(wave)) << "the reader's handle went with it";
+        EXPECT_EQ(-1, slot->hDuplicate);
+    }
+    RemoveFolder(d);
+}
+
+TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
+{
+    const std::wstring d = NewFolder();
+    auto group = [&](DWORD flags) {
+        Routed w(d, flags);
+        EXPECT_EQ(S_OK, w.listed);
+        ZVFIO_PLUGININFO *r = w.waveRecord();
+        return r ? r->Surrogate : -100;
+    };
+    WriteConfig(d, -1, 0);
+    EXPECT_EQ(-1, group(0)) << "first start: listed and cached in process";
+    WriteConfig(d, 1, 0);
+    EXPECT_EQ(-1, group(0)) << "an unchanged DLL keeps its cached group";
+    EXPECT_EQ(1, group(ZVFIO_CREATE_FULLLISTING)) << "a full listing takes the configured one";
+    EXPECT_EQ(1, group(0)) << "and the cache kept it";
+    WriteConfig(d, -1, 0);
+    EXPECT_EQ(-1, group(ZVFIO_CREATE_FULLLISTING)) << "the way back";
+    EXPECT_EQ(-1, group(0));
+    RemoveFolder(d);
+}
