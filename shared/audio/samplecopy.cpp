@@ -62,6 +62,16 @@ bool HardwareHasAvx2()
     return has;
 }
 
+// The 512-bit unit needs the byte/word, vector length and doubleword parts
+// too (the compiler's check includes the system's saving of the registers).
+bool HardwareHasAvx512()
+{
+    static bool has = (__builtin_cpu_init(),
+                       __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                       __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq"));
+    return has;
+}
+
 ZVAUDIOCOPYFUNC Lookup(int dest, int src, DWORD w)
 {
     const int di = TypeIndex(dest), si = TypeIndex(src);
@@ -71,13 +81,19 @@ ZVAUDIOCOPYFUNC Lookup(int dest, int src, DWORD w)
     int cls = (int)(w & kClassMask);
     if (cls > 6) cls = 6;
     if (cls > (int)(hw & kClassMask)) cls = (int)(hw & kClassMask);
-    w &= hw | kClassMask;
+    w &= hw | kClassMask | ZVAUDIOCOPY_NO512;
 
     const ZVAUDIOCOPYFUNC base = BaseTable()[di][si];
     const ZVAUDIOCOPYFUNC second = UnrolledTable()[di][si];
     ZVAUDIOCOPYFUNC vec = nullptr;
-    if (w & kSSE2)
-        vec = ((w & kAVX) && HardwareHasAvx2() ? Avx2Table() : Sse2Table())[di][si];
+    if (w & kSSE2) {
+        // The support word has one bit for the wide vector units; the widest
+        // this processor has is taken, unless the caller asked for 256 bits.
+        const CopyTable &t = !(w & kAVX) || !HardwareHasAvx2() ? Sse2Table()
+                             : HardwareHasAvx512() && !(w & ZVAUDIOCOPY_NO512) ? Avx512Table()
+                             : Avx2Table();
+        vec = t[di][si];
+    }
     // The vector variant always needs SSE2; a class that promises more
     // without the bit gets the scalar forms.
     auto byClass = [&](int secondFrom, int thirdFrom) {

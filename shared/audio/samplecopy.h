@@ -19,7 +19,10 @@ ZVAPI ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunction2(ZVSAMPLETYPE dest, ZVSAMPLETYPE s
 ZVAPI ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunction(const WAVEFORMATEX *dest, const WAVEFORMATEX *src);
 
 // The lookup for a given CPU support word (class in the low 4 bits), limited
-// to what this processor has; for checks that compare the variants.
+// to what this processor has; for checks that compare the variants. The
+// word may also carry ZVAUDIOCOPY_NO512, which keeps the lookup to vectors
+// of at most 256 bits.
+#define ZVAUDIOCOPY_NO512 0x80000000u
 ZVAPI ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunctionForCPU(ZVSAMPLETYPE dest, ZVSAMPLETYPE src, DWORD cpuWord);
 
 // The support word the lookup uses.

@@ -1,5 +1,9 @@
 // Copy functions built for AVX2; chosen only where the processor has it.
+#if defined(__i386__)
+#pragma GCC target("avx2,fpmath=sse")
+#else
 #pragma GCC target("avx2")
+#endif
 #include <immintrin.h>
 #include "audio/samplecopy_impl.h"
 
@@ -11,9 +15,9 @@ namespace avx2 {
 typedef float fvec __attribute__((vector_size(32)));
 typedef int32_t ivec __attribute__((vector_size(32)));
 inline ivec RoundPs(fvec x) { return (ivec)_mm256_cvtps_epi32((__m256)x); }
-inline bool AnyNaNPs(fvec x)
+inline bool AnyNaNPs(fvec x, fvec y)
 {
-    return _mm256_movemask_ps(_mm256_cmp_ps((__m256)x, (__m256)x, _CMP_UNORD_Q)) != 0;
+    return !_mm256_testz_ps(_mm256_cmp_ps((__m256)x, (__m256)y, _CMP_UNORD_Q), _mm256_castsi256_ps(_mm256_set1_epi32(-1)));
 }
 typedef double dvec __attribute__((vector_size(32)));
 // max(lo, v) and min(hi, v) give v back when it is NaN.

@@ -17,6 +17,7 @@ typedef ZVAUDIOCOPYFUNC CopyTable[kTypeCount][kTypeCount];
 const CopyTable &BaseTable();
 const CopyTable &Sse2Table();
 const CopyTable &Avx2Table();
+const CopyTable &Avx512Table();
 
 // Everything below has internal linkage: each unit is compiled for its own
 // instruction set, and the linker must not swap one unit's copy for another's.

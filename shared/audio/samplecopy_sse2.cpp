@@ -13,7 +13,7 @@ namespace sse2 {
 typedef float fvec __attribute__((vector_size(16)));
 typedef int32_t ivec __attribute__((vector_size(16)));
 inline ivec RoundPs(fvec x) { return (ivec)_mm_cvtps_epi32((__m128)x); }
-inline bool AnyNaNPs(fvec x) { return _mm_movemask_ps(_mm_cmpunord_ps((__m128)x, (__m128)x)) != 0; }
+inline bool AnyNaNPs(fvec x, fvec y) { return _mm_movemask_ps(_mm_cmpunord_ps((__m128)x, (__m128)y)) != 0; }
 typedef double dvec __attribute__((vector_size(16)));
 // max(lo, v) and min(hi, v) give v back when it is NaN.
 inline dvec ClampPd(dvec v, dvec lo, dvec hi)

@@ -1,14 +1,17 @@
 // The vector form of every copy, written once with the compiler's generic
 // vectors and compiled per instruction set. The including unit defines
-// ZVSC_VB (vector bytes), RoundPs (floats to int32, nearest-even), AnyNaNPs,
-// ClampPd (clamp doubles, a NaN passing unchanged) and ClampPs (floats known
-// not to be NaN), then includes this
-// inside its own namespace.
+// ZVSC_VB (vector bytes), RoundPs (floats to int32, nearest-even), AnyNaNPs
+// (a NaN in either of two vectors), ClampPd and ClampPs (clamp, a NaN
+// passing unchanged), then includes this inside its own namespace.
 //
 // The double path does exactly the scalar steps lane by lane (multiply,
 // clamp with NaN passing, add 1.5 * 2^52, take the low word). The float path
 // is used only where it is exact: scaling a float by a power of two, and
 // integers of up to 24 bits, which floats hold exactly.
+
+// Each block step is called from several places of the run; it must still
+// be inlined into each.
+#define ZVSC_INLINE __attribute__((always_inline))
 
 constexpr int L = ZVSC_VB / 8;    // doubles per vector
 constexpr int LF = ZVSC_VB / 4;   // floats per vector
@@ -31,7 +34,23 @@ typedef V<LF>::f32 vf;
 template <int S, int N> inline typename V<N>::i32 LoadI(const uint8_t *p)
 {
     typedef typename V<N>::i32 I;
-#if ZVSC_VB == 32
+#if ZVSC_VB == 64
+    // Widening loads of the small forms, big-endian words swapped first.
+    if constexpr (N == 16 && (S == 16 || S == 49 || S == 17 || S == 64)) {
+        if constexpr (S == 17 || S == 64) {
+            __m256i w = _mm256_loadu_si256((const __m256i *)p);
+            if constexpr (S == 64)
+                w = _mm256_shuffle_epi8(w, _mm256_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14,
+                                                             1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
+            return (I)_mm512_cvtepi16_epi32(w);
+        }
+        __m128i b = _mm_loadu_si128((const __m128i *)p);
+        if constexpr (S == 16)
+            return (I)_mm512_sub_epi32(_mm512_cvtepu8_epi32(b), _mm512_set1_epi32(128));
+        return (I)_mm512_cvtepi8_epi32(b);
+    }
+#endif
+#if ZVSC_VB >= 32
     // Widening loads of the small forms in one instruction each.
     if constexpr (N == 8 && (S == 16 || S == 49 || S == 17)) {
         if constexpr (S == 17)
@@ -82,7 +101,37 @@ template <int S, int N> inline typename V<N>::i32 LoadI(const uint8_t *p)
 
 template <int D, int N> inline void StoreI(uint8_t *p, typename V<N>::i32 v)
 {
-#if ZVSC_VB == 32
+#if ZVSC_VB == 64
+    // Truncating narrowing moves; the low bytes are the rule's, NaN's zero
+    // included.
+    if constexpr (N == 16 && (D == 16 || D == 49 || D == 17 || D == 64)) {
+        if constexpr (D == 17 || D == 64) {
+            __m256i w = _mm512_cvtepi32_epi16((__m512i)v);
+            if constexpr (D == 64)
+                w = _mm256_shuffle_epi8(w, _mm256_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14,
+                                                             1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
+            _mm256_storeu_si256((__m256i *)p, w);
+        } else {
+            __m128i b = _mm512_maskz_cvtepi32_epi8((__mmask16)-1, (__m512i)v);
+            if constexpr (D == 16)
+                b = _mm_xor_si128(b, _mm_set1_epi8((char)0x80));
+            _mm_storeu_si128((__m128i *)p, b);
+        }
+        return;
+    }
+    if constexpr (N == 8 && (D == 16 || D == 49 || D == 17)) {
+        if constexpr (D == 17) {
+            _mm_storeu_si128((__m128i *)p, _mm256_cvtepi32_epi16((__m256i)v));
+        } else {
+            __m128i b = _mm256_maskz_cvtepi32_epi8((__mmask8)-1, (__m256i)v);
+            if constexpr (D == 16)
+                b = _mm_xor_si128(b, _mm_set1_epi8((char)0x80));
+            _mm_storel_epi64((__m128i *)p, b);
+        }
+        return;
+    }
+#endif
+#if ZVSC_VB >= 32
     // The low bytes of each word, gathered by byte shuffles: a NaN's word
     // is not in range, so saturating packs would not do.
     if constexpr (N == 8 && (D == 16 || D == 49 || D == 17)) {
@@ -147,6 +196,18 @@ template <int D, int N> inline void StoreI(uint8_t *p, typename V<N>::i32 v)
 // words): narrow forms pack both with saturation in one pass.
 template <int D> inline void StoreIPair(uint8_t *p, V<LF>::i32 a, V<LF>::i32 b)
 {
+#if ZVSC_VB == 64
+    // One saturating pack and one lane fix for both, in place of two
+    // narrowing moves of two steps each.
+    if constexpr (D == 17 || D == 64) {
+        __m512i w = _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7),
+                                             _mm512_packs_epi32((__m512i)a, (__m512i)b));
+        if constexpr (D == 64)
+            w = _mm512_or_si512(_mm512_slli_epi16(w, 8), _mm512_srli_epi16(w, 8));
+        _mm512_storeu_si512(p, w);
+        return;
+    }
+#endif
 #if ZVSC_VB == 32
     if constexpr (D == 16 || D == 49 || D == 17) {
         __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32((__m256i)a, (__m256i)b), 0xD8);
@@ -182,8 +243,10 @@ inline V<L>::i32 LowWords(V<L>::i32x2 w)
 {
 #if ZVSC_VB == 16
     return __builtin_shufflevector(w, w, 0, 2);
-#else
+#elif ZVSC_VB == 32
     return __builtin_shufflevector(w, w, 0, 2, 4, 6);
+#else
+    return __builtin_shufflevector(w, w, 0, 2, 4, 6, 8, 10, 12, 14);
 #endif
 }
 
@@ -202,11 +265,45 @@ template <int D> inline void StoreD(uint8_t *p, vd v)
     }
 }
 
-// Whole blocks of K samples in the safe order for in-place use, the rest
-// through the scalar loop.
+// Samples before the destination reaches a whole vector boundary, when it
+// can reach one (a sample width that divides the vector, a buffer aligned
+// to the sample).
+template <int D> inline int AlignHead(const uint8_t *d)
+{
+    constexpr int db = D;
+    if constexpr ((db & (db - 1)) != 0) {
+        return 0;
+    } else {
+        const uintptr_t a = (uintptr_t)d;
+        if (a % db)
+            return 0;
+        return (int)((0 - a) & (ZVSC_VB - 1)) / db;
+    }
+}
+
+// Whole blocks of K samples. Separate buffers: a first block where the
+// destination starts, then blocks on vector boundaries of the destination
+// (stores never split a cache line), and a last block that ends with the
+// run; the overlaps are converted twice to the same bytes. A shared buffer:
+// blocks in the safe order for in-place use, the rest through the scalar
+// loop.
 template <int D, int S, int K, bool Unity, class Step>
 inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Step step)
 {
+    const bool apart = d + (size_t)count * Bytes(D) <= s || s + (size_t)count * Bytes(S) <= d;
+    if (apart && count >= K) {
+        int head = Bytes(D) >= Bytes(S) ? AlignHead<Bytes(D)>(d) : AlignHead<Bytes(S)>(s);
+        if (count - head < K)
+            head = 0;
+        for (int i = 0; i < head; i += K)
+            step(i);
+        int i = head;
+        for (; i + K <= count; i += K)
+            step(i);
+        if (i < count)
+            step(count - K);
+        return;
+    }
     const int full = count / K * K;
     if (Bytes(D) > Bytes(S)) {
         ScalarRun<D, S, Unity>(d, s, full, count, scale);
@@ -223,7 +320,7 @@ inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Ste
 template <int D, int S, int K, bool Unity, class Step>
 inline void RunBlocks2(uint8_t *d, const uint8_t *s, int count, double scale, Step step)
 {
-    RunBlocks<D, S, 2 * K, Unity>(d, s, count, scale, [&](int i) {
+    RunBlocks<D, S, 2 * K, Unity>(d, s, count, scale, [&](int i) ZVSC_INLINE {
         if (Bytes(D) > Bytes(S)) {
             step(i + K);
             step(i);
@@ -238,7 +335,7 @@ template <int D, int S, bool Unity>
 inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
 {
     const vd sc = vd{} + scale;
-    RunBlocks<D, S, 2 * L, Unity>(d, s, count, scale, [&](int i) {
+    RunBlocks<D, S, 2 * L, Unity>(d, s, count, scale, [&](int i) ZVSC_INLINE {
         vd a = LoadD<S>(s + (size_t)i * Bytes(S));
         vd b = LoadD<S>(s + (size_t)(i + L) * Bytes(S));
         a *= sc;
@@ -249,31 +346,52 @@ inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
 }
 
 // Float to an integer at unity: x * 2^(m-1) is exact in float, and the
-// processor's rounding is the same nearest-even. For 32 bits the top clamp
-// (2^31 - 1) is not a float: lanes at 2^31 or above are fixed after the
-// conversion. A block that holds a NaN goes through the scalar rule for the
-// NaN's exact bits.
+// processor's rounding is the same nearest-even. For 32 bits the clamp is
+// the conversion's own out-of-range word 0x80000000: right for the bottom,
+// and flipped to 2^31 - 1 for lanes at 2^31 or above. A NaN passes the clamp and converts to 0x80000000, whose low
+// 24 bits are the rule's zero; a destination that keeps more bits, or a
+// store that saturates, sends a block holding a NaN through the scalar rule
+// for the NaN's exact bits.
 template <int D> inline V<LF>::i32 RoundToInt(vf x)
 {
     typedef V<LF>::i32 I;
     const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
     if constexpr (Bits(D) == 32)
-        return RoundPs(ClampPs(x, lo, x)) ^ (I)(x >= -lo);
+        return RoundPs(x) ^ (I)(x >= -lo);
     else
         return RoundPs(ClampPs(x, lo, hi));
+}
+
+template <int D> constexpr bool NaNNeedsScalar()
+{
+    return Bits(D) == 32 || D == 48 || (ZVSC_VB == 32 && (D == 16 || D == 49 || D == 17));
 }
 
 template <int D>
 inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
 {
     const vf mul = vf{} + (float)Denorm(D);
-    RunBlocks<D, 32, 2 * LF, true>(d, s, count, Denorm(D), [&](int i) {
+    RunBlocks<D, 32, 2 * LF, true>(d, s, count, Denorm(D), [&](int i) ZVSC_INLINE {
         vf x, y;
         memcpy(&x, s + (size_t)i * 4, sizeof(x));
         memcpy(&y, s + (size_t)(i + LF) * 4, sizeof(y));
         x *= mul;
         y *= mul;
-        if (AnyNaNPs(x) || AnyNaNPs(y)) {
+#if ZVSC_VB == 64
+        // 16 bits: one symmetric clamp to +-2^15 (the pack saturates the top
+        // to 2^15 - 1), and NaN through the scalar rule.
+        if constexpr (D == 17 || D == 64) {
+            if (AnyNaNPs(x, y)) {
+                ScalarRun<D, 32, true>(d, s, i, i + 2 * LF, Denorm(D));
+                return;
+            }
+            const __m512 c = _mm512_set1_ps(32768.0f);
+            StoreIPair<D>(d + (size_t)i * Bytes(D), RoundPs((vf)_mm512_range_ps((__m512)x, c, 2)),
+                          RoundPs((vf)_mm512_range_ps((__m512)y, c, 2)));
+            return;
+        }
+#endif
+        if (NaNNeedsScalar<D>() && AnyNaNPs(x, y)) {
             ScalarRun<D, 32, true>(d, s, i, i + 2 * LF, Denorm(D));
             return;
         }
@@ -282,8 +400,11 @@ inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
 }
 
 // Integer to integer at unity in integer lanes: shifts up, or a shift down
-// that rounds to nearest-even. Not for the unpacked type, whose words may
-// exceed 24 bits.
+// that rounds to nearest-even by adding half less one plus the kept low bit.
+// A 32-bit source is held below the point where that sum would wrap (the
+// values above it all clamp to the top anyway); narrower sources cannot
+// wrap and clamp the one value that rounds up past the top. Not for the
+// unpacked type, whose words may exceed 24 bits.
 template <int D, int S> inline V<LF>::i32 IntLanes(V<LF>::i32 x)
 {
     typedef V<LF>::i32 I;
@@ -292,18 +413,23 @@ template <int D, int S> inline V<LF>::i32 IntLanes(V<LF>::i32 x)
         return x << (m - n);
     } else {
         constexpr int k = n - m;
-        const int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
-        I q = x >> k;
-        I f = x & ((1 << k) - 1);
-        I r = q - (I)((f + (q & 1)) > half);
-        return r > hi ? hi : r;
+        constexpr int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
+        if constexpr (n == 32) {
+            constexpr int32_t top = INT32_MAX - half;
+            x = x > top ? top : x;
+        }
+        I r = (x + (half - 1) + ((x >> k) & 1)) >> k;
+        if constexpr (n == 32)
+            return r;
+        else
+            return r > hi ? hi : r;
     }
 }
 
 template <int D, int S>
 inline void RunIntToInt(uint8_t *d, const uint8_t *s, int count)
 {
-    RunBlocks<D, S, 2 * LF, true>(d, s, count, 1.0, [&](int i) {
+    RunBlocks<D, S, 2 * LF, true>(d, s, count, 1.0, [&](int i) ZVSC_INLINE {
         V<LF>::i32 a = LoadI<S, LF>(s + (size_t)i * Bytes(S));
         V<LF>::i32 b = LoadI<S, LF>(s + (size_t)(i + LF) * Bytes(S));
         StoreIPair<D>(d + (size_t)i * Bytes(D), IntLanes<D, S>(a), IntLanes<D, S>(b));
@@ -318,7 +444,7 @@ template <int S>
 inline void RunIntToFloat(uint8_t *d, const uint8_t *s, int count, double scale, bool unity)
 {
     const vf mul = vf{} + (float)scale;
-    auto step = [&](int i) {
+    auto step = [&](int i) ZVSC_INLINE {
         vf x = __builtin_convertvector((LoadI<S, LF>(s + (size_t)i * Bytes(S))), vf) * mul;
         memcpy(d + (size_t)i * 4, &x, sizeof(x));
     };
