@@ -6,7 +6,9 @@
 #pragma GCC target("sse2,fpmath=sse")
 #endif
 #include <stdio.h>
+#include <atomic>
 #include <vector>
+#include <xmmintrin.h>
 #include "audio/samplecopy_impl.h"
 #if __has_include("zvkernel.h")
 #include "zvkernel.h"
@@ -117,7 +119,114 @@ ZVAUDIOCOPYFUNC Lookup(int dest, int src, DWORD w)
     }
 }
 
+// ---------------------------------------------------------------------------
+// Worker threads for long runs: up to three, started on the first long run,
+// asleep on a semaphore between runs. One run at a time is shared; a run
+// that finds them busy is converted by its caller alone.
+
+struct SharedRun {
+    PieceFunc body;
+    void *ctx;
+    int count, piece, pieces;
+    unsigned int mxcsr;
+    std::atomic<int> next{0};
+    // Workers inside the run, plus kClosed once the caller has taken the
+    // last piece: a worker that wakes after that stays out.
+    std::atomic<int> state{1 << 30};
+};
+const int kClosed = 1 << 30;
+
+SharedRun g_run;
+std::atomic<bool> g_runBusy{false};
+HANDLE g_wake;
+int g_workers;
+
+void TakePieces(SharedRun &r)
+{
+    for (;;) {
+        const int k = r.next.fetch_add(1, std::memory_order_relaxed);
+        if (k >= r.pieces)
+            break;
+        const int begin = k * r.piece;
+        r.body(r.ctx, begin, r.count - begin < r.piece ? r.count : begin + r.piece);
+    }
+    _mm_sfence();   // streaming stores are visible before the run is done
+}
+
+DWORD WINAPI PieceWorker(LPVOID)
+{
+    for (;;) {
+        WaitForSingleObject(g_wake, INFINITE);
+        int v = g_run.state.load(std::memory_order_acquire);
+        bool joined = false;
+        while (!(v & kClosed) && !joined)
+            joined = g_run.state.compare_exchange_weak(v, v + 1, std::memory_order_acq_rel);
+        if (!joined)
+            continue;
+        const unsigned int saved = _mm_getcsr();
+        _mm_setcsr(g_run.mxcsr);
+        TakePieces(g_run);
+        _mm_setcsr(saved);
+        g_run.state.fetch_sub(1, std::memory_order_release);
+    }
+}
+
+bool StartWorkers()
+{
+    static const bool started = [] {
+        SYSTEM_INFO si;
+        GetSystemInfo(&si);
+        int want = (int)si.dwNumberOfProcessors - 1;
+        if (want > 3)
+            want = 3;
+        if (want <= 0 || !(g_wake = CreateSemaphoreW(nullptr, 0, 1 << 20, nullptr)))
+            return false;
+        for (int i = 0; i < want; i++) {
+            HANDLE h = CreateThread(nullptr, 256 << 10, PieceWorker, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
+            if (h) {
+                CloseHandle(h);
+                g_workers++;
+            }
+        }
+        return g_workers > 0;
+    }();
+    return started;
+}
+
 } // namespace
+
+void RunPieces(int count, int piece, PieceFunc body, void *ctx)
+{
+    const int pieces = (count + piece - 1) / piece;
+    bool idle = false;
+    if (pieces < 2 || !StartWorkers() ||
+        !g_runBusy.compare_exchange_strong(idle, true, std::memory_order_acquire)) {
+        for (int begin = 0; begin < count; begin += piece)
+            body(ctx, begin, count - begin < piece ? count : begin + piece);
+        _mm_sfence();
+        return;
+    }
+    SharedRun &r = g_run;
+    r.body = body;
+    r.ctx = ctx;
+    r.count = count;
+    r.piece = piece;
+    r.pieces = pieces;
+    r.mxcsr = _mm_getcsr();
+    r.next.store(0, std::memory_order_relaxed);
+    r.state.store(0, std::memory_order_release);
+    ReleaseSemaphore(g_wake, g_workers, nullptr);
+    TakePieces(r);
+    r.state.fetch_or(kClosed, std::memory_order_acq_rel);
+    // Only workers that joined are waited for, and they are running.
+    for (int spins = 0; r.state.load(std::memory_order_acquire) != kClosed; spins++) {
+        if (spins < 1000)
+            YieldProcessor();
+        else
+            SwitchToThread();
+    }
+    g_runBusy.store(false, std::memory_order_release);
+}
 
 const CopyTable &BaseTable()
 {

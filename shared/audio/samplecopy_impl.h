@@ -19,6 +19,21 @@ const CopyTable &Sse2Table();
 const CopyTable &Avx2Table();
 const CopyTable &Avx512Table();
 
+// Long runs between separate buffers are cut into pieces that the caller and
+// the copy's worker threads take in turn; body(ctx, begin, end) converts one
+// piece. The workers run with the caller's floating point control word, so
+// the rounding is the same on every thread. Returns once every piece is done
+// and its stores are visible. With the workers busy on another run, or none
+// to be had, the caller converts every piece itself.
+typedef void (*PieceFunc)(void *ctx, int begin, int end);
+void RunPieces(int count, int piece, PieceFunc body, void *ctx);
+
+// From this many samples a run between separate buffers is shared out.
+enum { kSharedRunFrom = 1 << 20, kSharedPiece = 1 << 16 };
+// From this many output bytes stores bypass the caches: an output that
+// large leaves them anyway, and the lines need not be read first.
+enum { kStreamFromBytes = 8 << 20 };
+
 // Everything below has internal linkage: each unit is compiled for its own
 // instruction set, and the linker must not swap one unit's copy for another's.
 namespace {

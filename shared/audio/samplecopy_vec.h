@@ -281,6 +281,11 @@ template <int D> inline int AlignHead(const uint8_t *d)
     }
 }
 
+template <int D, int S> inline bool Apart(const uint8_t *d, const uint8_t *s, int count)
+{
+    return d + (size_t)count * Bytes(D) <= s || s + (size_t)count * Bytes(S) <= d;
+}
+
 // Whole blocks of K samples. Separate buffers: a first block where the
 // destination starts, then blocks on vector boundaries of the destination
 // (stores never split a cache line), and a last block that ends with the
@@ -290,8 +295,7 @@ template <int D> inline int AlignHead(const uint8_t *d)
 template <int D, int S, int K, bool Unity, class Step>
 inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Step step)
 {
-    const bool apart = d + (size_t)count * Bytes(D) <= s || s + (size_t)count * Bytes(S) <= d;
-    if (apart && count >= K) {
+    if (count >= K && Apart<D, S>(d, s, count)) {
         int head = Bytes(D) >= Bytes(S) ? AlignHead<Bytes(D)>(d) : AlignHead<Bytes(S)>(s);
         if (count - head < K)
             head = 0;
@@ -356,9 +360,15 @@ template <int D> inline V<LF>::i32 RoundToInt(vf x)
 {
     typedef V<LF>::i32 I;
     const vf lo = vf{} - (float)Denorm(D), hi = vf{} + (float)(Denorm(D) - 1.0);
-    if constexpr (Bits(D) == 32)
+    if constexpr (Bits(D) == 32) {
+#if ZVSC_VB == 64
+        const __m512i r = (__m512i)RoundPs(x);
+        return (I)_mm512_mask_sub_epi32(r, _mm512_cmp_ps_mask((__m512)x, (__m512)-lo, _CMP_GE_OQ), r,
+                                        _mm512_set1_epi32(1));
+#else
         return RoundPs(x) ^ (I)(x >= -lo);
-    else
+#endif
+    } else
         return RoundPs(ClampPs(x, lo, hi));
 }
 
@@ -461,6 +471,57 @@ inline bool FloatHoldsScale(double scale)
     return (double)f == scale && a >= 1.1754943508222875e-38 && a <= 3.4028234663852886e38;
 }
 
+template <int D, int S> void CopyVec(void *dest, const void *src, int count, float gain);
+
+// Bytes from a staging block to memory with streaming stores, on vector
+// boundaries of the destination; the staging block has the destination's
+// alignment, so its loads are whole vectors too.
+inline void StreamOut(uint8_t *d, const uint8_t *stage, size_t bytes)
+{
+    size_t head = (0 - (uintptr_t)d) & (ZVSC_VB - 1);
+    if (head > bytes)
+        head = bytes;
+    memcpy(d, stage, head);
+    size_t i = head;
+    for (; i + ZVSC_VB <= bytes; i += ZVSC_VB)
+#if ZVSC_VB == 64
+        _mm512_stream_si512((__m512i *)(d + i), _mm512_load_si512((const __m512i *)(stage + i)));
+#elif ZVSC_VB == 32
+        _mm256_stream_si256((__m256i *)(d + i), _mm256_load_si256((const __m256i *)(stage + i)));
+#else
+        _mm_stream_si128((__m128i *)(d + i), _mm_load_si128((const __m128i *)(stage + i)));
+#endif
+    memcpy(d + i, stage + i, bytes - i);
+}
+
+// A long run between separate buffers, in pieces for the worker threads.
+// A large output is converted in tiles into a staging block that stays in
+// the first-level cache and streamed out from there.
+template <int D, int S> struct LongRun {
+    uint8_t *d;
+    const uint8_t *s;
+    float gain;
+    bool stream;
+
+    static void Piece(void *ctx, int begin, int end)
+    {
+        const LongRun &r = *(const LongRun *)ctx;
+        if (!r.stream) {
+            CopyVec<D, S>(r.d + (size_t)begin * Bytes(D), r.s + (size_t)begin * Bytes(S), end - begin, r.gain);
+            return;
+        }
+        constexpr int kTile = 2048;
+        uint8_t raw[kTile * Bytes(D) + ZVSC_VB];
+        for (int i = begin; i < end; i += kTile) {
+            const int n = end - i < kTile ? end - i : kTile;
+            uint8_t *out = r.d + (size_t)i * Bytes(D);
+            uint8_t *stage = raw + (((uintptr_t)out - (uintptr_t)raw) & (ZVSC_VB - 1));
+            CopyVec<D, S>(stage, r.s + (size_t)i * Bytes(S), n, r.gain);
+            StreamOut(out, stage, (size_t)n * Bytes(D));
+        }
+    }
+};
+
 template <int D, int S>
 void CopyVec(void *dest, const void *src, int count, float gain)
 {
@@ -478,6 +539,11 @@ void CopyVec(void *dest, const void *src, int count, float gain)
     if (unity && D == S) {
         if (d != s)
             memmove(d, s, (size_t)count * Bytes(D));
+        return;
+    }
+    if (count >= kSharedRunFrom && Apart<D, S>(d, s, count)) {
+        LongRun<D, S> run = {d, s, gain, (size_t)count * Bytes(D) >= kStreamFromBytes};
+        RunPieces(count, kSharedPiece, &LongRun<D, S>::Piece, &run);
         return;
     }
     const double scale = Scale<D, S>(gain, unity);
