@@ -20,7 +20,7 @@ surrogate_exe="$(win "$(cd "$bin" && pwd)")\\x86\\Vantry.exe"
 running() {
     n=0
     for p in /proc/[0-9]*; do
-        case "$(tr '\0' ' ' <"$p/cmdline" 2>/dev/null)" in
+        case "$( { tr '\0' ' ' <"$p/cmdline"; } 2>/dev/null)" in
         *"$surrogate_exe"*) n=$((n + 1)) ;;
         esac
     done
