@@ -50,11 +50,20 @@ if [ "$where" = surrogate ]; then
         exit 1
     fi
 fi
+echo "== zvfio identify"
+set --
+for name in $(echo "$list" | cut -d' ' -f1); do
+    set -- "$@" "$(win "$out/$name")"
+done
+zvfio identify "$@" >"$out/.identify"
+rc=$?
+cat "$out/.identify"
+[ $rc -eq 0 ] || { echo "FAIL identify"; exit 1; }
 status=0
-echo "$list" | while read -r name opts; do
+echo "$list" | while read -r name reader opts; do
     f="$out/$name"
     echo "== $name"
-    zvfio identify "$(win "$f")" || { echo "FAIL identify $name"; exit 1; }
+    grep -qF "$(win "$f"): $reader {" "$out/.identify" || { echo "FAIL $name: not identified as $reader"; exit 1; }
     zvfio info "$(win "$f")" >"$out/.info" || { cat "$out/.info"; echo "FAIL info $name"; exit 1; }
     cat "$out/.info"
     if [ "$where" = surrogate ] && ! grep -q "^  runs     surrogate pid [1-9]" "$out/.info"; then

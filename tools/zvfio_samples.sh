@@ -28,12 +28,12 @@ out = b'RIFF' + struct.pack('<I', 4 + len(lst) + len(body)) + b'WAVE' + lst + bo
 open(sys.argv[2], 'wb').write(out)
 PY
 cat <<LIST
-w16.wav -e signed -b 16
-w24.wav -e signed -b 24
-w32.wav -e signed -b 32
-wf32.wav -e floating-point -b 32
-a16.aiff -e signed -b 16
-cf32.aifc -e floating-point -b 32
-x16.w64 -e signed -b 16
-listfirst.wav -e signed -b 16
+w16.wav Wave -e signed -b 16
+w24.wav Wave -e signed -b 24
+w32.wav Wave -e signed -b 32
+wf32.wav Wave -e floating-point -b 32
+a16.aiff AIFF -e signed -b 16
+cf32.aifc AIFF -e floating-point -b 32
+x16.w64 Wave64 -e signed -b 16
+listfirst.wav Wave -e signed -b 16
 LIST
