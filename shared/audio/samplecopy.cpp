@@ -120,54 +120,87 @@ ZVAUDIOCOPYFUNC Lookup(int dest, int src, DWORD w)
 }
 
 // ---------------------------------------------------------------------------
-// Worker threads for long runs: up to three, started on the first long run,
-// asleep on a semaphore between runs. One run at a time is shared; a run
-// that finds them busy is converted by its caller alone.
+// Worker threads for long runs: up to three, started on the first long run.
+// After a run a worker polls a little while for the next one, as runs of a
+// stream come in quick succession, then sleeps on a semaphore. One run at a
+// time is shared; a run that finds the workers busy is converted by its
+// caller alone.
 
 struct SharedRun {
     PieceFunc body;
     void *ctx;
-    int count, piece, pieces;
+    int count, piece;
     unsigned int mxcsr;
-    std::atomic<int> next{0};
+    // The caller takes pieces from the front, the workers from the back, so
+    // each thread tends to get the same part of the buffers on every run and
+    // finds it in its own cache; whoever is first takes the rest. Low word
+    // the next front piece, high word one past the last back piece.
+    std::atomic<uint64_t> ends{0};
     // Workers inside the run, plus kClosed once the caller has taken the
-    // last piece: a worker that wakes after that stays out.
+    // last piece: a worker that comes after that stays out.
     std::atomic<int> state{1 << 30};
+    std::atomic<unsigned> generation{0};
 };
 const int kClosed = 1 << 30;
 
 SharedRun g_run;
 std::atomic<bool> g_runBusy{false};
+std::atomic<int> g_sleeping{0};
 HANDLE g_wake;
 int g_workers;
 
-void TakePieces(SharedRun &r)
+// The next piece from the front or the back; -1 when none is left.
+int ClaimPiece(SharedRun &r, bool back)
 {
+    uint64_t v = r.ends.load(std::memory_order_relaxed);
     for (;;) {
-        const int k = r.next.fetch_add(1, std::memory_order_relaxed);
-        if (k >= r.pieces)
-            break;
+        const uint32_t front = (uint32_t)v, end = (uint32_t)(v >> 32);
+        if (front >= end)
+            return -1;
+        const uint64_t next = back ? (uint64_t)(end - 1) << 32 | front : (uint64_t)end << 32 | (front + 1);
+        if (r.ends.compare_exchange_weak(v, next, std::memory_order_relaxed))
+            return (int)(back ? end - 1 : front);
+    }
+}
+
+void TakePieces(SharedRun &r, bool back)
+{
+    for (int k; (k = ClaimPiece(r, back)) >= 0;) {
         const int begin = k * r.piece;
         r.body(r.ctx, begin, r.count - begin < r.piece ? r.count : begin + r.piece);
     }
     _mm_sfence();   // streaming stores are visible before the run is done
 }
 
+void JoinRun()
+{
+    int v = g_run.state.load(std::memory_order_acquire);
+    bool joined = false;
+    while (!(v & kClosed) && !joined)
+        joined = g_run.state.compare_exchange_weak(v, v + 1, std::memory_order_acq_rel);
+    if (!joined)
+        return;
+    const unsigned int saved = _mm_getcsr();
+    _mm_setcsr(g_run.mxcsr);
+    TakePieces(g_run, true);
+    _mm_setcsr(saved);
+    g_run.state.fetch_sub(1, std::memory_order_release);
+}
+
 DWORD WINAPI PieceWorker(LPVOID)
 {
+    unsigned seen = g_run.generation.load(std::memory_order_acquire);
     for (;;) {
-        WaitForSingleObject(g_wake, INFINITE);
-        int v = g_run.state.load(std::memory_order_acquire);
-        bool joined = false;
-        while (!(v & kClosed) && !joined)
-            joined = g_run.state.compare_exchange_weak(v, v + 1, std::memory_order_acq_rel);
-        if (!joined)
-            continue;
-        const unsigned int saved = _mm_getcsr();
-        _mm_setcsr(g_run.mxcsr);
-        TakePieces(g_run);
-        _mm_setcsr(saved);
-        g_run.state.fetch_sub(1, std::memory_order_release);
+        for (int spin = 0; spin < 2000 && g_run.generation.load(std::memory_order_acquire) == seen; spin++)
+            YieldProcessor();
+        if (g_run.generation.load(std::memory_order_acquire) == seen) {
+            g_sleeping.fetch_add(1, std::memory_order_seq_cst);
+            if (g_run.generation.load(std::memory_order_seq_cst) == seen)
+                WaitForSingleObject(g_wake, INFINITE);
+            g_sleeping.fetch_sub(1, std::memory_order_relaxed);
+        }
+        seen = g_run.generation.load(std::memory_order_acquire);
+        JoinRun();
     }
 }
 
@@ -211,12 +244,15 @@ void RunPieces(int count, int piece, PieceFunc body, void *ctx)
     r.ctx = ctx;
     r.count = count;
     r.piece = piece;
-    r.pieces = pieces;
     r.mxcsr = _mm_getcsr();
-    r.next.store(0, std::memory_order_relaxed);
+    r.ends.store((uint64_t)pieces << 32, std::memory_order_relaxed);
     r.state.store(0, std::memory_order_release);
-    ReleaseSemaphore(g_wake, g_workers, nullptr);
-    TakePieces(r);
+    r.generation.fetch_add(1, std::memory_order_seq_cst);
+    // A sleeping worker is woken; a polling one has seen the new run. One
+    // that falls asleep just now misses this run and wakes for the next.
+    if (const int sleeping = g_sleeping.load(std::memory_order_seq_cst))
+        ReleaseSemaphore(g_wake, sleeping, nullptr);
+    TakePieces(r, false);
     r.state.fetch_or(kClosed, std::memory_order_acq_rel);
     // Only workers that joined are waited for, and they are running.
     for (int spins = 0; r.state.load(std::memory_order_acquire) != kClosed; spins++) {

@@ -19,17 +19,19 @@ const CopyTable &Sse2Table();
 const CopyTable &Avx2Table();
 const CopyTable &Avx512Table();
 
-// Long runs between separate buffers are cut into pieces that the caller and
-// the copy's worker threads take in turn; body(ctx, begin, end) converts one
-// piece. The workers run with the caller's floating point control word, so
+// Long runs between separate buffers are cut into pieces that the caller
+// takes from the front and the copy's worker threads from the back;
+// body(ctx, begin, end) converts one piece. The workers run with the caller's floating point control word, so
 // the rounding is the same on every thread. Returns once every piece is done
 // and its stores are visible. With the workers busy on another run, or none
 // to be had, the caller converts every piece itself.
 typedef void (*PieceFunc)(void *ctx, int begin, int end);
 void RunPieces(int count, int piece, PieceFunc body, void *ctx);
 
-// From this many samples a run between separate buffers is shared out.
-enum { kSharedRunFrom = 1 << 20, kSharedPiece = 1 << 16 };
+// From this many samples a run between separate buffers is shared out
+// (a quarter of the second-level cache and more: the work outweighs the
+// hand-over, and each thread's part stays in its own cache).
+enum { kSharedRunFrom = 1 << 18, kSharedPiece = 1 << 16 };
 // From this many output bytes stores bypass the caches: an output that
 // large leaves them anyway, and the lines need not be read first.
 enum { kStreamFromBytes = 8 << 20 };
