@@ -368,8 +368,16 @@ template <int D> inline V<LF>::i32 RoundToInt(vf x)
 #else
         return RoundPs(x) ^ (I)(x >= -lo);
 #endif
-    } else
+    } else {
+#if ZVSC_VB == 32
+        // These stores saturate, and NaN has gone the scalar way: only the
+        // top needs holding, to 2^(m-1), which the store brings down by one.
+        // Below -2^31 the conversion's 0x80000000 saturates to the bottom.
+        if constexpr (D == 16 || D == 49 || D == 17)
+            return RoundPs((vf)_mm256_min_ps((__m256)x, (__m256)(vf{} + (float)Denorm(D))));
+#endif
         return RoundPs(ClampPs(x, lo, hi));
+    }
 }
 
 template <int D> constexpr bool NaNNeedsScalar()
@@ -424,6 +432,18 @@ template <int D, int S> inline V<LF>::i32 IntLanes(V<LF>::i32 x)
     } else {
         constexpr int k = n - m;
         constexpr int32_t half = 1 << (k - 1), hi = (int32_t)((1u << (m - 1)) - 1);
+#if ZVSC_VB == 64
+        // 32 to 16 bits for a saturating store: the kept part, plus one where
+        // the dropped bits with the kept low bit beside them exceed one half
+        // (a tie goes up only to an even result). No clamp: the one value
+        // past the top is saturated by the store.
+        if constexpr (n == 32 && (D == 17 || D == 64)) {
+            const __m512i v = (__m512i)x, q = _mm512_srai_epi32(v, k);
+            const __m512i f = _mm512_ternarylogic_epi32(_mm512_slli_epi32(v, 32 - k), q, _mm512_set1_epi32(1), 0xF8);
+            return (I)_mm512_mask_sub_epi32(q, _mm512_cmpgt_epu32_mask(f, _mm512_set1_epi32(INT32_MIN)), q,
+                                            _mm512_set1_epi32(-1));
+        }
+#endif
         if constexpr (n == 32) {
             constexpr int32_t top = INT32_MAX - half;
             x = x > top ? top : x;
