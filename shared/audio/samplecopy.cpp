@@ -230,12 +230,12 @@ bool StartWorkers()
 
 void RunPieces(int count, int piece, PieceFunc body, void *ctx)
 {
-    const int pieces = (count + piece - 1) / piece;
+    const int pieces = count / piece + (count % piece != 0);
     bool idle = false;
     if (pieces < 2 || !StartWorkers() ||
         !g_runBusy.compare_exchange_strong(idle, true, std::memory_order_acquire)) {
-        for (int begin = 0; begin < count; begin += piece)
-            body(ctx, begin, count - begin < piece ? count : begin + piece);
+        for (int k = 0; k < pieces; k++)
+            body(ctx, k * piece, count - k * piece < piece ? count : k * piece + piece);
         _mm_sfence();
         return;
     }

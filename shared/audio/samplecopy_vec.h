@@ -302,7 +302,7 @@ inline void RunBlocks(uint8_t *d, const uint8_t *s, int count, double scale, Ste
         for (int i = 0; i < head; i += K)
             step(i);
         int i = head;
-        for (; i + K <= count; i += K)
+        for (; i <= count - K; i += K)
             step(i);
         if (i < count)
             step(count - K);
@@ -342,8 +342,12 @@ inline void RunDouble(uint8_t *d, const uint8_t *s, int count, double scale)
     RunBlocks<D, S, 2 * L, Unity>(d, s, count, scale, [&](int i) ZVSC_INLINE {
         vd a = LoadD<S>(s + (size_t)i * Bytes(S));
         vd b = LoadD<S>(s + (size_t)(i + L) * Bytes(S));
-        a *= sc;
-        b *= sc;
+        // Between the float types at unity the factor is 1: the conversions
+        // alone quiet a signalling NaN as the product would.
+        if constexpr (!(Unity && IsFloat(D) && IsFloat(S))) {
+            a *= sc;
+            b *= sc;
+        }
         StoreD<D>(d + (size_t)i * Bytes(D), a);
         StoreD<D>(d + (size_t)(i + L) * Bytes(D), b);
     });
@@ -532,8 +536,8 @@ template <int D, int S> struct LongRun {
         }
         constexpr int kTile = 2048;
         uint8_t raw[kTile * Bytes(D) + ZVSC_VB];
-        for (int i = begin; i < end; i += kTile) {
-            const int n = end - i < kTile ? end - i : kTile;
+        for (int i = begin, n; i < end; i += n) {
+            n = end - i < kTile ? end - i : kTile;
             uint8_t *out = r.d + (size_t)i * Bytes(D);
             uint8_t *stage = raw + (((uintptr_t)out - (uintptr_t)raw) & (ZVSC_VB - 1));
             CopyVec<D, S>(stage, r.s + (size_t)i * Bytes(S), n, r.gain);
