@@ -463,6 +463,29 @@ template <int D, int S> inline V<LF>::i32 IntLanes(V<LF>::i32 x)
 template <int D, int S>
 inline void RunIntToInt(uint8_t *d, const uint8_t *s, int count)
 {
+#if ZVSC_VB == 64
+    // 32 to 16 bits in 16-bit lanes: the kept halves and the dropped halves
+    // of two vectors are packed side by side, and the kept half goes up by
+    // one (saturating) where the dropped half, with the kept low bit beside
+    // it, exceeds one half.
+    if constexpr (Bits(S) == 32 && (D == 17 || D == 64)) {
+        RunBlocks<D, S, 2 * LF, true>(d, s, count, 1.0, [&](int i) ZVSC_INLINE {
+            const __m512i a = (__m512i)LoadI<S, LF>(s + (size_t)i * Bytes(S));
+            const __m512i b = (__m512i)LoadI<S, LF>(s + (size_t)(i + LF) * Bytes(S));
+            const __m512i low = _mm512_set1_epi32(0xFFFF), one = _mm512_set1_epi16(1);
+            const __m512i kept = _mm512_packs_epi32(_mm512_srai_epi32(a, 16), _mm512_srai_epi32(b, 16));
+            const __m512i dropped = _mm512_packus_epi32(_mm512_and_si512(a, low), _mm512_and_si512(b, low));
+            const __m512i f = _mm512_ternarylogic_epi32(dropped, kept, one, 0xF8);
+            __m512i w = _mm512_mask_adds_epi16(kept, _mm512_cmpgt_epu16_mask(f, _mm512_set1_epi16((short)0x8000)),
+                                               kept, one);
+            w = _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), w);
+            if constexpr (D == 64)
+                w = _mm512_or_si512(_mm512_slli_epi16(w, 8), _mm512_srli_epi16(w, 8));
+            _mm512_storeu_si512(d + (size_t)i * Bytes(D), w);
+        });
+        return;
+    }
+#endif
     RunBlocks<D, S, 2 * LF, true>(d, s, count, 1.0, [&](int i) ZVSC_INLINE {
         V<LF>::i32 a = LoadI<S, LF>(s + (size_t)i * Bytes(S));
         V<LF>::i32 b = LoadI<S, LF>(s + (size_t)(i + LF) * Bytes(S));

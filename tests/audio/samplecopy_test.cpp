@@ -240,6 +240,41 @@ TEST(SampleCopyRule, ExamplesOfTheRoundingAndClamping)
     EXPECT_TRUE(isnan(one(32, 17, 100, nanGain)));
 }
 
+// Ties, near-ties and the top and bottom of 32-bit sources, in runs long
+// enough for every vector path.
+TEST(SampleCopyRule, TiesAndEndsOfThirtyTwoBitSourcesInLongRuns)
+{
+    std::vector<int32_t> src;
+    for (int32_t h : {0, 1, 2, 3, -1, -2, 32766, 32767, -32768, -32767, 127, 128, -129})
+        for (int32_t l : {0x8000, 0x7FFF, 0x8001, 0, 0xFFFF, 0x80, 0x7F, 0x81})
+            src.push_back((int32_t)((uint32_t)h << 16 | (uint32_t)l));
+    src.push_back(INT32_MAX);
+    src.push_back(INT32_MIN);
+    while (src.size() % 64)
+        src.push_back((int32_t)(0x7FFF8000u + (uint32_t)src.size()));
+    const int n = (int)src.size();
+    std::vector<int16_t> s16(n);
+    ZvAudio_GetCopyFunction2(ZVSAMPLE_S16, ZVSAMPLE_S32)(s16.data(), src.data(), n, 1.0f);
+    for (int i = 0; i < n; i++) {
+        double want = nearbyint((double)src[i] / 65536.0);
+        want = want > 32767 ? 32767 : want;
+        ASSERT_EQ(s16[i], (int16_t)want) << "source " << src[i];
+    }
+    for (int d : {16, 49, 17, 64, 18, 48})
+        for (int s : {19, 66}) {
+            if (!Exists(d, s))
+                continue;
+            std::vector<uint8_t> in((size_t)n * 4), want((size_t)n * 4), got((size_t)n * 4);
+            for (int i = 0; i < n; i++)
+                RefWrite(s, &in[(size_t)i * 4], (double)src[i]);
+            ZvAudio_GetCopyFunctionForCPU((ZVSAMPLETYPE)d, (ZVSAMPLETYPE)s, 0)(want.data(), in.data(), n, 1.0f);
+            for (DWORD w : Words()) {
+                ZvAudio_GetCopyFunctionForCPU((ZVSAMPLETYPE)d, (ZVSAMPLETYPE)s, w)(got.data(), in.data(), n, 1.0f);
+                ASSERT_EQ(memcmp(want.data(), got.data(), got.size()), 0) << "dest " << d << " src " << s << " word " << w;
+            }
+        }
+}
+
 TEST(SampleCopyRule, HalvingInPlaceAndEmptyCounts)
 {
     int16_t buf[7] = {1, 3, 5, -3, 32767, -32768, 0};
