@@ -393,6 +393,27 @@ template <int D>
 inline void RunFloatToInt(uint8_t *d, const uint8_t *s, int count)
 {
     const vf mul = vf{} + (float)Denorm(D);
+#if ZVSC_VB == 64
+    // 32 bits: four vectors a step, one NaN test for all.
+    if constexpr (Bits(D) == 32) {
+        const __m512 m = (__m512)mul;
+        RunBlocks<D, 32, 4 * LF, true>(d, s, count, Denorm(D), [&](int i) ZVSC_INLINE {
+            const float *p = (const float *)(s + (size_t)i * 4);
+            const __m512 x0 = _mm512_mul_ps(_mm512_loadu_ps(p), m), x1 = _mm512_mul_ps(_mm512_loadu_ps(p + 16), m);
+            const __m512 x2 = _mm512_mul_ps(_mm512_loadu_ps(p + 32), m), x3 = _mm512_mul_ps(_mm512_loadu_ps(p + 48), m);
+            if (!_kortestz_mask16_u8(_mm512_cmp_ps_mask(x0, x1, _CMP_UNORD_Q), _mm512_cmp_ps_mask(x2, x3, _CMP_UNORD_Q))) {
+                ScalarRun<D, 32, true>(d, s, i, i + 4 * LF, Denorm(D));
+                return;
+            }
+            uint8_t *q = d + (size_t)i * Bytes(D);
+            StoreI<D, LF>(q, RoundToInt<D>((vf)x0));
+            StoreI<D, LF>(q + 64, RoundToInt<D>((vf)x1));
+            StoreI<D, LF>(q + 128, RoundToInt<D>((vf)x2));
+            StoreI<D, LF>(q + 192, RoundToInt<D>((vf)x3));
+        });
+        return;
+    }
+#endif
     RunBlocks<D, 32, 2 * LF, true>(d, s, count, Denorm(D), [&](int i) ZVSC_INLINE {
         vf x, y;
         memcpy(&x, s + (size_t)i * 4, sizeof(x));
