@@ -562,6 +562,12 @@ inline void StreamOut(uint8_t *d, const uint8_t *stage, size_t bytes)
     memcpy(d + i, stage + i, bytes - i);
 }
 
+template <int Hint> inline void Fetch(const uint8_t *p, int bytes)
+{
+    for (int b = 0; b < bytes; b += 64)
+        _mm_prefetch((const char *)p + b, (_mm_hint)Hint);
+}
+
 // A long run between separate buffers, in pieces for the worker threads.
 // A large output is converted in tiles into a staging block that stays in
 // the first-level cache and streamed out from there.
@@ -578,8 +584,9 @@ template <int D, int S> struct LongRun {
             CopyVec<D, S>(r.d + (size_t)begin * Bytes(D), r.s + (size_t)begin * Bytes(S), end - begin, r.gain);
             return;
         }
-        // The source is read some 2 KiB ahead of use: the processor's own
-        // prefetch keeps fewer reads in flight than the memory can serve.
+        // The source is fetched ahead of use, some 2 KiB into the first-level
+        // cache and some 8 KiB into the second: the processor's own prefetch
+        // keeps fewer reads in flight than the memory can serve.
         constexpr int kTile = 2048, kSub = 256, kAhead = 2048 / Bytes(S) > kSub ? 2048 / Bytes(S) : kSub;
         uint8_t raw[kTile * Bytes(D) + ZVSC_VB];
         for (int i = begin, n; i < end; i += n) {
@@ -588,11 +595,10 @@ template <int D, int S> struct LongRun {
             uint8_t *stage = raw + (((uintptr_t)out - (uintptr_t)raw) & (ZVSC_VB - 1));
             for (int j = 0, m; j < n; j += m) {
                 m = n - j < kSub ? n - j : kSub;
-                if (i + j + kAhead + kSub <= end) {
-                    const uint8_t *ahead = r.s + (size_t)(i + j + kAhead) * Bytes(S);
-                    for (int b = 0; b < kSub * Bytes(S); b += 64)
-                        _mm_prefetch((const char *)ahead + b, _MM_HINT_T0);
-                }
+                if (i + j + kAhead + kSub <= end)
+                    Fetch<_MM_HINT_T0>(r.s + (size_t)(i + j + kAhead) * Bytes(S), kSub * Bytes(S));
+                if (i + j + 4 * kAhead + kSub <= end)
+                    Fetch<_MM_HINT_T1>(r.s + (size_t)(i + j + 4 * kAhead) * Bytes(S), kSub * Bytes(S));
                 CopyVec<D, S>(stage + (size_t)j * Bytes(D), r.s + (size_t)(i + j) * Bytes(S), m, r.gain);
             }
             StreamOut(out, stage, (size_t)n * Bytes(D));
