@@ -9,7 +9,10 @@
 #include "audio/waveformat.h"
 
 // destination, source, count of samples (not frames), gain (1.0 = unity).
-// A count of 0 or below writes nothing.
+// A count of 0 or below writes nothing. From 256Ki samples between separate
+// buffers the vector forms share the run with worker threads (which round
+// as the calling thread does) and return when all of it is written; an
+// output of 8 MiB or more is written past the caches.
 typedef void (*ZVAUDIOCOPYFUNC)(void *dest, const void *src, int count, float gain);
 
 // Null for a pair without a function (destination 64 or 65 with source 48
