@@ -128,19 +128,16 @@ HRESULT InfoTexts(const PcmClassInfo *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids,
 
 // ------------------------------------------------------------------ file
 
-class PcmReadFile : public zvsdk::Com<IZvReadFile, &IID_IZvReadFile> {
+class PcmReadFile : public zvsdk::ReadFileObject {
 public:
     PcmReadFile(IZvReadFileClass *owner, HANDLE file, const PcmLayout &layout, BSTR name)
-        : owner_(owner), file_(file), layout_(layout), name_(name)
+        : ReadFileObject(owner, name), file_(file), layout_(layout)
     {
-        owner_->AddRef();
         InitializeCriticalSection(&lock_);
     }
     ~PcmReadFile()
     {
         Close();
-        owner_->Release();
-        SysFreeString(name_);
         DeleteCriticalSection(&lock_);
     }
     const PcmLayout &layout() const { return layout_; }
@@ -187,32 +184,6 @@ public:
         return *done ? S_OK : hr;
     }
 
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
-    {
-        if (!readClass)
-            return E_POINTER;
-        *readClass = owner_;
-        owner_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
-    {
-        if (!sibling)
-            return E_POINTER;
-        *sibling = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = name_ ? SysAllocString(name_) : NULL;
-        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
-    }
     HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *flags) override
     {
         if (!flags)
@@ -234,7 +205,6 @@ public:
         *types = 0;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         if (!length)
@@ -294,13 +264,6 @@ public:
         *length = (LONGLONG)layout_.frames;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
-    {
-        if (!meta)
-            return E_POINTER;
-        *meta = nullptr;
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE Close() override
     {
         EnterCriticalSection(&lock_);
@@ -313,10 +276,8 @@ public:
     }
 
 private:
-    IZvReadFileClass *owner_;
     HANDLE file_;
     PcmLayout layout_;
-    BSTR name_;
     CRITICAL_SECTION lock_;
 };
 

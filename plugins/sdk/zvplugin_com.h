@@ -182,6 +182,60 @@ protected:
     const ZVFILESTREAMTYPE type_;
 };
 
+// What an open file answers without knowing its format: the class that
+// opened it, its name (owned, may be null), no info blocks, no siblings,
+// no refresh. A reader overrides what its format offers.
+class ReadFileObject : public Com<IZvReadFile, &IID_IZvReadFile> {
+public:
+    ReadFileObject(IZvReadFileClass *owner, BSTR name) : owner_(owner), name_(name) { owner_->AddRef(); }
+    ~ReadFileObject() override
+    {
+        owner_->Release();
+        SysFreeString(name_);
+    }
+    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
+    {
+        if (!readClass)
+            return E_POINTER;
+        *readClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = name_ ? SysAllocString(name_) : NULL;
+        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
+    {
+        if (!sibling)
+            return E_POINTER;
+        *sibling = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
+    {
+        if (!meta)
+            return E_POINTER;
+        *meta = nullptr;
+        return E_NOTIMPL;
+    }
+
+protected:
+    IZvReadFileClass *owner_;
+    BSTR name_;
+};
+
 // A class factory that makes its objects through a function with a context
 // (a class record, a kind number: whatever the DLL keys its classes by).
 class Factory : public Com<IClassFactory, &IID_IClassFactory> {

@@ -276,48 +276,12 @@ private:
     LONGLONG next_ = 0;
 };
 
-class TkReadFile : public TkCom<IZvReadFile, &IID_IZvReadFile> {
+class TkReadFile : public zvsdk::ReadFileObject {
 public:
     TkReadFile(IZvReadFileClass *owner, BSTR name, LONGLONG size, LONGLONG frames)
-        : owner_(owner), name_(name), size_(size), frames_(frames)
+        : ReadFileObject(owner, name), size_(size), frames_(frames)
     {
-        owner_->AddRef();
     }
-    ~TkReadFile()
-    {
-        owner_->Release();
-        SysFreeString(name_);
-    }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
-    {
-        if (!readClass)
-            return E_POINTER;
-        *readClass = owner_;
-        owner_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
-    {
-        if (!sibling)
-            return E_POINTER;
-        *sibling = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = SysAllocString(name_);
-        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         if (!length)
@@ -373,18 +337,9 @@ public:
         *length = frames_;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
-    {
-        if (!meta)
-            return E_POINTER;
-        *meta = nullptr;
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
 
 private:
-    IZvReadFileClass *owner_;
-    BSTR name_;
     LONGLONG size_;
     LONGLONG frames_;
 };

@@ -169,20 +169,9 @@ public:
 
 // ---------------------------------------------------------------- file
 
-class TsFile : public TsCom<IZvReadFile, &IID_IZvReadFile> {
+class TsFile : public zvsdk::ReadFileObject {
 public:
-    explicit TsFile(IZvReadFileClass *cls) : cls_(cls) { cls_->AddRef(); }
-    ~TsFile() { cls_->Release(); }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **cls) override
-    {
-        if (!cls)
-            return E_POINTER;
-        *cls = cls_;
-        cls_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
+    explicit TsFile(IZvReadFileClass *cls) : ReadFileObject(cls, NULL) {}
     HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *buffer, DWORD size, DWORD infoId) override
     {
         if (!buffer || size < 4)
@@ -193,20 +182,15 @@ public:
         memcpy(buffer, &pid, 4);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
     // a sibling, with an informative success
     HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override
     {
         if (!sibling)
             return E_POINTER;
-        HRESULT hr = Hand(new (std::nothrow) TsFile(cls_), IID_IZvReadFile, (void **)sibling);
+        HRESULT hr = Hand(new (std::nothrow) TsFile(owner_), IID_IZvReadFile, (void **)sibling);
         return SUCCEEDED(hr) ? S_FALSE : hr;
     }
     HRESULT STDMETHODCALLTYPE GetFileName(BSTR *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Refresh(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         if (!length)
@@ -248,9 +232,6 @@ public:
         return Hand(new (std::nothrow) TsMeta, IID_IZvReadMeta, (void **)meta);
     }
     HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
-
-private:
-    IZvReadFileClass *cls_;
 };
 
 // ---------------------------------------------------------------- classes
