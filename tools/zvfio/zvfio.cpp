@@ -100,6 +100,36 @@ static void Usage(FILE *to)
                 "1 on a failure (with the system's error text), 2 on wrong usage.\n");
 }
 
+// Whether the command takes the option "--name", and whether with a value.
+static bool TakesOption(const Command *command, const std::string &name, bool *takesValue)
+{
+    const char *list = command->options ? command->options : "";
+    while (*list) {
+        while (*list == ' ')
+            list++;
+        const char *end = list;
+        while (*end && *end != ' ')
+            end++;
+        size_t n = (size_t)(end - list);
+        const bool value = n > 0 && list[n - 1] == '=';
+        if (value)
+            n--;
+        if (n > 0 && name.size() == n && name.compare(0, n, list, n) == 0) {
+            *takesValue = value;
+            return true;
+        }
+        list = end;
+    }
+    return false;
+}
+
+// The first line of a command's help, which is its usage line.
+static std::string UsageLine(const Command *command)
+{
+    std::string help = command->help;
+    return help.substr(0, help.find('\n') + 1);
+}
+
 std::string zvfio::ErrorText(HRESULT hr)
 {
     // the result's sentence alone; the handler's text opens with a line break
@@ -149,16 +179,49 @@ int wmain(int argc, wchar_t **argv)
     }
     Args args;
     bool help = false;
+    bool optionsEnd = false;
     for (int i = 2; i < argc; i++) {
         std::wstring a = argv[i];
-        if (a == L"--help" || a == L"-h")
+        if (optionsEnd || a.size() < 2 || a.compare(0, 2, L"--") != 0 || a == L"-") {
+            if (a == L"-h" && !optionsEnd)
+                help = true;
+            else
+                args.files.push_back(a);
+            continue;
+        }
+        if (a == L"--") {
+            optionsEnd = true;
+            continue;
+        }
+        if (a == L"--help") {
             help = true;
-        else if (a == L"--json")
+            continue;
+        }
+        const std::wstring::size_type eq = a.find(L'=');
+        const std::string optName = Utf8(a.substr(0, eq));
+        bool takesValue = false;
+        if (!TakesOption(command, optName, &takesValue)) {
+            Err("zvfio %s: unknown option '%s'\n", command->name, Utf8(a).c_str());
+            Err("%s", UsageLine(command).c_str());
+            return 2;
+        }
+        if (takesValue && eq == std::wstring::npos) {
+            if (i + 1 >= argc) {
+                Err("zvfio %s: option '%s' needs a value\n", command->name, optName.c_str());
+                Err("%s", UsageLine(command).c_str());
+                return 2;
+            }
+            a += L"=";
+            a += argv[++i];
+        } else if (!takesValue && eq != std::wstring::npos) {
+            Err("zvfio %s: option '%s' takes no value\n", command->name, optName.c_str());
+            Err("%s", UsageLine(command).c_str());
+            return 2;
+        }
+        if (a == L"--json")
             args.json = true;
-        else if (a.size() > 2 && a.compare(0, 2, L"--") == 0)
-            args.options.push_back(a);
         else
-            args.files.push_back(a);
+            args.options.push_back(a);
     }
     if (help) {
         Out("%s", command->help);

@@ -18,13 +18,19 @@ struct Args {
     bool value(const wchar_t *name, std::wstring *out) const;
 };
 
-// A command: its name, one line of summary, its help text, and its body.
+// A command: its name, one line of summary, its help text, the options it
+// takes, and its body. `options` lists them separated by spaces; a name that
+// ends with '=' takes a value, given as "--name=value" or "--name value"
+// (both reach the body as "--name=value"). "--json" is an option like any
+// other. Anything else that starts with "--" is a usage error (exit 2); a
+// lone "--" ends the options.
 // The body returns S_OK, S_FALSE (ran, nothing to do), or a failure that
 // main() reports with the error handler's text.
 struct Command {
     const char *name;
     const char *summary;
     const char *help;
+    const char *options;
     HRESULT (*run)(const Args &args);
 };
 

@@ -279,6 +279,7 @@ const Command kChunksCommand = {
     "size runs past the end of the file.\n"
     "\n"
     "  --json   one JSON array with a tree per file\n",
+    "--json",
     Run,
 };
 

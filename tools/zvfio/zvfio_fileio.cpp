@@ -377,23 +377,10 @@ HRESULT Info(const Args &args)
 
 HRESULT Read(const Args &args)
 {
-    std::wstring rawPath, path;
-    if (args.has(L"--raw")) {
-        if (!args.value(L"--raw", &rawPath)) {
-            if (args.files.size() != 2)
-                return ZVFIO_E_USAGE;
-            rawPath = args.files[0];
-            path = args.files[1];
-        } else if (args.files.size() == 1) {
-            path = args.files[0];
-        } else {
-            return ZVFIO_E_USAGE;
-        }
-    } else if (args.files.size() == 1) {
-        path = args.files[0];
-    } else {
+    std::wstring rawPath;
+    if (args.files.size() != 1 || (args.has(L"--raw") && !args.value(L"--raw", &rawPath)))
         return ZVFIO_E_USAGE;
-    }
+    const std::wstring path = args.files[0];
     Manager mgr;
     HRESULT hr = mgr.Create();
     if (FAILED(hr))
@@ -525,6 +512,7 @@ const Command kPluginsCommand = {
     "           (Surrogate=) changed, since the cache keeps a DLL's group\n"
     "           until the DLL itself changes\n"
     "  --json   the list as JSON\n",
+    "--load --rescan --json",
     Plugins,
 };
 
@@ -534,6 +522,7 @@ const Command kIdentifyCommand = {
     "\n"
     "Names the reader class that the manager picks for each file, or the\n"
     "system's error code and text. Exit code 1 when any file failed.\n",
+    "",
     Identify,
 };
 
@@ -545,6 +534,7 @@ const Command kInfoCommand = {
     "(this process or its surrogate's process id), the file's size and\n"
     "metadata kinds, and each stream: type, rate, channels, bits, float or\n"
     "integer, length.\n",
+    "--json",
     Info,
 };
 
@@ -559,6 +549,7 @@ const Command kReadCommand = {
     "                    to OUT\n"
     "  --private-buffer  read into private memory instead of shared memory; a\n"
     "                    reader in a surrogate then gets a copy for each call\n",
+    "--raw= --private-buffer",
     Read,
 };
 

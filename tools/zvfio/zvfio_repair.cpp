@@ -201,6 +201,7 @@ const Command kRepairCommand = {
     "\n"
     "  --force  repair even a file whose header fits\n"
     "  --json   the changes as a JSON object\n",
+    "--force --json",
     Run,
 };
 
