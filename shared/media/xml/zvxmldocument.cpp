@@ -16,14 +16,16 @@ namespace {
 
 const size_t kFirstBlock = 64 * 1024, kLargestBlock = 4 * 1024 * 1024;
 
-// Freed blocks of the standard sizes wait here for the next document, up to
-// a limit: memory the process touches for the first time costs far more than
-// the parse (a page fault each page), and documents tend to come in series.
+// Freed blocks of the standard sizes wait here for the next document, a few
+// of each size and more of the largest: memory the process touches for the
+// first time costs far more than the parse (a page fault each page), and
+// documents tend to come in series. Every size keeps its own room, so that a
+// large document does not push out what the small ones need.
 const int kSizeClasses = 7; // 64 KiB to 4 MiB
-const size_t kCacheLimit = sizeof(void *) == 8 ? 128u << 20 : 32u << 20;
+const int kKeepSmall = 4, kKeepLargest = sizeof(void *) == 8 ? 24 : 6;
 SRWLOCK g_cacheLock = SRWLOCK_INIT;
 ZvXMLBlock *g_cache[kSizeClasses];
-size_t g_cached;
+int g_cached[kSizeClasses];
 
 int SizeClass(size_t size)
 {
@@ -42,7 +44,7 @@ ZvXMLBlock *TakeCached(size_t size)
     ZvXMLBlock *b = g_cache[c];
     if (b) {
         g_cache[c] = b->next;
-        g_cached -= size;
+        g_cached[c]--;
     }
     ReleaseSRWLockExclusive(&g_cacheLock);
     return b;
@@ -53,11 +55,11 @@ void GiveBack(ZvXMLBlock *b)
     int c = SizeClass(b->size);
     if (c >= 0) {
         AcquireSRWLockExclusive(&g_cacheLock);
-        bool keep = g_cached + b->size <= kCacheLimit;
+        bool keep = g_cached[c] < (c == kSizeClasses - 1 ? kKeepLargest : kKeepSmall);
         if (keep) {
             b->next = g_cache[c];
             g_cache[c] = b;
-            g_cached += b->size;
+            g_cached[c]++;
         }
         ReleaseSRWLockExclusive(&g_cacheLock);
         if (keep)
