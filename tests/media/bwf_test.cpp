@@ -1,0 +1,163 @@
+// bext and iXML chunks at chunk level: in-place updates, JUNK and append,
+// deletes, the size limit; and a file for the outside tools to read back.
+#include "mediatest.h"
+#include "media/bwf.h"
+#include "media/riff.h"
+
+using namespace mediatest;
+
+namespace {
+
+Bytes Fmt16(unsigned channels, unsigned rate, unsigned bits)
+{
+    Bytes f;
+    Le16(f, 1);
+    Le16(f, channels);
+    Le32(f, rate);
+    Le32(f, rate * channels * bits / 8);
+    Le16(f, channels * bits / 8);
+    Le16(f, bits);
+    return f;
+}
+
+Bytes Text(const char *s)
+{
+    return Bytes(s, s + strlen(s));
+}
+
+Bytes ReadAll(const std::wstring &path)
+{
+    std::vector<unsigned char> b;
+    zvtest::ReadFileBytes(path, b);
+    return Bytes(b.begin(), b.end());
+}
+
+// The body of the first chunk id, or empty; at returns where the body starts.
+Bytes Body(const Bytes &f, const char *id, size_t *at = nullptr)
+{
+    for (size_t o = 12; o + 8 <= f.size();) {
+        unsigned size = GetLe32(f, o + 4);
+        if (!memcmp(&f[o], id, 4)) {
+            if (at)
+                *at = o + 8;
+            return Bytes(f.begin() + (long)o + 8, f.begin() + (long)std::min(f.size(), o + 8 + size));
+        }
+        o += 8 + size + (size & 1);
+    }
+    return {};
+}
+
+// A bext body: description, originator, reference, date, time, time
+// reference, version 1, then a coding history.
+Bytes Bext(const char *description, const char *originator, unsigned long long timeReference, const char *history)
+{
+    Bytes b(602, 0);
+    memcpy(&b[0], description, strlen(description));
+    memcpy(&b[256], originator, strlen(originator));
+    memcpy(&b[288], "ZV0000000001", 12);
+    memcpy(&b[320], "2026-11-25", 10);
+    memcpy(&b[330], "01:02:03", 8);
+    for (int i = 0; i < 8; i++)
+        b[338 + i] = (BYTE)(timeReference >> (8 * i));
+    b[346] = 1;
+    Put(b, history, strlen(history));
+    return b;
+}
+
+} // namespace
+
+TEST(BwfChunks, UpdateInPlaceJunkAndAppend)
+{
+    const Bytes audio = Filled(1000, 3);
+    Bytes img = Riff("WAVE", Cat({Chunk("fmt ", Fmt16(2, 48000, 16)), Chunk("iXML", Text("<BWFXML>old old old</BWFXML>")),
+                                  Chunk("data", audio)}));
+    TestFile t(img, L"bwf.wav");
+    DWORD written = 99;
+    // Shorter: in place, the tail zeroed, nothing else moves.
+    const char *shorter = "<BWFXML/>";
+    ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), shorter, (DWORD)strlen(shorter), &written));
+    EXPECT_EQ(0u, written);
+    Bytes now = ReadAll(t.path());
+    ASSERT_EQ(img.size(), now.size());
+    Bytes x = Body(now, "iXML");
+    Bytes expect = Text(shorter);
+    expect.resize(x.size(), 0);
+    EXPECT_EQ(expect, x);
+    EXPECT_EQ(audio, Body(now, "data"));
+
+    // Larger, odd sized: the old chunk turns to JUNK, the new one is appended
+    // with an even size and a zero pad, the RIFF size grows by written.
+    const char *larger = "<BWFXML><PROJECT>Night Shoot</PROJECT><SCENE>12A</SCENE></BWFXML>";
+    DWORD n = (DWORD)strlen(larger);
+    ASSERT_EQ(1u, n & 1);
+    ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), larger, n, &written));
+    EXPECT_EQ(8 + n + 1, written);
+    now = ReadAll(t.path());
+    ASSERT_EQ(img.size() + written, now.size());
+    EXPECT_EQ(now.size() - 8, GetLe32(now, 4));
+    EXPECT_EQ(expect.size(), Body(now, "JUNK").size());
+    size_t at = 0;
+    x = Body(now, "iXML", &at);
+    EXPECT_EQ(img.size() + 8, at);
+    ASSERT_EQ(n + 1, x.size());
+    EXPECT_EQ(0, memcmp(x.data(), larger, n));
+    EXPECT_EQ(0, x[n]);
+    EXPECT_EQ(audio, Body(now, "data"));
+
+    // Missing: appended. Then deletes add their sizes to the caller's count.
+    ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_BEXT, t.h(), "abcd", 4, &written));
+    EXPECT_EQ(12u, written);
+    EXPECT_EQ(Text("abcd"), Body(ReadAll(t.path()), "bext"));
+    DWORD removed = 5;
+    EXPECT_EQ(S_OK, bwfriff_DeleteAllChunks(t.h(), &removed));
+    EXPECT_EQ(5u + 12 + (8 + n + 1), removed); // both, added to what was there
+    now = ReadAll(t.path());
+    EXPECT_TRUE(Body(now, "bext").empty());
+    EXPECT_TRUE(Body(now, "iXML").empty());
+    EXPECT_EQ(audio, Body(now, "data"));
+    EXPECT_EQ(now.size() - 8, GetLe32(now, 4));
+    removed = 0;
+    EXPECT_EQ(S_OK, bwfriff_DeleteChunk(BWF_CHUNK_BEXT, t.h(), &removed)); // missing: no fault
+    EXPECT_EQ(0u, removed);
+    EXPECT_EQ(S_OK, bwfriff_DeleteChunk(2, t.h(), &removed));
+    EXPECT_EQ(E_INVALIDARG, bwfriff_UpdateStreamChunk(2, t.h(), "a", 1, &written));
+}
+
+TEST(BwfChunks, SizeLimitLeavesTheFileAsItWas)
+{
+    Bytes img = Riff("WAVE", Cat({Chunk("fmt ", Fmt16(1, 8000, 8)), Chunk("iXML", Text("<a/>")), Chunk("data", Filled(10))}));
+    img[4] = 0xF0, img[5] = 0xFF, img[6] = 0xFF, img[7] = 0xFF; // a RIFF size near the limit
+    TestFile t(img, L"limit.wav");
+    DWORD written = 0;
+    EXPECT_EQ(ZVERR_SIZE_LIMIT, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), "<BWFXML></BWFXML>", 17, &written));
+    EXPECT_EQ(img, ReadAll(t.path()));
+    // Without a fmt chunk there is nothing to describe.
+    TestFile bare(Riff("WAVE", Chunk("data", Filled(10))), L"bare.wav");
+    EXPECT_EQ(ZVERR_NOT_FOUND, bwfriff_UpdateStreamChunk(BWF_CHUNK_BEXT, bare.h(), "x", 1, &written));
+}
+
+// A sox-made wave gets a bext and an iXML (grown once, so also a JUNK);
+// sndfile-info, sndfile-cmp and xmllint read it back after the run.
+TEST(BwfChunks, WritesAFileForTheOutsideTools)
+{
+    if (!FixturesPresent())
+        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    std::wstring path = OutDir() + L"bwf.wav";
+    ASSERT_TRUE(CopyFileW((FixtureDir() + L"tone16.wav").c_str(), path.c_str(), FALSE));
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, h);
+    Bytes bext = Bext("Scene 12 take 3", "zvtest", 123456789ull, "A=PCM,F=44100,W=16,M=stereo,T=zvtest,\r\n");
+    DWORD written = 0;
+    EXPECT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_BEXT, h, bext.data(), (DWORD)bext.size(), &written));
+    const char *small = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<BWFXML><SCENE>1</SCENE></BWFXML>";
+    const char *big = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<BWFXML><IXML_VERSION>1.61</IXML_VERSION>"
+                      "<SCENE>12A</SCENE><TAKE>3</TAKE><NOTE>Plane &amp; wind</NOTE></BWFXML>";
+    EXPECT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, h, small, (DWORD)strlen(small), &written));
+    EXPECT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, h, big, (DWORD)strlen(big), &written));
+    DWORD rate = 0, bits = 0, channels = 0;
+    EXPECT_EQ(S_OK, ReadFilePropsFromFormatChunk(h, &rate, &bits, &channels));
+    EXPECT_EQ(44100u, rate);
+    EXPECT_EQ(16u, bits);
+    EXPECT_EQ(2u, channels);
+    CloseHandle(h);
+}
