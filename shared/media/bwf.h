@@ -26,3 +26,49 @@ ZVAPI HRESULT bwfriff_UpdateStreamChunk(int which, HANDLE file, const void *data
 // size is added to *removed.
 ZVAPI HRESULT bwfriff_DeleteChunk(int which, HANDLE file, DWORD *removed);
 ZVAPI HRESULT bwfriff_DeleteAllChunks(HANDLE file, DWORD *removed);
+
+// Values of the two views, by index: 0 to 15 the bext fields, 16 to 79 the
+// iXML nodes of GetTblIxmlInfo.
+enum ZVMETA_BWFINFO_TYPE {
+    ZVBWF_DESCRIPTION = 0, ZVBWF_ORIGINATOR, ZVBWF_ORIGINATOR_REFERENCE, ZVBWF_ORIGINATION_DATE,
+    ZVBWF_ORIGINATION_TIME, ZVBWF_TIME_REFERENCE_LOW, ZVBWF_TIME_REFERENCE_HIGH, ZVBWF_VERSION, ZVBWF_UMID,
+    ZVBWF_RESERVED, ZVBWF_CODING_HISTORY, ZVBWF_LOUDNESS_VALUE, ZVBWF_LOUDNESS_RANGE, ZVBWF_MAX_TRUE_PEAK,
+    ZVBWF_MAX_MOMENTARY, ZVBWF_MAX_SHORT_TERM,
+    ZVIXML_BWFXML = 16, ZVIXML_PROJECT = 18, ZVIXML_SCENE = 19, ZVIXML_TAKE = 20, ZVIXML_NOTE = 28,
+    ZVIXML_BEXT_DESCRIPTION = 53, ZVIXML_BEXT_CODING_HISTORY = 63, ZVIXML_UNKNOWN = 80,
+    ZVBWF_VALUE_COUNT = 81,
+};
+
+// One row of the iXML element table.
+struct _tagIxml_Info {
+    int index;
+    const WCHAR *name;
+    DWORD version;  // low word major, high word minor
+    int parent;     // index of the parent row, -1 for none
+    int kind;       // -2 container, -1 single value, 0 value under a container
+};
+// 66 rows, the last of index 80.
+ZVAPI const _tagIxml_Info *GetTblIxmlInfo(int *count);
+// Case-insensitive search of the element names.
+ZVAPI BOOL IsKnownIxmlNodeGlobal(const WCHAR *name);
+
+struct _tagZVBWF_Chunk {
+    DWORD filled;
+    int nodeLevel;
+    WCHAR *values[ZVBWF_VALUE_COUNT]; // heap texts, null when unset
+    WCHAR *codingHistory;
+};
+
+ZVAPI const _tagIxml_Info *GetIxmlInfoIndexForMetaIdxGlobal(const _tagZVBWF_Chunk *chunk, int index);
+// Sets a value; a bext field and its iXML BEXT twin (0 to 10 and 53 to 63)
+// are kept in step. A null or empty text clears both.
+ZVAPI HRESULT ZvBWF_SetValue(_tagZVBWF_Chunk *chunk, int index, const WCHAR *text);
+ZVAPI const WCHAR *ZvBWF_GetValue(const _tagZVBWF_Chunk *chunk, int index);
+ZVAPI void ZvBWF_Clear(_tagZVBWF_Chunk *chunk);
+
+// Parses an iXML block into the record: known elements to their slots,
+// escapes removed. The parser's code for XML it cannot read, E_FAIL without
+// a root.
+ZVAPI HRESULT ExtractIxmlContent(const void *data, DWORD size, _tagZVBWF_Chunk *chunk);
+// Reads bext (or BEXT) and iXML; found is 0 with neither, which is no fault.
+ZVAPI HRESULT bwfriff_LoadInfo(HANDLE file, _tagZVBWF_Chunk *chunk, BOOL *found);

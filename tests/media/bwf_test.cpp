@@ -161,3 +161,159 @@ TEST(BwfChunks, WritesAFileForTheOutsideTools)
     EXPECT_EQ(2u, channels);
     CloseHandle(h);
 }
+
+namespace {
+
+struct Record : _tagZVBWF_Chunk {
+    Record() { memset((_tagZVBWF_Chunk *)this, 0, sizeof(_tagZVBWF_Chunk)); }
+    ~Record() { ZvBWF_Clear(this); }
+    std::wstring at(int i) const { return values[i] ? values[i] : L"(unset)"; }
+};
+
+const char kIxmlDoc[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<BWFXML><IXML_VERSION>1.61</IXML_VERSION>"
+    "<PROJECT>R&amp;D</PROJECT><SCENE>12A</SCENE><MYTAG>kept</MYTAG>"
+    "<SPEED><TIMECODE_RATE>25/1</TIMECODE_RATE><TIMECODE_FLAG>NDF</TIMECODE_FLAG></SPEED>"
+    "<TRACK_LIST><TRACK_COUNT>2</TRACK_COUNT><TRACK><CHANNEL_INDEX>1</CHANNEL_INDEX><NAME>Boom</NAME></TRACK>"
+    "</TRACK_LIST></BWFXML>";
+
+} // namespace
+
+TEST(BwfRecord, LoadsBextAndIxmlWithBothViewsInStep)
+{
+    Bytes bext = Bext("Scene 12 take 3", "zvtest", 0x100000005ull, "A=PCM,F=48000,W=24,T=zv,\r\n");
+    Bytes img = Riff("WAVE", Cat({Chunk("fmt ", Fmt16(2, 48000, 16)), Chunk("bext", bext),
+                                  Chunk("iXML", Text(kIxmlDoc)), Chunk("data", Filled(64))}));
+    TestFile t(img, L"load.wav");
+    Record r;
+    BOOL found = FALSE;
+    ASSERT_EQ(S_OK, bwfriff_LoadInfo(t.h(), &r, &found));
+    EXPECT_TRUE(found);
+    EXPECT_EQ(1u, r.filled);
+    EXPECT_EQ(L"Scene 12 take 3", r.at(ZVBWF_DESCRIPTION));
+    EXPECT_EQ(L"Scene 12 take 3", r.at(ZVIXML_BEXT_DESCRIPTION));
+    EXPECT_EQ(L"ZV0000000001", r.at(ZVBWF_ORIGINATOR_REFERENCE));
+    EXPECT_EQ(L"2026-11-25", r.at(ZVBWF_ORIGINATION_DATE));
+    EXPECT_EQ(L"01:02:03", r.at(ZVBWF_ORIGINATION_TIME));
+    EXPECT_EQ(L"5", r.at(ZVBWF_TIME_REFERENCE_LOW));
+    EXPECT_EQ(L"1", r.at(ZVBWF_TIME_REFERENCE_HIGH));
+    EXPECT_EQ(L"1.00", r.at(ZVBWF_VERSION));
+    EXPECT_EQ(L"A=PCM,F=48000,W=24,T=zv,\r\n", r.at(ZVBWF_CODING_HISTORY));
+    EXPECT_STREQ(r.values[ZVBWF_CODING_HISTORY], r.codingHistory);
+    EXPECT_EQ(L"R&D", r.at(ZVIXML_PROJECT)); // escapes removed
+    EXPECT_EQ(L"12A", r.at(ZVIXML_SCENE));
+    EXPECT_EQ(L"25/1", r.at(36));
+    EXPECT_EQ(L"2", r.at(65));
+    EXPECT_EQ(L"Boom", r.at(69));
+
+    // One view set, the other follows; cleared together.
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVIXML_BEXT_DESCRIPTION, L"new"));
+    EXPECT_EQ(L"new", r.at(ZVBWF_DESCRIPTION));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVBWF_DESCRIPTION, nullptr));
+    EXPECT_EQ(nullptr, r.values[ZVIXML_BEXT_DESCRIPTION]);
+    EXPECT_EQ(E_INVALIDARG, ZvBWF_SetValue(&r, 81, L"x"));
+
+    // BEXT in capitals stands in; a file with neither chunk is no fault.
+    Bytes upper = img;
+    memcpy(&upper[12 + 8 + 16], "BEXT", 4);
+    TestFile u(upper, L"upper.wav");
+    Record r2;
+    ASSERT_EQ(S_OK, bwfriff_LoadInfo(u.h(), &r2, &found));
+    EXPECT_EQ(L"zvtest", r2.at(ZVBWF_ORIGINATOR));
+    TestFile none(Riff("WAVE", Cat({Chunk("fmt ", Fmt16(1, 8000, 8)), Chunk("data", Filled(8))})), L"none.wav");
+    Record r3;
+    EXPECT_EQ(S_OK, bwfriff_LoadInfo(none.h(), &r3, &found));
+    EXPECT_FALSE(found);
+    EXPECT_EQ(0u, r3.filled);
+    // XML without a root fails, the bext values stay.
+    Record r4;
+    EXPECT_EQ(E_FAIL, ExtractIxmlContent("just text", 9, &r4));
+}
+
+TEST(BwfRecord, ElementTable)
+{
+    int count = 0;
+    const _tagIxml_Info *t = GetTblIxmlInfo(&count);
+    EXPECT_EQ(66, count);
+    EXPECT_STREQ(L"BWFXML", t[0].name);
+    EXPECT_EQ(80, t[64].index);
+    EXPECT_EQ(nullptr, GetIxmlInfoIndexForMetaIdxGlobal(nullptr, 81));
+    EXPECT_EQ(nullptr, GetIxmlInfoIndexForMetaIdxGlobal(nullptr, 15));
+    const _tagIxml_Info *row = GetIxmlInfoIndexForMetaIdxGlobal(nullptr, 23);
+    ASSERT_NE(nullptr, row);
+    EXPECT_STREQ(L"NO_GOOD", row->name);
+    EXPECT_EQ(1u | (52u << 16), row->version);
+    EXPECT_TRUE(IsKnownIxmlNodeGlobal(L"sync_point_low"));
+    EXPECT_FALSE(IsKnownIxmlNodeGlobal(L"MYTAG"));
+}
+
+TEST(BwfRecord, ReadsWhatSndfileMetadataSetWrote)
+{
+    if (!FixturesPresent())
+        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    HANDLE h = CreateFileW((FixtureDir() + L"meta_set.wav").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                           OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, h);
+    Record r;
+    BOOL found = FALSE;
+    EXPECT_EQ(S_OK, bwfriff_LoadInfo(h, &r, &found));
+    CloseHandle(h);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(L"Interview, take 2", r.at(ZVBWF_DESCRIPTION));
+    EXPECT_EQ(L"Field rec", r.at(ZVBWF_ORIGINATOR));
+    EXPECT_EQ(L"REF-77", r.at(ZVBWF_ORIGINATOR_REFERENCE));
+    EXPECT_EQ(L"2025-03-04", r.at(ZVBWF_ORIGINATION_DATE));
+    EXPECT_EQ(L"10:20:30", r.at(ZVBWF_ORIGINATION_TIME));
+    EXPECT_EQ(L"987654321", r.at(ZVBWF_TIME_REFERENCE_LOW));
+    EXPECT_EQ(L"0", r.at(ZVBWF_TIME_REFERENCE_HIGH));
+    EXPECT_EQ(0u, r.at(ZVBWF_CODING_HISTORY).find(L"A=PCM,F=44100,W=16,M=stereo,T=field,"));
+}
+
+// Mutated bext and iXML chunks through the reader: codes of the tables only,
+// nothing left allocated.
+TEST(BwfRecord, MutatedChunks)
+{
+    Bytes bext = Bext("Scene", "zv", 77, "A=PCM,F=48000,W=24,T=zv,\r\n");
+    const Bytes base = Riff("WAVE", Cat({Chunk("fmt ", Fmt16(2, 48000, 16)), Chunk("bext", bext),
+                                         Chunk("iXML", Text(kIxmlDoc)), Chunk("data", Filled(64))}));
+    const size_t sizeWords[] = {4, 16, 40, 40 + 8 + bext.size() + 4};
+    TestFile t(base, L"fuzz.wav");
+    unsigned long long s = 77;
+    auto next = [&s](unsigned n) {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        return n ? (unsigned)(s >> 33) % n : 0u;
+    };
+    long long heapBefore = 0;
+    for (int variant = 0; variant < 5200; variant++) {
+        if (variant == 200)
+            heapBefore = HeapBusyBlocks();
+        Bytes b = base;
+        switch (next(3)) {
+        case 0:
+            for (unsigned k = 0, n = 1 + next(8); k < n; k++)
+                b[next((unsigned)b.size())] ^= (BYTE)(1u << next(8));
+            break;
+        case 1:
+            b.resize(next((unsigned)b.size()));
+            break;
+        default: {
+            static const DWORD bad[] = {0, 1, 3, 347, 601, 603, 0x7FFFFFFF, 0xFFFFFFFF, 0xFFFFFFF0};
+            size_t at = sizeWords[next(4)];
+            DWORD v = bad[next(9)];
+            if (at + 4 <= b.size())
+                memcpy(&b[at], &v, 4);
+            break;
+        }
+        }
+        t.rewrite(b);
+        Record r;
+        BOOL found = FALSE;
+        HRESULT hr = bwfriff_LoadInfo(t.h(), &r, &found);
+        EXPECT_TRUE(hr == S_OK || hr == E_FAIL || hr == ZVERR_MALFORMED || hr == ZVERR_FILE_READ ||
+                    hr == ZVERR_NO_RIFF_HEADER || hr == ZVERR_NOT_FOUND || hr == ZVERR_WRONG_CHUNK_SIZE ||
+                    hr == ZVERR_NEWER_FORMAT || hr == ZVERR_ZERO_CHUNK || hr == ZVERR_SIZE_LIMIT ||
+                    hr == E_OUTOFMEMORY)
+            << std::hex << hr << " variant " << std::dec << variant;
+    }
+    EXPECT_LE(HeapBusyBlocks(), heapBefore);
+}

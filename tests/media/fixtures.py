@@ -110,6 +110,11 @@ def gen(d):
     info = b"INFO" + chunk(b"INAM", b"Tone\0") + chunk(b"ISFT", b"zv\0") + chunk(b"ICMT", b"hello!\0")
     head = chunk(b"fmt ", fmt18(2, 44100, 16)) + chunk(b"bext", bext) + chunk(b"LIST", info) + chunk(b"odd ", b"abc")
     open(p("info.wav"), "wb").write(riff(b"WAVE", head + chunk(b"data", data) + chunk(b"zzz ", b"12345")))
+    # bext fields written by libsndfile's own tool, for the reader to match.
+    run("sndfile-metadata-set", "--bext-description", "Interview, take 2", "--bext-originator", "Field rec",
+        "--bext-orig-ref", "REF-77", "--bext-orig-date", "2025-03-04", "--bext-orig-time", "10:20:30",
+        "--bext-time-ref", "987654321", "--bext-coding-hist", "A=PCM,F=44100,W=16,M=stereo,T=field,",
+        p("tone16.wav"), p("meta_set.wav"))
     mono = bytes((i * 37) & 0xFF for i in range(1001))
     open(p("mono8.wav"), "wb").write(riff(b"WAVE", chunk(b"fmt ", fmt18(1, 8000, 8)) + chunk(b"data", mono)))
 
