@@ -72,3 +72,15 @@ ZVAPI void ZvBWF_Clear(_tagZVBWF_Chunk *chunk);
 ZVAPI HRESULT ExtractIxmlContent(const void *data, DWORD size, _tagZVBWF_Chunk *chunk);
 // Reads bext (or BEXT) and iXML; found is 0 with neither, which is no fault.
 ZVAPI HRESULT bwfriff_LoadInfo(HANDLE file, _tagZVBWF_Chunk *chunk, BOOL *found);
+
+// Serialises the values of the index range: 0 to 15 give a bext body, 16 to
+// 79 the iXML text (declaration, CR LF, the elements in table order, ANSI
+// text as the reader takes it). With data null only measures; size is in/out
+// (capacity in, bytes out). ZVERR_BUFFER_TOO_SMALL when data is short.
+ZVAPI HRESULT BuildRawBwfIxmlChunkGlobal(const _tagZVBWF_Chunk *chunk, BYTE *data, DWORD *size, int first, int last,
+                                         int level);
+// Builds 16 to 79 and writes the iXML chunk (deletes it when there is
+// nothing to write). Wave64 files are not handled yet (E_NOTIMPL).
+ZVAPI HRESULT BuildAndWriteRawIxmlChunk(HANDLE file, const _tagZVBWF_Chunk *chunk, BOOL isWave64);
+// Writes the bext chunk from fields 0 to 15.
+ZVAPI HRESULT bwfriff_SaveBext(HANDLE file, const _tagZVBWF_Chunk *chunk);

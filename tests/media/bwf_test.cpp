@@ -156,6 +156,25 @@ TEST(BwfChunks, WritesAFileForTheOutsideTools)
     EXPECT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, h, big, (DWORD)strlen(big), &written));
     DWORD rate = 0, bits = 0, channels = 0;
     EXPECT_EQ(S_OK, ReadFilePropsFromFormatChunk(h, &rate, &bits, &channels));
+    CloseHandle(h);
+
+    // The same fields through the record and its writers.
+    std::wstring second = OutDir() + L"bwf_record.wav";
+    ASSERT_TRUE(CopyFileW((FixtureDir() + L"tone16.wav").c_str(), second.c_str(), FALSE));
+    h = CreateFileW(second.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, h);
+    _tagZVBWF_Chunk r = {};
+    ASSERT_EQ(S_OK, ExtractIxmlContent(big, (DWORD)strlen(big), &r));
+    ZvBWF_SetValue(&r, ZVBWF_DESCRIPTION, L"Scene 12 take 3");
+    ZvBWF_SetValue(&r, ZVBWF_ORIGINATOR, L"zvtest");
+    ZvBWF_SetValue(&r, ZVBWF_ORIGINATOR_REFERENCE, L"ZV0000000001");
+    ZvBWF_SetValue(&r, ZVBWF_ORIGINATION_DATE, L"2026-11-25");
+    ZvBWF_SetValue(&r, ZVBWF_ORIGINATION_TIME, L"01:02:03");
+    ZvBWF_SetValue(&r, ZVBWF_TIME_REFERENCE_LOW, L"123456789");
+    ZvBWF_SetValue(&r, ZVBWF_CODING_HISTORY, L"A=PCM,F=44100,W=16,M=stereo,T=zvtest,\r\n");
+    EXPECT_EQ(S_OK, bwfriff_SaveBext(h, &r));
+    EXPECT_EQ(S_OK, BuildAndWriteRawIxmlChunk(h, &r, FALSE));
+    ZvBWF_Clear(&r);
     EXPECT_EQ(44100u, rate);
     EXPECT_EQ(16u, bits);
     EXPECT_EQ(2u, channels);
@@ -316,4 +335,56 @@ TEST(BwfRecord, MutatedChunks)
             << std::hex << hr << " variant " << std::dec << variant;
     }
     EXPECT_LE(HeapBusyBlocks(), heapBefore);
+}
+
+// Record to file and back: the bext fields and the known iXML values return
+// as they were set, escapes and all; a shorter iXML is written in place.
+TEST(BwfRecord, SavedRecordReadsBack)
+{
+    Record r;
+    ASSERT_EQ(S_OK, ExtractIxmlContent(kIxmlDoc, (DWORD)strlen(kIxmlDoc), &r));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVBWF_DESCRIPTION, L"Take <3> & more"));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVBWF_ORIGINATOR, L"zvtest"));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVBWF_TIME_REFERENCE_LOW, L"48000"));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVBWF_CODING_HISTORY, L"A=PCM,F=48000,W=16,T=zv,\r\n"));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVIXML_NOTE, L"a > b"));
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, 23, L"TRUE")); // NO_GOOD, an iXML 1.52 element
+    const Bytes audio = Filled(300, 9);
+    TestFile t(Riff("WAVE", Cat({Chunk("fmt ", Fmt16(2, 48000, 16)), Chunk("data", audio)})), L"save.wav");
+    ASSERT_EQ(S_OK, bwfriff_SaveBext(t.h(), &r));
+    ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &r, FALSE));
+    EXPECT_EQ(E_NOTIMPL, BuildAndWriteRawIxmlChunk(t.h(), &r, TRUE));
+    Bytes img = ReadAll(t.path());
+    EXPECT_EQ(audio, Body(img, "data"));
+    Bytes x = Body(img, "iXML");
+    std::string text(x.begin(), x.end());
+    EXPECT_EQ(0u, text.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<BWFXML>"));
+    EXPECT_NE(std::string::npos, text.find("<NOTE>a &gt; b</NOTE>"));
+    EXPECT_NE(std::string::npos, text.find("<BWF_DESCRIPTION>Take &lt;3&gt; &amp; more</BWF_DESCRIPTION>"));
+    EXPECT_NE(std::string::npos, text.find("<NO_GOOD>TRUE</NO_GOOD>")); // version 1.61 >= 1.52
+
+    Record back;
+    BOOL found = FALSE;
+    ASSERT_EQ(S_OK, bwfriff_LoadInfo(t.h(), &back, &found));
+    for (int i : {0, 1, 5, 10, 18, 19, 23, 28, 36, 53, 65, 69})
+        EXPECT_EQ(r.at(i), back.at(i)) << "value " << i;
+
+    // An older iXML version leaves out the newer elements, and the shorter
+    // text goes in place.
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, 17, L"1.40"));
+    ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &r, FALSE));
+    Bytes again = ReadAll(t.path());
+    EXPECT_EQ(img.size(), again.size());
+    x = Body(again, "iXML");
+    EXPECT_EQ(std::string::npos, std::string(x.begin(), x.end()).find("NO_GOOD"));
+    EXPECT_EQ(0, x.back()); // the tail zero-filled
+
+    // Nothing to write: the chunk goes.
+    Record empty;
+    ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &empty, FALSE));
+    EXPECT_TRUE(Body(ReadAll(t.path()), "iXML").empty());
+    DWORD size = 5;
+    BYTE small[5];
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, BuildRawBwfIxmlChunkGlobal(&r, small, &size, 16, 79, 0));
+    EXPECT_GT(size, 5u);
 }
