@@ -84,3 +84,21 @@ ZVAPI HRESULT BuildRawBwfIxmlChunkGlobal(const _tagZVBWF_Chunk *chunk, BYTE *dat
 ZVAPI HRESULT BuildAndWriteRawIxmlChunk(HANDLE file, const _tagZVBWF_Chunk *chunk, BOOL isWave64);
 // Writes the bext chunk from fields 0 to 15.
 ZVAPI HRESULT bwfriff_SaveBext(HANDLE file, const _tagZVBWF_Chunk *chunk);
+
+// A row of the iXML value tables; each table ends with -1 and
+// "Invalid IXML Value".
+struct _tagIxml_Value {
+    int value;
+    const WCHAR *text;
+};
+ZVAPI const _tagIxml_Value *GetTblIxmlSpeedFPS(int *count);
+ZVAPI const _tagIxml_Value *GetTblIxmlSpeedTimeCode(int *count);
+ZVAPI const _tagIxml_Value *GetTblIxmlBools(int *count);
+ZVAPI const _tagIxml_Value *GetTblIxmlSyncPtTypes(int *count);
+ZVAPI const _tagIxml_Value *GetTblIxmlSyncPtFuncts(int *count);
+ZVAPI const _tagIxml_Value *GetTblIxmlTrackFuncts(int *count);
+// The number of a text in a value table (case-insensitive), -1 when absent.
+// Time code flags also take the long spellings of drop and non-drop frame.
+ZVAPI int ZvBWF_ValueOfText(const _tagIxml_Value *table, const WCHAR *text);
+// The value table of an iXML index, or null for a free text.
+ZVAPI const _tagIxml_Value *ZvBWF_ValueTableOf(int index);

@@ -262,7 +262,15 @@ HRESULT ExtractIxmlContent(const void *data, DWORD size, _tagZVBWF_Chunk *chunk)
                             doc->GetContentString(&c->element, text, len);
                             if (ZvXML_DoesStringHaveEscapes(text))
                                 ZvXML_RemoveEscapes(text);
-                            hr = ZvBWF_SetValue(chunk, r.index, text);
+                            // A value of a table is stored in the table's own
+                            // spelling; one the table does not know reads as -1.
+                            const _tagIxml_Value *table = ZvBWF_ValueTableOf(r.index);
+                            if (table) {
+                                int v = ZvBWF_ValueOfText(table, text);
+                                hr = ZvBWF_SetValue(chunk, r.index, v < 0 ? L"-1" : table[v].text);
+                            } else {
+                                hr = ZvBWF_SetValue(chunk, r.index, text);
+                            }
                             free(text);
                         }
                     }

@@ -263,6 +263,23 @@ TEST(BwfRecord, ElementTable)
     EXPECT_STREQ(L"NO_GOOD", row->name);
     EXPECT_EQ(1u | (52u << 16), row->version);
     EXPECT_TRUE(IsKnownIxmlNodeGlobal(L"sync_point_low"));
+    int n = 0;
+    const _tagIxml_Value *f = GetTblIxmlTrackFuncts(&n);
+    EXPECT_EQ(48, n);
+    EXPECT_EQ(-1, f[47].value);
+    EXPECT_STREQ(L"Invalid IXML Value", f[47].text);
+    EXPECT_EQ(46, ZvBWF_ValueOfText(f, L"VIDEO"));
+    EXPECT_EQ(1, ZvBWF_ValueOfText(GetTblIxmlSpeedTimeCode(nullptr), L"Drop Frame"));
+    EXPECT_EQ(0, ZvBWF_ValueOfText(GetTblIxmlSpeedTimeCode(nullptr), L"Non-Drop Frame"));
+
+    // Table values read in the table's spelling; unknown ones as -1.
+    const char *doc = "<BWFXML><CIRCLED>true</CIRCLED><SPEED><TIMECODE_FLAG>Non Drop Frame</TIMECODE_FLAG>"
+                      "</SPEED><TRACK_LIST><TRACK><FUNCTION>BOGUS</FUNCTION></TRACK></TRACK_LIST></BWFXML>";
+    Record r;
+    ASSERT_EQ(S_OK, ExtractIxmlContent(doc, (DWORD)strlen(doc), &r));
+    EXPECT_EQ(L"TRUE", r.at(22));
+    EXPECT_EQ(L"NDF", r.at(35));
+    EXPECT_EQ(L"-1", r.at(70));
     EXPECT_FALSE(IsKnownIxmlNodeGlobal(L"MYTAG"));
 }
 
