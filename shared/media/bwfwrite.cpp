@@ -92,14 +92,20 @@ bool VersionOk(DWORD row, DWORD record)
     return major > rMajor || (major == rMajor && minor >= rMinor);
 }
 
+// A row below parent, in the index range and the record's version.
+bool InScope(const _tagIxml_Info &r, int parent, int first, int last, DWORD version)
+{
+    return r.parent == parent && r.index >= first && r.index <= last && r.index != ZVIXML_UNKNOWN &&
+           VersionOk(r.version, version);
+}
+
 bool HasValues(const _tagZVBWF_Chunk *c, int parent, int first, int last, DWORD version)
 {
     int count = 0;
     const _tagIxml_Info *t = GetTblIxmlInfo(&count);
     for (int i = 0; i < count - 1; i++) {
         const _tagIxml_Info &r = t[i];
-        if (r.parent != parent || r.index < first || r.index > last || r.index == ZVIXML_UNKNOWN ||
-            !VersionOk(r.version, version))
+        if (!InScope(r, parent, first, last, version))
             continue;
         if (r.kind == -2 ? HasValues(c, r.index, first, last, version) : c->values[r.index] != nullptr)
             return true;
@@ -119,8 +125,7 @@ void BuildLevel(const _tagZVBWF_Chunk *c, Out &out, int parent, int first, int l
     const _tagIxml_Info *t = GetTblIxmlInfo(&count);
     for (int i = 0; i < count - 1; i++) {
         const _tagIxml_Info &r = t[i];
-        if (r.parent != parent || r.index < first || r.index > last || r.index == ZVIXML_UNKNOWN ||
-            !VersionOk(r.version, version))
+        if (!InScope(r, parent, first, last, version))
             continue;
         if (r.kind == -2) {
             if (!HasValues(c, r.index, first, last, version))

@@ -172,6 +172,7 @@ private:
     HRESULT ParseCDATA();
     HRESULT ParseText(tagXML_CONTENT_TYPE type);
     HRESULT ParseBracketed(tagXML_CONTENT_TYPE type, WCHAR closer);
+    bool PassEqualsQuote();
     HRESULT AddContent(tagXML_CONTENT_TYPE type, tagZVXML_CONTENT **content);
     void DropLastContent(tagZVXML_CONTENT *content);
     WCHAR *CopyString(DWORD stopClasses, int *length);

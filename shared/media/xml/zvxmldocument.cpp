@@ -407,6 +407,18 @@ HRESULT CZvXML_Document::ParseText(tagXML_CONTENT_TYPE type)
     return S_OK;
 }
 
+// "=" and an opening double quote; single quotes are refused.
+bool CZvXML_Document::PassEqualsQuote()
+{
+    if (m_encoding->Class() != ZVXMLC_EQ)
+        return false;
+    m_encoding->Advance();
+    if (m_encoding->Class() != ZVXMLC_QUOTE)
+        return false;
+    m_encoding->Advance();
+    return true;
+}
+
 HRESULT CZvXML_Document::ParseXMLDeclaration()
 {
     IZvXMLEncoding *enc = m_encoding;
@@ -441,12 +453,8 @@ HRESULT CZvXML_Document::ParseXMLDeclaration()
                 enc->Advance();
             continue;
         }
-        if (enc->Class() != ZVXMLC_EQ)
+        if (!PassEqualsQuote())
             return E_FAIL;
-        enc->Advance();
-        if (enc->Class() != ZVXMLC_QUOTE)
-            return E_FAIL;
-        enc->Advance();
         int n = 0;
         WCHAR *value = CopyString(kStopQuote, &n);
         if (!value)
@@ -532,12 +540,8 @@ HRESULT CZvXML_Document::ParseAttributes()
         a->value = nullptr;
         if (!(a->name = CopyString(kStopEq, nullptr)))
             return E_OUTOFMEMORY;
-        if (enc->Class() != ZVXMLC_EQ)
+        if (!PassEqualsQuote())
             return E_FAIL;
-        enc->Advance();
-        if (enc->Class() != ZVXMLC_QUOTE)
-            return E_FAIL;
-        enc->Advance();
         if (!(a->value = CopyString(kStopQuote, nullptr)))
             return E_OUTOFMEMORY;
         if (enc->Class() != ZVXMLC_QUOTE)
@@ -581,10 +585,10 @@ HRESULT CZvXML_Document::ParseMarkupDeclaration()
             m_encoding->Advance();
             return hr;
         case ZVXMLC_MINUS:
-            hr = ParseBracketed(ZVXML_COMMENT, L'-');
+            hr = ParseComment();
             break;
         case ZVXMLC_LBRACKET:
-            hr = ParseBracketed(ZVXML_CDATA, L']');
+            hr = ParseCDATA();
             break;
         default:
             m_encoding->Advance();
