@@ -36,6 +36,9 @@ cmd:pkg-config|pkg-config
 pc:libavutil|libavutil-dev
 pc:libswresample|libswresample-dev
 pc:samplerate|libsamplerate0-dev
+pc:expat|libexpat1-dev
+pc:pugixml|libpugixml-dev
+cmd:xmllint|libxml2-utils
 '
 
 missing=""

@@ -110,6 +110,11 @@ def gen(d):
     info = b"INFO" + chunk(b"INAM", b"Tone\0") + chunk(b"ISFT", b"zv\0") + chunk(b"ICMT", b"hello!\0")
     head = chunk(b"fmt ", fmt18(2, 44100, 16)) + chunk(b"bext", bext) + chunk(b"LIST", info) + chunk(b"odd ", b"abc")
     open(p("info.wav"), "wb").write(riff(b"WAVE", head + chunk(b"data", data) + chunk(b"zzz ", b"12345")))
+    # bext fields written by libsndfile's own tool, for the reader to match.
+    run("sndfile-metadata-set", "--bext-description", "Interview, take 2", "--bext-originator", "Field rec",
+        "--bext-orig-ref", "REF-77", "--bext-orig-date", "2025-03-04", "--bext-orig-time", "10:20:30",
+        "--bext-time-ref", "987654321", "--bext-coding-hist", "A=PCM,F=44100,W=16,M=stereo,T=field,",
+        p("tone16.wav"), p("meta_set.wav"))
     mono = bytes((i * 37) & 0xFF for i in range(1001))
     open(p("mono8.wav"), "wb").write(riff(b"WAVE", chunk(b"fmt ", fmt18(1, 8000, 8)) + chunk(b"data", mono)))
 
@@ -216,6 +221,33 @@ def check(d):
     rep = os.path.join(out, "rep_unrep_canon.wav")
     expect(os.path.exists(rep) and open(rep, "rb").read() == open(p("unrep_canon.wav"), "rb").read(),
            "an unrepairable file was changed")
+
+    # bext and iXML written by test_media: every bext field as set, the audio
+    # untouched, the iXML well-formed.
+    for bwf in [os.path.join(out, "bwf.wav"), os.path.join(out, "bwf_record.wav")]:
+        if not os.path.exists(bwf):
+            failures.append("test_media did not write " + bwf)
+            continue
+        same_samples(p("tone16.wav"), bwf)
+        sox_reads(bwf)
+        chunks_listed(bwf, ["bext", "iXML"])
+        r = subprocess.run(["sndfile-info", "--broadcast", bwf], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        text = r.stdout.decode(errors="replace")
+        # (the time reference is shown in hexadecimal)
+        for field in ["Scene 12 take 3", "zvtest", "ZV0000000001", "2026-11-25", "01:02:03", "0x%09x" % 123456789,
+                      "A=PCM,F=44100,W=16,M=stereo,T=zvtest,"]:
+            expect(field in text, "sndfile-info --broadcast %s does not show %r" % (bwf, field))
+        img = open(bwf, "rb").read()
+        o, xml = 12, None
+        while o + 8 <= len(img):
+            size = int.from_bytes(img[o + 4:o + 8], "little")
+            if img[o:o + 4] == b"iXML":
+                xml = img[o + 8:o + 8 + size].rstrip(b"\0")
+            o += 8 + size + (size & 1)
+        expect(xml is not None and b"<TAKE>3</TAKE>" in xml, bwf + " has no iXML chunk with the take")
+        if xml is not None:
+            r = subprocess.run(["xmllint", "--noout", "-"], input=xml, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            expect(r.returncode == 0, "xmllint refuses the iXML of %s: %s" % (bwf, r.stdout.decode(errors="replace")))
 
     for f in failures:
         print("FAIL:", f)

@@ -1,0 +1,643 @@
+// CZvXML_Document: opening, the forgiving parse into a tree, and closing.
+// The parser is a loop over the class of the current character; a failed
+// inner parse does not stop it, only the last result is returned.
+#include "zvxml.h"
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+
+struct ZvXMLBlock {
+    ZvXMLBlock *next;
+    size_t size;
+    alignas(8) BYTE data[8];
+};
+
+namespace {
+
+const size_t kFirstBlock = 64 * 1024, kLargestBlock = 4 * 1024 * 1024;
+
+// Freed blocks of the standard sizes wait here for the next document, a few
+// of each size and more of the largest: memory the process touches for the
+// first time costs far more than the parse (a page fault each page), and
+// documents tend to come in series. Every size keeps its own room, so that a
+// large document does not push out what the small ones need.
+const int kSizeClasses = 7; // 64 KiB to 4 MiB
+const int kKeepSmall = 4, kKeepLargest = sizeof(void *) == 8 ? 24 : 6;
+SRWLOCK g_cacheLock = SRWLOCK_INIT;
+ZvXMLBlock *g_cache[kSizeClasses];
+int g_cached[kSizeClasses];
+
+int SizeClass(size_t size)
+{
+    for (int c = 0; c < kSizeClasses; c++)
+        if (size == kFirstBlock << c)
+            return c;
+    return -1;
+}
+
+ZvXMLBlock *TakeCached(size_t size)
+{
+    int c = SizeClass(size);
+    if (c < 0)
+        return nullptr;
+    AcquireSRWLockExclusive(&g_cacheLock);
+    ZvXMLBlock *b = g_cache[c];
+    if (b) {
+        g_cache[c] = b->next;
+        g_cached[c]--;
+    }
+    ReleaseSRWLockExclusive(&g_cacheLock);
+    return b;
+}
+
+void GiveBack(ZvXMLBlock *b)
+{
+    int c = SizeClass(b->size);
+    if (c >= 0) {
+        AcquireSRWLockExclusive(&g_cacheLock);
+        bool keep = g_cached[c] < (c == kSizeClasses - 1 ? kKeepLargest : kKeepSmall);
+        if (keep) {
+            b->next = g_cache[c];
+            g_cache[c] = b;
+            g_cached[c]++;
+        }
+        ReleaseSRWLockExclusive(&g_cacheLock);
+        if (keep)
+            return;
+    }
+    HeapFree(GetProcessHeap(), 0, b);
+}
+
+const DWORD kStopName = ZVXML_CLASSBIT(ZVXMLC_BLANK) | ZVXML_CLASSBIT(ZVXMLC_SLASH) |
+                        ZVXML_CLASSBIT(ZVXMLC_GT) | ZVXML_CLASSBIT(ZVXMLC_END);
+const DWORD kStopText = ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
+const DWORD kStopGt = ZVXML_CLASSBIT(ZVXMLC_GT) | ZVXML_CLASSBIT(ZVXMLC_END);
+const DWORD kStopEq = ZVXML_CLASSBIT(ZVXMLC_EQ) | ZVXML_CLASSBIT(ZVXMLC_END);
+const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
+
+} // namespace
+
+HRESULT CZvXML_Document::ZvXMLStack::Push(void *item)
+{
+    if (count == capacity) {
+        int grown = capacity ? capacity * 2 : 64;
+        void *p = items ? HeapReAlloc(GetProcessHeap(), 0, items, (size_t)grown * sizeof(void *))
+                        : HeapAlloc(GetProcessHeap(), 0, (size_t)grown * sizeof(void *));
+        if (!p)
+            return E_OUTOFMEMORY;
+        items = (void **)p;
+        capacity = grown;
+    }
+    items[count++] = item;
+    return S_OK;
+}
+
+void CZvXML_Document::ZvXMLStack::Free()
+{
+    if (items)
+        HeapFree(GetProcessHeap(), 0, items);
+    items = nullptr;
+    count = capacity = 0;
+}
+
+CZvXML_Document::CZvXML_Document()
+{
+    memset((void *)&m_dataSize, 0, (size_t)((BYTE *)(&m_attributes + 1) - (BYTE *)&m_dataSize));
+    m_file = INVALID_HANDLE_VALUE;
+}
+
+CZvXML_Document::~CZvXML_Document()
+{
+    CloseFile();
+}
+
+// Blocks double up to a limit; a request larger than a block gets its own,
+// linked behind the current one so the current one stays in use.
+void *CZvXML_Document::Alloc(size_t bytes)
+{
+    bytes = (bytes + 7) & ~(size_t)7;
+    if (!m_blocks || m_blocks->size - m_blockUsed < bytes) {
+        size_t size = m_blocks ? m_blocks->size * 2 : kFirstBlock;
+        if (size > kLargestBlock)
+            size = kLargestBlock;
+        bool own = bytes > size / 4;
+        if (own)
+            size = bytes;
+        ZvXMLBlock *b = TakeCached(size);
+        if (!b)
+            b = (ZvXMLBlock *)HeapAlloc(GetProcessHeap(), 0, offsetof(ZvXMLBlock, data) + size);
+        if (!b)
+            return nullptr;
+        b->size = size;
+        if (own && m_blocks) {
+            b->next = m_blocks->next;
+            m_blocks->next = b;
+            return b->data;
+        }
+        b->next = m_blocks;
+        m_blocks = b;
+        m_blockUsed = 0;
+    }
+    void *p = m_blocks->data + m_blockUsed;
+    m_blockUsed += bytes;
+    return p;
+}
+
+void CZvXML_Document::FreeBlocks()
+{
+    while (m_blocks) {
+        ZvXMLBlock *next = m_blocks->next;
+        GiveBack(m_blocks);
+        m_blocks = next;
+    }
+    m_blockUsed = 0;
+}
+
+// A read-only list over count record pointers, in the document's blocks.
+tZVLIST *CZvXML_Document::MakeList(void *const *items, int count)
+{
+    tZVLIST *l = (tZVLIST *)Alloc(sizeof(tZVLIST) + (size_t)count * sizeof(void *));
+    if (!l)
+        return nullptr;
+    memset(l, 0, sizeof *l);
+    l->count = l->allocated = count;
+    l->itemSize = sizeof(void *);
+    l->data = (BYTE *)(l + 1);
+    l->magic = ZVLIST_MAGIC;
+    l->options = ZVLIST_ANYTHREAD | ZVLIST_HEAPITEMS | ZVLIST_CALLERBLOCK;
+    l->growBy = 4;
+    memcpy(l->data, items, (size_t)count * sizeof(void *));
+    return l;
+}
+
+// The current element is complete: its run of contents becomes its list.
+HRESULT CZvXML_Document::CloseElement()
+{
+    int start = (int)(INT_PTR)m_opened.items[--m_opened.count];
+    int n = m_pending.count - start;
+    m_pending.count = start;
+    if (n > 0 && !(m_current->contents = MakeList(m_pending.items + start, n)))
+        return E_OUTOFMEMORY;
+    return S_OK;
+}
+
+HRESULT CZvXML_Document::OpenMemory(const void *data, ULONGLONG size)
+{
+    if (!data && size)
+        return E_POINTER;
+    if (m_encoding)
+        CloseMemory();
+    if (!size)
+        return ZVERR_MALFORMED;
+    m_data = (const BYTE *)data;
+    m_dataSize = size;
+    if (size >= 2 && m_data[0] == 0xFF && m_data[1] == 0xFE) {
+        m_encoding = new ZvXMLEncodingUtf16(m_data, size);
+        if (m_encoding)
+            m_encoding->Advance();
+    } else {
+        m_encoding = new ZvXMLEncodingUtf8(m_data, size);
+    }
+    if (!m_encoding)
+        return E_OUTOFMEMORY;
+    HRESULT hr = ZvList_CreateExZ(&m_lookups, sizeof(tagZVXML_LOOKUP), 4, 4, ZVLIST_ANYTHREAD | ZVLIST_INPLACEITEMS);
+    if (FAILED(hr))
+        CloseMemory();
+    return hr;
+}
+
+HRESULT CZvXML_Document::OpenFile(const WCHAR *path)
+{
+    if (m_encoding || m_view)
+        CloseFile();
+    if (!path || !*path)
+        return ZVERR_PATH_NOT_FOUND;
+    DWORD attributes = GetFileAttributesW(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return ZVERR_PATH_NOT_FOUND;
+    HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return ZVERR_FILE_OPEN;
+    LARGE_INTEGER size;
+    if (!GetFileSizeEx(file, &size)) {
+        CloseHandle(file);
+        return ZVERR_FILE_READ;
+    }
+    if (size.QuadPart == 0) {
+        CloseHandle(file);
+        return ZVERR_MALFORMED;
+    }
+    if ((ULONGLONG)size.QuadPart > (ULONGLONG)(SIZE_T)-1 / 2) {
+        CloseHandle(file);
+        return ZVERR_SIZE_LIMIT;
+    }
+    HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+    void *view = mapping ? MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0) : nullptr;
+    if (!view) {
+        if (mapping)
+            CloseHandle(mapping);
+        CloseHandle(file);
+        return ZVERR_FILE_OPEN;
+    }
+    lstrcpynW(m_path, path, MAX_PATH);
+    m_file = file;
+    m_mapping = mapping;
+    m_view = view;
+    HRESULT hr = OpenMemory(view, (ULONGLONG)size.QuadPart);
+    if (FAILED(hr))
+        CloseFile();
+    return hr;
+}
+
+HRESULT CZvXML_Document::CloseMemory()
+{
+    m_root = nullptr;
+    m_current = nullptr;
+    FreeBlocks();
+    m_pending.Free();
+    m_opened.Free();
+    m_attributes.Free();
+    if (m_encoding) {
+        m_encoding->Release();
+        m_encoding = nullptr;
+    }
+    ZvList_Destroy(m_lookups);
+    m_lookups = nullptr;
+    m_data = nullptr;
+    m_dataSize = 0;
+    m_version[0] = m_encodingName[0] = m_standalone[0] = 0;
+    return S_OK;
+}
+
+HRESULT CZvXML_Document::CloseFile()
+{
+    CloseMemory();
+    if (m_view)
+        UnmapViewOfFile(m_view);
+    if (m_mapping)
+        CloseHandle(m_mapping);
+    if (m_file && m_file != INVALID_HANDLE_VALUE)
+        CloseHandle(m_file);
+    m_view = nullptr;
+    m_mapping = nullptr;
+    m_file = INVALID_HANDLE_VALUE;
+    m_path[0] = 0;
+    return S_OK;
+}
+
+// ---- parsing ----
+
+WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
+{
+    int n = m_encoding->CopyUntil(stopClasses, nullptr);
+    if (n < 0)
+        return nullptr;
+    WCHAR *s = (WCHAR *)Alloc(((size_t)n + 1) * sizeof(WCHAR));
+    if (!s)
+        return nullptr;
+    m_encoding->CopyUntil(stopClasses, s);
+    if (length)
+        *length = n;
+    return s;
+}
+
+// A record in the current element's contents; the first element of a
+// document stands by itself as the root. Null content (S_FALSE) where there is
+// nowhere to put it: outside the root.
+HRESULT CZvXML_Document::AddContent(tagXML_CONTENT_TYPE type, tagZVXML_CONTENT **content)
+{
+    *content = nullptr;
+    if (!m_current && (type != ZVXML_ELEMENT || m_root))
+        return S_FALSE;
+    tagZVXML_CONTENT *c = (tagZVXML_CONTENT *)Alloc(sizeof(tagZVXML_CONTENT));
+    if (!c)
+        return E_OUTOFMEMORY;
+    memset(c, 0, sizeof *c);
+    if (m_current) {
+        if (FAILED(m_pending.Push(c)))
+            return E_OUTOFMEMORY;
+    } else {
+        m_root = c;
+    }
+    c->type = type;
+    c->parent = m_current;
+    if (type == ZVXML_ELEMENT)
+        c->element.content = c;
+    *content = c;
+    return S_OK;
+}
+
+// Undoes the content that AddContent made last.
+void CZvXML_Document::DropLastContent(tagZVXML_CONTENT *content)
+{
+    m_current = content->parent;
+    if (m_current)
+        m_pending.count--;
+    else
+        m_root = nullptr;
+}
+
+HRESULT CZvXML_Document::ParseFile()
+{
+    if (!m_encoding)
+        return E_UNEXPECTED;
+    HRESULT hr = S_OK;
+    for (;;) {
+        switch (m_encoding->Class()) {
+        case ZVXMLC_END:
+            // Elements still open get their contents as they stand; the
+            // current element stays what it was.
+            if (m_opened.count) {
+                tagZVXML_ELEMENT *keep = m_current;
+                while (m_opened.count) {
+                    if (FAILED(CloseElement()))
+                        hr = E_OUTOFMEMORY;
+                    m_current = m_current->content->parent;
+                }
+                m_current = keep;
+            }
+            return hr;
+        case ZVXMLC_HASH: case ZVXMLC_SYMBOL: case ZVXMLC_PERCENT: case ZVXMLC_AMP:
+        case ZVXMLC_MINUS: case ZVXMLC_DIGIT: case ZVXMLC_NAME:
+            hr = ParseText(ZVXML_CHARDATA);
+            break;
+        case ZVXMLC_LT:
+            hr = ParseLT();
+            break;
+        default:
+            m_encoding->Advance();
+            break;
+        }
+    }
+}
+
+HRESULT CZvXML_Document::ParseLT()
+{
+    m_encoding->Advance();
+    switch (m_encoding->Class()) {
+    case ZVXMLC_BANG:
+        return ParseMarkupDeclaration();
+    case ZVXMLC_SLASH:
+        return ParseEndTag();
+    case ZVXMLC_QUESTION:
+        return m_current ? ParseText(ZVXML_PI) : ParseXMLDeclaration();
+    case ZVXMLC_NAME:
+        return ParseStartTag();
+    default:
+        return S_OK;
+    }
+}
+
+// Character data and processing instructions: raw text up to the next "<".
+HRESULT CZvXML_Document::ParseText(tagXML_CONTENT_TYPE type)
+{
+    tagZVXML_CONTENT *c;
+    HRESULT hr = AddContent(type, &c);
+    if (FAILED(hr))
+        return hr;
+    WCHAR *text = CopyString(kStopText, nullptr);
+    if (!text) {
+        if (c)
+            DropLastContent(c);
+        return E_OUTOFMEMORY;
+    }
+    if (c)
+        c->text = text;
+    return S_OK;
+}
+
+// "=" and an opening double quote; single quotes are refused.
+bool CZvXML_Document::PassEqualsQuote()
+{
+    if (m_encoding->Class() != ZVXMLC_EQ)
+        return false;
+    m_encoding->Advance();
+    if (m_encoding->Class() != ZVXMLC_QUOTE)
+        return false;
+    m_encoding->Advance();
+    return true;
+}
+
+HRESULT CZvXML_Document::ParseXMLDeclaration()
+{
+    IZvXMLEncoding *enc = m_encoding;
+    enc->Advance();
+    if (enc->Match(L"xml", 3, TRUE) != 0)
+        return E_FAIL;
+    for (;;) {
+        int cls = enc->Class();
+        if (cls == ZVXMLC_BLANK) {
+            enc->Advance();
+            continue;
+        }
+        if (cls == ZVXMLC_QUESTION) {
+            enc->Advance();
+            if (enc->Class() != ZVXMLC_GT)
+                return E_FAIL;
+            enc->Advance();
+            return S_OK;
+        }
+        if (cls != ZVXMLC_NAME)
+            return E_FAIL;
+        WCHAR *field = nullptr;
+        int capacity = 0;
+        if (enc->Match(L"version", 7, TRUE) == 0)
+            field = m_version, capacity = 10;
+        else if (enc->Match(L"encoding", 8, TRUE) == 0)
+            field = m_encodingName, capacity = 260;
+        else if (enc->Match(L"standalone", 10, TRUE) == 0)
+            field = m_standalone, capacity = 20;
+        if (!field) {
+            while ((cls = enc->Class()) != ZVXMLC_BLANK && cls != ZVXMLC_QUESTION && cls != ZVXMLC_END)
+                enc->Advance();
+            continue;
+        }
+        if (!PassEqualsQuote())
+            return E_FAIL;
+        int n = 0;
+        WCHAR *value = CopyString(kStopQuote, &n);
+        if (!value)
+            return E_OUTOFMEMORY;
+        lstrcpynW(field, value, capacity);
+        if (enc->Class() != ZVXMLC_QUOTE)
+            return E_FAIL;
+        enc->Advance();
+    }
+}
+
+HRESULT CZvXML_Document::ParseStartTag()
+{
+    tagZVXML_CONTENT *c;
+    HRESULT hr = AddContent(ZVXML_ELEMENT, &c);
+    if (FAILED(hr))
+        return hr;
+    if (!c)
+        return E_FAIL; // a second top-level element has nowhere to go
+    c->element.name = CopyString(kStopName, nullptr);
+    if (!c->element.name) {
+        DropLastContent(c);
+        return E_OUTOFMEMORY;
+    }
+    m_current = &c->element;
+    while (m_encoding->Class() == ZVXMLC_BLANK)
+        m_encoding->Advance();
+    switch (m_encoding->Class()) {
+    case ZVXMLC_SLASH:
+        c->element.empty = 1;
+        m_current = c->parent;
+        m_encoding->Advance();
+        if (m_encoding->Class() == ZVXMLC_GT)
+            m_encoding->Advance();
+        return S_OK;
+    case ZVXMLC_GT:
+        m_encoding->Advance();
+        hr = S_OK;
+        break;
+    case ZVXMLC_NAME:
+        m_attributes.count = 0;
+        hr = ParseAttributes();
+        if (SUCCEEDED(hr) && m_attributes.count &&
+            !(c->element.attributes = MakeList(m_attributes.items, m_attributes.count)))
+            hr = E_OUTOFMEMORY;
+        break;
+    default:
+        hr = E_FAIL;
+        break;
+    }
+    if (FAILED(hr)) {
+        DropLastContent(c);
+        return hr;
+    }
+    // Still open: its contents collect from here on.
+    if (!c->element.empty && FAILED(m_opened.Push((void *)(INT_PTR)m_pending.count))) {
+        DropLastContent(c);
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT CZvXML_Document::ParseAttributes()
+{
+    IZvXMLEncoding *enc = m_encoding;
+    tagZVXML_ELEMENT *e = m_current;
+    for (;;) {
+        int cls = enc->Class();
+        if (cls == ZVXMLC_GT)
+            return S_OK;
+        if (cls == ZVXMLC_SLASH) {
+            e->empty = 1;
+            m_current = e->content->parent;
+            enc->Advance();
+            return S_OK;
+        }
+        if (cls == ZVXMLC_END)
+            return E_FAIL;
+        tagZVXML_ATTRIBUTE *a = (tagZVXML_ATTRIBUTE *)Alloc(sizeof(tagZVXML_ATTRIBUTE));
+        if (!a || FAILED(m_attributes.Push(a)))
+            return E_OUTOFMEMORY;
+        a->element = e;
+        a->value = nullptr;
+        if (!(a->name = CopyString(kStopEq, nullptr)))
+            return E_OUTOFMEMORY;
+        if (!PassEqualsQuote())
+            return E_FAIL;
+        if (!(a->value = CopyString(kStopQuote, nullptr)))
+            return E_OUTOFMEMORY;
+        if (enc->Class() != ZVXMLC_QUOTE)
+            return E_FAIL;
+        enc->Advance();
+        if (enc->Class() == ZVXMLC_BLANK)
+            enc->Advance();
+    }
+}
+
+HRESULT CZvXML_Document::ParseEndTag()
+{
+    m_encoding->Advance();
+    int n = 0;
+    ULONGLONG mark = m_blockUsed;
+    ZvXMLBlock *block = m_blocks;
+    WCHAR *name = CopyString(kStopGt, &n);
+    if (!name)
+        return E_OUTOFMEMORY;
+    bool match = m_current && wcscmp(m_current->name, name) == 0;
+    // End tags are not kept: their room goes back when it came from the
+    // current block.
+    if (block == m_blocks && name == (WCHAR *)(m_blocks->data + mark))
+        m_blockUsed = (size_t)mark;
+    if (!match)
+        return E_FAIL;
+    HRESULT hr = CloseElement();
+    m_current = m_current->content->parent;
+    return hr;
+}
+
+HRESULT CZvXML_Document::ParseMarkupDeclaration()
+{
+    m_encoding->Advance();
+    HRESULT hr = S_OK;
+    for (;;) {
+        switch (m_encoding->Class()) {
+        case ZVXMLC_END:
+            return hr;
+        case ZVXMLC_GT:
+            m_encoding->Advance();
+            return hr;
+        case ZVXMLC_MINUS:
+            hr = ParseComment();
+            break;
+        case ZVXMLC_LBRACKET:
+            hr = ParseCDATA();
+            break;
+        default:
+            m_encoding->Advance();
+            break;
+        }
+    }
+}
+
+HRESULT CZvXML_Document::ParseComment() { return ParseBracketed(ZVXML_COMMENT, L'-'); }
+HRESULT CZvXML_Document::ParseCDATA() { return ParseBracketed(ZVXML_CDATA, L']'); }
+
+// Comments and CDATA: text up to a ">" that follows two closers; an inner
+// ">" becomes part of the text. The cursor is left on the final ">".
+HRESULT CZvXML_Document::ParseBracketed(tagXML_CONTENT_TYPE type, WCHAR closer)
+{
+    IZvXMLEncoding *enc = m_encoding;
+    WCHAR *text = nullptr;
+    size_t length = 0;
+    for (;;) {
+        int n = enc->CopyUntil(kStopGt, nullptr);
+        if (n < 0) {
+            HeapFree(GetProcessHeap(), 0, text);
+            return E_OUTOFMEMORY;
+        }
+        WCHAR *grown = (WCHAR *)(text ? HeapReAlloc(GetProcessHeap(), 0, text, (length + n + 2) * sizeof(WCHAR))
+                                      : HeapAlloc(GetProcessHeap(), 0, (length + n + 2) * sizeof(WCHAR)));
+        if (!grown) {
+            HeapFree(GetProcessHeap(), 0, text);
+            return E_OUTOFMEMORY;
+        }
+        text = grown;
+        enc->CopyUntil(kStopGt, text + length);
+        length += (size_t)n;
+        if (enc->AtEnd() || (length >= 2 && text[length - 1] == closer && text[length - 2] == closer))
+            break;
+        text[length++] = L'>';
+        enc->Advance();
+    }
+    tagZVXML_CONTENT *c;
+    HRESULT hr = AddContent(type, &c);
+    if (SUCCEEDED(hr) && c) {
+        if ((c->text = (WCHAR *)Alloc((length + 1) * sizeof(WCHAR))) != nullptr) {
+            memcpy(c->text, text, length * sizeof(WCHAR));
+            c->text[length] = 0;
+        } else {
+            DropLastContent(c);
+            hr = E_OUTOFMEMORY;
+        }
+    }
+    HeapFree(GetProcessHeap(), 0, text);
+    return FAILED(hr) ? hr : S_OK;
+}
