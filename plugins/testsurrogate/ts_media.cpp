@@ -176,11 +176,27 @@ public:
     {
         if (!buffer || size < 4)
             return E_INVALIDARG;
+        if ((infoId & 0xFFFF0000) == TS_INFO_METRIC)
+            return Metric((LONG)(infoId & 0xFFFF), buffer);
         if (infoId != TS_INFO_PROCESSID)
             return E_NOTIMPL;
         DWORD pid = GetCurrentProcessId();
         memcpy(buffer, &pid, 4);
         return S_OK;
+    }
+    HRESULT Metric(LONG id, BYTE *buffer)
+    {
+        IZvFileIOManager *manager = nullptr;
+        HRESULT hr = owner_->GetManager(&manager);
+        if (FAILED(hr) || !manager)
+            return FAILED(hr) ? hr : E_UNEXPECTED;
+        LONG value = 0;
+        hr = manager->GetMetric(id, &value);
+        if (SUCCEEDED(hr))
+            hr = manager->SetMetric(id + 1, value + 1);
+        manager->Release();
+        memcpy(buffer, &value, 4);
+        return hr;
     }
     // a sibling, with an informative success
     HRESULT STDMETHODCALLTYPE GetSiblingFile(IZvReadFile **sibling) override

@@ -25,6 +25,9 @@ inline GUID TsRendererClass(int variant)
 
 // GetFileInfo ids of the test reader's file.
 #define TS_INFO_PROCESSID 1   // the process the plug-in runs in (4 bytes)
+// TS_INFO_METRIC | id: the metric `id` as the manager of the plug-in's own
+// process reads it (4 bytes); that manager then sets metric id + 1 to it plus one.
+#define TS_INFO_METRIC 0x10000
 // GetFrameFlags of the video stream waits frameLow milliseconds first.
 
 #define TS_AUDIO_FRAMES 0x40000000  // frames of every audio stream

@@ -218,8 +218,10 @@ HRESULT CZvFileIOManager::metricLocation(WCHAR kind, LONG id, WCHAR *path, WCHAR
 STDMETHODIMP CZvFileIOManager::GetMetric(LONG id, LONG *value)
 {
     ZVFIO_SCOPE("CZvFileIOManager::GetMetric");
+    // always S_OK, also with nowhere to put the value
+    LONG ignored = 0;
     if (!value)
-        return E_POINTER;
+        value = &ignored;
     if (IsTableId(id)) {
         *value = m_metrics[id];
     } else if (!IsFileId(id)) {
@@ -378,6 +380,11 @@ bool CZvFileIOManager::lockShared()
 {
     if (!m_hSharedMutex || m_hSharedMutex == INVALID_HANDLE_VALUE)
         return false;
+    // A surrogate's manager works only inside a call of its host, and the
+    // host holds this mutex across every such call (listing, loading,
+    // clean-up): waiting here would wait for the caller.
+    if (m_bSurrogate)
+        return false;
     DWORD w = WaitForSingleObject(m_hSharedMutex, INFINITE);
     // an abandoned mutex is owned all the same
     return w == WAIT_OBJECT_0 || w == WAIT_ABANDONED;
@@ -400,21 +407,21 @@ HRESULT CZvFileIOManager::Init(DWORD flags, const WCHAR *name)
     m_metrics[ZVFIO_METRIC_FORCELISTING] = (flags & ZVFIO_CREATE_FULLLISTING) ? 1 : 0;
     WCHAR product[MAX_PATH];
     if (!name) {
-        if (g_zvfioProductName[0])
-            _snwprintf(product, MAX_PATH, L"%s", g_zvfioProductName);
-        else
-            ZvFioPluginVersionName(flags, NULL, product, MAX_PATH);
+        // the process's name: a surrogate's comes from its host; a host's
+        // is made once, so that its mutex, data folders and surrogates agree
+        if (!g_zvfioProductName[0])
+            ZvFioSetProductName(flags, NULL);
+        _snwprintf(product, MAX_PATH, L"%s", g_zvfioProductName);
         product[MAX_PATH - 1] = 0;
         name = product;
     }
     if (!m_hSharedMutex || m_hSharedMutex == INVALID_HANDLE_VALUE) {
-        WCHAR mutexName[MAX_PATH + 32];
-        _snwprintf(mutexName, MAX_PATH + 32, L"Local\\Tolan Media Works %s", name);
-        mutexName[MAX_PATH + 31] = 0;
-        for (WCHAR *p = mutexName + 6; *p; ++p)
+        _snwprintf(m_szMutexName, ZVFIO_MUTEXNAME_LENGTH, L"Local\\Tolan Media Works %s", name);
+        m_szMutexName[ZVFIO_MUTEXNAME_LENGTH - 1] = 0;
+        for (WCHAR *p = m_szMutexName + 6; *p; ++p)
             if (*p == L'\\')
                 *p = L' ';
-        m_hSharedMutex = CreateMutexW(NULL, FALSE, mutexName);
+        m_hSharedMutex = CreateMutexW(NULL, FALSE, m_szMutexName);
         if (!m_hSharedMutex)
             m_hSharedMutex = INVALID_HANDLE_VALUE;
     }
@@ -694,7 +701,11 @@ HRESULT CZvFileIOManager::GrovelSpecifiedPlugins(tZVLIST *list, DWORD flags, int
 HRESULT CZvFileIOManager::UpdatePluginCache(DWORD flags)
 {
     ZVFIO_SCOPE("CZvFileIOManager::UpdatePluginCache");
+    // other hosts and their surrogates read and write the same file
+    bool locked = lockShared();
     HRESULT hr = ZvFioWritePluginCache(m_pPluginList, flags);
+    if (locked)
+        unlockShared();
     return hr == 1 ? S_OK : hr;
 }
 

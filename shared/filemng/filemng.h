@@ -17,6 +17,8 @@
 class CZvFileIOTypeEnum;
 class CZvFIOPluginEnum;
 
+#define ZVFIO_MUTEXNAME_LENGTH (MAX_PATH + 32)
+
 // The manager's executor: one thread in the multithreaded apartment that
 // runs all plug-in loading.
 typedef HRESULT (*ZVFIO_EXECUTORPROC)(void *arg);
@@ -133,9 +135,11 @@ public:
     HRESULT runOnExecutor(ZVFIO_EXECUTORPROC proc, void *arg);
     DWORD executorThreadId() const { return m_executor.threadId; }
 
-    // Shared mutex: a wait without limit; fails at once without a mutex.
+    // Shared mutex: a wait without limit; fails at once without a mutex,
+    // and in a surrogate, whose host holds it for it.
     bool lockShared();
     void unlockShared();
+    const WCHAR *sharedMutexName() const { return m_szMutexName; }
 
     // State for the other parts of the manager.
     tZVLIST *pluginList() const { return m_pPluginList; }
@@ -173,6 +177,7 @@ private:
     WCHAR **m_ppSkipNames;
     LONG m_cSkipNames;
     CRITICAL_SECTION m_executorLock; // one request at a time, also without the shared mutex
+    WCHAR m_szMutexName[ZVFIO_MUTEXNAME_LENGTH];
 };
 
 // Creation of the application's manager.

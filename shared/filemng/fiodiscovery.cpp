@@ -117,6 +117,19 @@ void ZvFioResetDataPaths()
 {
     EnterCriticalSection(PathLock());
     memset(&g_paths, 0, sizeof g_paths);
+    g_zvfioProductName[0] = 0;
+    LeaveCriticalSection(PathLock());
+}
+
+void ZvFioSetProductName(DWORD flags, const WCHAR *path)
+{
+    WCHAR name[MAX_PATH];
+    if (FAILED(ZvFioPluginVersionName(flags, path, name, MAX_PATH)) || !name[0])
+        wcscpy(name, L"Unspecified");
+    EnterCriticalSection(PathLock());
+    // cut where a surrogate's copy would be cut
+    _snwprintf(g_zvfioProductName, 128, L"%s", name);
+    g_zvfioProductName[127] = 0;
     LeaveCriticalSection(PathLock());
 }
 
@@ -606,6 +619,16 @@ HRESULT ZvFioGrovelPluginDlls(tZVLIST *list, BOOL all, CZvFileIOManager *manager
         }
         if (hr == E_OUTOFMEMORY)
             return hr;
+        if (FAILED(hr) && ZvFioSurrogateUnreachable(r)) {
+            // Not the DLL's fault: it stays unlisted and out of the cache, so
+            // that the next start asks it again.
+            r->dwRecordFlags |= ZVFIO_RF_UNUSABLE | ZVFIO_RF_UNCACHED;
+            r->hrSurrogate = hr;
+            if (manager)
+                manager->log(__FILE__, __LINE__, L" The surrogate of '%s' could not be started: 0x%08lX", r->szPath,
+                             (unsigned long)hr);
+            continue;
+        }
         // a DLL that can't be listed is remembered as unusable until its ModTime changes
         r->dwRecordFlags |= ZVFIO_RF_UNUSABLE | ZVFIO_RF_DIRTY;
         if (FAILED(hr)) {
@@ -717,6 +740,18 @@ static void WriteRecordSections(CZvProfile &cache, tZVLIST *list, int index)
     }
 }
 
+// Replaces `file` by `temp` in one step; a reader of another process may
+// hold the old file open for a moment.
+static bool ReplaceFile(const WCHAR *temp, const WCHAR *file)
+{
+    for (int attempt = 0; attempt < 40; ++attempt) {
+        if (MoveFileExW(temp, file, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return true;
+        Sleep(25);
+    }
+    return false;
+}
+
 HRESULT ZvFioWritePluginCache(tZVLIST *list, DWORD flags)
 {
     if (!list || list->count == 0)
@@ -727,9 +762,28 @@ HRESULT ZvFioWritePluginCache(tZVLIST *list, DWORD flags)
     ZvFioGetCacheFileName(file);
     if (!file[0])
         return E_UNEXPECTED;
-    CZvProfile cache(file);
-    if (flags & 2)
-        cache.DeleteFile();
+    bool any = false;
+    for (int i = 0; i < list->count && !any; ++i) {
+        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        any = r && ((flags & 1) || (r->dwRecordFlags & ZVFIO_RF_DIRTY));
+    }
+    if (!any && !(flags & 2))
+        return S_OK;
+    // The changes go to a new file that then replaces the cache whole: other
+    // processes read the old cache or the new one, never a half-written one.
+    // A name of its own for each write, so that no cached copy of an older
+    // temporary file is taken for it.
+    static volatile LONG serial;
+    WCHAR temp[MAX_PATH];
+    int put = _snwprintf(temp, MAX_PATH, L"%s.%lx-%lx.tmp", file, (unsigned long)GetCurrentProcessId(),
+                         (unsigned long)InterlockedIncrement(&serial));
+    if (put < 0 || put >= MAX_PATH)
+        return ZVERR_BAD_FILENAME;
+    ::DeleteFileW(temp);
+    CZvProfile cache(temp);
+    CZvProfile current(file);
+    if (!(flags & 2) && current.FileExists() && !CopyFileW(file, temp, FALSE))
+        return ZVERR_FILE_WRITE;
     for (int i = 0; i < list->count; ++i) {
         ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
         if (!r || (!(flags & 1) && !(r->dwRecordFlags & ZVFIO_RF_DIRTY)))
@@ -737,8 +791,20 @@ HRESULT ZvFioWritePluginCache(tZVLIST *list, DWORD flags)
         // single write failures are noticed and ignored
         WriteRecordSections(cache, list, i);
         GetLastError();
-        r->dwRecordFlags &= ~ZVFIO_RF_DIRTY;
     }
     cache.Flush();
+    if (GetFileAttributesW(temp) == INVALID_FILE_ATTRIBUTES) {
+        // a deleted cache with nothing to write
+        if (flags & 2)
+            current.DeleteFile();
+    } else if (!ReplaceFile(temp, file)) {
+        ::DeleteFileW(temp);
+        return ZVERR_FILE_WRITE; // the records stay marked for the next write
+    }
+    for (int i = 0; i < list->count; ++i) {
+        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (r && ((flags & 1) || (r->dwRecordFlags & ZVFIO_RF_DIRTY)))
+            r->dwRecordFlags &= ~ZVFIO_RF_DIRTY;
+    }
     return S_OK;
 }

@@ -23,7 +23,8 @@ const ZVFIO_DATAPATHS *ZvFioGetDataPaths();
 // Resolves the folders and file names from the creation flags and a program
 // path (null: this program). Only the first call acts.
 HRESULT ZvFioResolveDataPaths(DWORD flags, const WCHAR *path);
-// Forgets the resolved paths, so that the next creation resolves again.
+// Forgets the resolved paths and the product name, so that the next
+// creation resolves again.
 void ZvFioResetDataPaths();
 // Full names of the cache and metric files ("" while unresolved).
 void ZvFioGetCacheFileName(WCHAR *out);
@@ -32,8 +33,12 @@ void ZvFioGetMetricFileName(WCHAR *out);
 // Product name from the program's version resource (see ZVFIO_CREATE_NOVERSION).
 HRESULT ZvFioPluginVersionName(DWORD flags, const WCHAR *path, WCHAR *out, int length);
 
-// The product name a surrogate was given by its host, at most 128 characters.
+// The process's product name, at most 128 characters: a host's first
+// manager sets it from the program, a surrogate takes its host's. It names
+// the shared mutex and the data folders.
 extern WCHAR g_zvfioProductName[128];
+// Sets it from the version resource of `path` (null: this program).
+void ZvFioSetProductName(DWORD flags, const WCHAR *path);
 
 // The language that cached strings are kept in: the kernel's.
 DWORD ZvFioKernelLangID();

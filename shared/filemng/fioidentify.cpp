@@ -343,7 +343,8 @@ static HRESULT AskByBytes(IdentifyRun &run, IZvReadFileClass *cls, LONG index)
 {
     run.markAsked(index);
     HRESULT hr = IsTypeHelper(RecordAt(run.mgr, index), cls, run.file, run.chunk, run.size, run.path, run.flags);
-    if (SUCCEEDED(hr)) {
+    // only 0 means yes: S_FALSE is a reader's no
+    if (hr == S_OK) {
         run.accept(cls, index);
         return S_OK;
     }
@@ -394,7 +395,7 @@ static bool SignatureStage(IdentifyRun &run)
             answer = IsTypeSlow(cls, run.path, run.flags);
         else
             answer = IsTypeHelper(record, cls, run.file, run.chunk, run.size, run.path, run.flags);
-        if (SUCCEEDED(answer) && (type == 5 || type == 0x14) && FAILED(IsTypeSlow(cls, run.path, run.flags)))
+        if (answer == S_OK && (type == 5 || type == 0x14) && IsTypeSlow(cls, run.path, run.flags) != S_OK)
             answer = ZVERR_FILE_OPEN;
         if (type == 0x100D)
             answer = IsTypeSlow(cls, run.path, run.flags);
@@ -406,7 +407,7 @@ static bool SignatureStage(IdentifyRun &run)
                          L" IdentifyFileType: qv4compound is bypassed:'%s', '%s' Plugin examined, status: %s",
                          record->szName, name, status ? status : L"");
         }
-        if (SUCCEEDED(answer)) {
+        if (answer == S_OK) {
             run.accept(cls, index);
             cls->Release();
             return true;
@@ -593,7 +594,7 @@ STDMETHODIMP CZvFileIOManager::IdentifyFileTypeSlow(LPCWSTR path, LONG *readerIn
         if (index >= 0 && index < (LONG)asked.size())
             asked[index] = 1;
         HRESULT hr = IsTypeSlow(cls, path, 0);
-        if (SUCCEEDED(hr) && !(weak && remembered != -1)) {
+        if (hr == S_OK && !(weak && remembered != -1)) {
             found = index;
             result = S_OK;
             ClassName(cls, name, MAX_PATH);

@@ -197,6 +197,17 @@ HRESULT ZvFioLoadDllAndCreate(ZVFIO_PLUGININFO *r, void **out, REFIID iid)
     return hr;
 }
 
+bool ZvFioSurrogateUnreachable(const ZVFIO_PLUGININFO *record)
+{
+    if (!record)
+        return false;
+    ZVFIO_PLUGININFO probe = *record; // routing is re-derived on a copy
+    if (!ZvFioDeriveRouting(&probe))
+        return false;
+    ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
+    return !slot || !ZvFioSurrogateSlot_Get(slot);
+}
+
 HRESULT ZvFioCreateFromRecord(ZVFIO_PLUGININFO *r, void **out, REFIID iid, CZvFileIOManager *manager)
 {
     if (ZvFioDeriveRouting(r))
@@ -393,8 +404,12 @@ HRESULT CZvFileIOManager::doLoadPlugin(ZVFIO_PLUGININFO *r)
         return doLoadPluginCallFromMTAOnly(r);
     bool locked = lockShared();
     HRESULT hr = ZvFioLaunchSurrogate(r);
-    if (FAILED(hr))
+    r->hrSurrogate = FAILED(hr) ? hr : S_OK;
+    if (FAILED(hr)) {
+        log(__FILE__, __LINE__, L" The surrogate of plugin '%s' ('%s') could not be started: 0x%08lX", r->szName,
+            r->szPath, (unsigned long)hr);
         return hr; // the mutex stays held: other processes don't retry a failing launch
+    }
     ZVFIO_LOADREQUEST req = {this, r};
     hr = runOnExecutor(doLoadPluginMTAExecutorCallback, &req);
     if (locked)

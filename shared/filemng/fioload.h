@@ -22,6 +22,9 @@ struct ZVFIO_LISTEDCLASS {
 HRESULT ZvFioLoadDllAndCreate(ZVFIO_PLUGININFO *record, void **out, REFIID iid);
 // The same, or through the surrogate when the record is routed.
 HRESULT ZvFioCreateFromRecord(ZVFIO_PLUGININFO *record, void **out, REFIID iid, CZvFileIOManager *manager);
+// True when the record is routed and its surrogate couldn't be started or
+// reached: a failure then says nothing about the DLL.
+bool ZvFioSurrogateUnreachable(const ZVFIO_PLUGININFO *record);
 // Loads the ";"-separated modules of `list` that lie inside `folder`.
 // S_FALSE when nothing was loaded.
 HRESULT ZvFioPreloadModules(const WCHAR *folder, const WCHAR *list);

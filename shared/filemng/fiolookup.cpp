@@ -274,7 +274,7 @@ HRESULT CZvFileIOManager::IdentifyFileTypeFromId(DWORD typeId, LONG *readerIndex
         matched = true;
         for (int i = 0; list && i < list->count; ++i) {
             ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-            if (r->clsidPlugin.Data1 == row.data1) {
+            if (r && r->clsidReader.Data1 == row.data1) {
                 *readerIndex = r->nReaderIndex;
                 return S_OK;
             }

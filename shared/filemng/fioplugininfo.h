@@ -48,7 +48,8 @@ typedef struct ZVFIO_PLUGININFO {
     DWORD dwSpare1;
     DWORD StreamType;
     DWORD Access;               // ZVFIO_ACCESS_*
-    DWORD dwSpare2[2];
+    HRESULT hrSurrogate;        // why the record's surrogate didn't start; S_OK when it did or wasn't asked
+    DWORD dwSpare2;
     DWORD dwLoadFlags;          // ZVFIO_LF_*
     DWORD Flags;                // as the plug-in listed them
     DWORD ModTime;              // DOS date and time of the DLL, UTC

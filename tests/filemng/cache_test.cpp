@@ -380,3 +380,89 @@ TEST(FioDiscovery, ExtensionListsAndProfile)
     EXPECT_TRUE(p.DeleteFile());
     EXPECT_FALSE(p.FileExists());
 }
+
+TEST(FioDiscovery, CacheIsReplacedWholeAndWritesWaitForTheSharedMutex)
+{
+    Fixture fx;
+    tZVLIST *l = WriteTwoDlls(fx);
+    // the file's identity: a new file takes the old one's place, the old
+    // one is never rewritten in place
+    auto fileId = [&]() {
+        HANDLE h = CreateFileW(fx.cache.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                               nullptr, OPEN_EXISTING, 0, nullptr);
+        BY_HANDLE_FILE_INFORMATION info = {};
+        GetFileInformationByHandle(h, &info);
+        CloseHandle(h);
+        return ((ULONGLONG)info.nFileIndexHigh << 32) | info.nFileIndexLow;
+    };
+    const ULONGLONG before = fileId();
+    ZvFioStrSet(&At(l, 0)->DialogName, L"Alpha, renamed");
+    At(l, 0)->dwRecordFlags |= ZVFIO_RF_DIRTY;
+    EXPECT_EQ(S_OK, ZvFioWritePluginCache(l, 0));
+    EXPECT_NE(before, fileId());
+    EXPECT_EQ(L"Alpha, renamed", Ini(fx.cache, GuidText(kClassA), L"DialogName"));
+    EXPECT_EQ(L"Gamma", Ini(fx.cache, GuidText(kClassC), L"DialogName")) << "the rest was carried over";
+    // nothing is left beside it
+    WIN32_FIND_DATAW fd;
+    HANDLE find = FindFirstFileW((fx.cache + L".*.tmp").c_str(), &fd);
+    EXPECT_EQ(INVALID_HANDLE_VALUE, find) << "a temporary file was left";
+    if (find != INVALID_HANDLE_VALUE)
+        FindClose(find);
+    // nothing to write: the file stays as it is
+    const ULONGLONG written = fileId();
+    EXPECT_EQ(S_OK, ZvFioWritePluginCache(l, 0));
+    EXPECT_EQ(written, fileId());
+
+    // the manager writes only while it holds the shared mutex
+    IZvFileIOMgrForApp *app = nullptr;
+    long reserved = 0;
+    ASSERT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
+                                            nullptr, reserved));
+    CZvFileIOManager *mgr = static_cast<CZvFileIOManager *>(app);
+    ASSERT_EQ(S_OK, mgr->SetPluginList(l, 0, 0, nullptr));
+    ZvFioStrSet(&At(l, 0)->DialogName, L"Alpha, third");
+    At(l, 0)->dwRecordFlags |= ZVFIO_RF_DIRTY;
+    struct Holder {
+        std::wstring name;
+        HANDLE held = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        HANDLE release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        static DWORD WINAPI Run(void *p)
+        {
+            Holder *h = (Holder *)p;
+            HANDLE m = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, h->name.c_str());
+            WaitForSingleObject(m, INFINITE);
+            SetEvent(h->held);
+            WaitForSingleObject(h->release, INFINITE);
+            ReleaseMutex(m);
+            CloseHandle(m);
+            return 0;
+        }
+    } holder;
+    holder.name = mgr->sharedMutexName();
+    HANDLE thread = CreateThread(nullptr, 0, Holder::Run, &holder, 0, nullptr);
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(holder.held, 10000));
+    struct Writer {
+        CZvFileIOManager *mgr;
+        HRESULT hr = E_PENDING;
+        static DWORD WINAPI Run(void *p)
+        {
+            Writer *w = (Writer *)p;
+            w->hr = w->mgr->UpdatePluginCache(0);
+            return 0;
+        }
+    } writer{mgr};
+    HANDLE writing = CreateThread(nullptr, 0, Writer::Run, &writer, 0, nullptr);
+    EXPECT_EQ((DWORD)WAIT_TIMEOUT, WaitForSingleObject(writing, 300)) << "wrote while another held the mutex";
+    EXPECT_EQ(L"Alpha, renamed", Ini(fx.cache, GuidText(kClassA), L"DialogName"));
+    SetEvent(holder.release);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(writing, 10000));
+    EXPECT_EQ(S_OK, writer.hr);
+    EXPECT_EQ(L"Alpha, third", Ini(fx.cache, GuidText(kClassA), L"DialogName"));
+    WaitForSingleObject(thread, 10000);
+    CloseHandle(thread);
+    CloseHandle(writing);
+    CloseHandle(holder.held);
+    CloseHandle(holder.release);
+    app->CleanUp();
+    app->Release();
+}

@@ -311,3 +311,30 @@ TEST(IdentifySlow, PathTestsInOrderWithTheWeakListReader)
     EXPECT_EQ(s.indexOf(ext), index);
     EXPECT_EQ(E_INVALIDARG, s.mgr->IdentifyFileTypeSlow(nullptr, &index));
 }
+
+TEST(IdentifyStages, FalseIsANoInEveryStage)
+{
+    // S_FALSE succeeds as an HRESULT, but only 0 means yes
+    MockReader wave(0x0A30C422, L"Wave"), byExt(0xA0000003, L"ByExt"), last(0xA0000002, L"Last"),
+        listed(0xA0000001, L"Listed");
+    wave.id = *ZvFioSignatureClass(0x0A30C422);
+    for (MockReader *m : {&wave, &byExt, &last, &listed})
+        m->byteAnswer = m->slowAnswer = S_FALSE;
+    MockSetup s({{&wave, nullptr, 0}, {&byExt, L"*.wav", 0}, {&last, nullptr, 0}, {&listed, nullptr, 0}});
+    s.mgr->SetLastUsedReader(&last);
+    std::wstring f = WriteTemp(s.dataDir, L"tone.wav", WaveBytes(10));
+    LONG index = 7;
+    EXPECT_EQ(kUnsupported, Identify(s.mgr, f, &index));
+    EXPECT_EQ(-1, index);
+    for (MockReader *m : {&wave, &byExt, &last, &listed})
+        EXPECT_EQ(1, m->byteCalls) << "each stage asks its class once";
+    EXPECT_EQ(kUnsupported, s.mgr->IdentifyFileTypeSlow(f.c_str(), &index));
+    EXPECT_EQ(-1, index);
+    EXPECT_EQ(1, listed.slowCalls);
+
+    listed.byteAnswer = listed.slowAnswer = S_OK;
+    EXPECT_EQ(S_OK, Identify(s.mgr, f, &index));
+    EXPECT_EQ(s.indexOf(listed), index);
+    EXPECT_EQ(S_OK, s.mgr->IdentifyFileTypeSlow(f.c_str(), &index));
+    EXPECT_EQ(s.indexOf(listed), index);
+}

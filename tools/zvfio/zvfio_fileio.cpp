@@ -138,6 +138,25 @@ std::string ErrorText(HRESULT hr)
     return text;
 }
 
+// Tells of each plug-in whose surrogate couldn't be started (on the error
+// output) and gives the first such failure, S_OK when there is none.
+HRESULT ReportSurrogateFailures(CZvFileIOManager *mgr, const char *command)
+{
+    HRESULT first = S_OK;
+    tZVLIST *list = mgr->pluginList();
+    for (int i = 0; list && i < list->count; ++i) {
+        const ZVFIO_PLUGININFO *r = (const ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
+        if (!r || SUCCEEDED(r->hrSurrogate))
+            continue;
+        Err("zvfio %s: %s: the surrogate of group %ld could not be started: %s (0x%08lX)\n", command,
+            Utf8(r->szPath).c_str(), (long)r->Surrogate, ErrorText(r->hrSurrogate).c_str(),
+            (unsigned long)r->hrSurrogate);
+        if (SUCCEEDED(first))
+            first = r->hrSurrogate;
+    }
+    return first;
+}
+
 HRESULT Plugins(const Args &args)
 {
     if (!args.files.empty())
@@ -155,7 +174,7 @@ HRESULT Plugins(const Args &args)
     for (int i = 0; list && i < list->count; ++i) {
         ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
         if (!r || (r->dwRecordFlags & ZVFIO_RF_UNUSABLE))
-            continue;
+            continue; // a surrogate that didn't start is told at the end
         const bool reader = (r->Access & ZVFIO_ACCESS_READER) != 0;
         const bool renderer = (r->Access & ZVFIO_ACCESS_RENDERER) != 0;
         HRESULT loadResult = S_OK;
@@ -209,9 +228,10 @@ HRESULT Plugins(const Args &args)
     }
     if (args.json)
         Out("\n]\n");
-    else if (!shown)
+    HRESULT failed = ReportSurrogateFailures(mgr.get(), "plugins");
+    if (!args.json && !shown && SUCCEEDED(failed))
         Out("no plug-ins found\n");
-    return S_OK;
+    return failed;
 }
 
 HRESULT Identify(const Args &args)
@@ -248,7 +268,9 @@ HRESULT Identify(const Args &args)
                 first = FAILED(hr) ? hr : E_FAIL;
         }
     }
-    return first;
+    // a reader that couldn't start is the cause, not the file
+    HRESULT failed = ReportSurrogateFailures(mgr.get(), "identify");
+    return FAILED(first) && FAILED(failed) ? failed : first;
 }
 
 // A reader opened by name, released at the end of the command.
