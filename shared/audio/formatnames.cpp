@@ -1,10 +1,49 @@
 // Format and codec names: tables in the program, searched by halving.
 #include "audio/formatnames.h"
+#include "zvlang.h"
+#include "zvprintf.h"
 #include <stdio.h>
 #include <wchar.h>
 #include <algorithm>
 
 namespace {
+
+// Texts a user reads, in the kernel's string resources.
+ZVLANGSTRING g_compression = ZVLANG_RESOURCE_TEXT(0x7420);     // "'%s' Compression"
+ZVLANGSTRING g_channelCount = ZVLANG_RESOURCE_TEXT(0x7421);    // "%d Channel"
+ZVLANGSTRING g_unknown = ZVLANG_RESOURCE_TEXT(0x7422);         // "Unknown"
+ZVLANGSTRING g_pcm = ZVLANG_RESOURCE_TEXT(0x7423);             // "PCM"
+ZVLANGSTRING g_pcmFloat = ZVLANG_RESOURCE_TEXT(0x7424);        // "PCM (float)"
+ZVLANGSTRING g_pcmUnpacked = ZVLANG_RESOURCE_TEXT(0x7425);     // "PCM (unpacked)"
+ZVLANGSTRING g_pcmSigned = ZVLANG_RESOURCE_TEXT(0x7426);       // "PCM (signed)"
+ZVLANGSTRING g_pcmBigEndian = ZVLANG_RESOURCE_TEXT(0x7427);    // "PCM (big endian)"
+ZVLANGSTRING g_mono = ZVLANG_RESOURCE_TEXT(0x7428);            // "Mono"
+ZVLANGSTRING g_stereo = ZVLANG_RESOURCE_TEXT(0x7429);          // "Stereo"
+ZVLANGSTRING g_five1 = ZVLANG_RESOURCE_TEXT(0x742A);           // "5.1"
+ZVLANGSTRING g_seven1 = ZVLANG_RESOURCE_TEXT(0x742B);          // "7.1"
+ZVLANGSTRING g_layout10 = ZVLANG_RESOURCE_TEXT(0x742C);        // "1/0 (C)"
+ZVLANGSTRING g_layout20 = ZVLANG_RESOURCE_TEXT(0x742D);        // "2/0 (L, R)"
+ZVLANGSTRING g_layout30 = ZVLANG_RESOURCE_TEXT(0x742E);        // "3/0 (L, C, R)"
+ZVLANGSTRING g_layout21 = ZVLANG_RESOURCE_TEXT(0x742F);        // "2/1 (L, R, Ls)"
+ZVLANGSTRING g_layout31 = ZVLANG_RESOURCE_TEXT(0x7430);        // "3/1 (L, C, R, Ls)"
+ZVLANGSTRING g_layout22 = ZVLANG_RESOURCE_TEXT(0x7431);        // "2/2 (L, R, Ls, Rs)"
+ZVLANGSTRING g_layout32 = ZVLANG_RESOURCE_TEXT(0x7432);        // "3/2 (L, C, R, Ls, Rs)"
+ZVLANGSTRING g_withLfe = ZVLANG_RESOURCE_TEXT(0x7433);         // "%s + LFE"
+ZVLANGSTRING g_bits = ZVLANG_RESOURCE_TEXT(0x7434);            // "%d Bit"
+ZVLANGSTRING g_bits24Unpacked = ZVLANG_RESOURCE_TEXT(0x7435);  // "24 Bit (Unpacked)"
+ZVLANGSTRING g_bits8Signed = ZVLANG_RESOURCE_TEXT(0x7436);     // "8 Bit (Signed)"
+ZVLANGSTRING g_bitsFloat = ZVLANG_RESOURCE_TEXT(0x7437);       // "%d Bit (IEEE Float)"
+ZVLANGSTRING g_bitsMac = ZVLANG_RESOURCE_TEXT(0x7438);         // "%d Bit (MAC)"
+ZVLANGSTRING g_bitsRa = ZVLANG_RESOURCE_TEXT(0x7439);          // "%d Bit (RA)"
+ZVLANGSTRING g_rate = ZVLANG_RESOURCE_TEXT(0x743A);            // "$d Hz"
+
+const wchar_t *Text(ZVLANGSTRING &record) { return ZvGetString(ZvLang_GetKernelLang(), &record); }
+
+// A record filled with the arguments through the kernel's formatted text.
+template <size_t N, class... Args> void Format(wchar_t (&out)[N], ZVLANGSTRING &record, Args... args)
+{
+    ZvCchPrintF(out, (int)N, nullptr, Text(record), args...);
+}
 
 struct TagName {
     UINT tag;
@@ -217,11 +256,11 @@ ZVAPI HRESULT ZvVideo_GetCompressionTypeName(DWORD fourcc, LPWSTR buffer, UINT l
         row = VideoShort().Find(ZvVideo_ConvertToCanonicalCompressionFormat(fourcc));
     if (row)
         return Put(buffer, length, row->text);
-    wchar_t chars[16], text[48];
+    wchar_t chars[16], text[96];
     FourCCText(fourcc, chars);
     if (shortName)
         return Put(buffer, length, chars, S_FALSE);
-    swprintf(text, 48, L"'%ls' Compression", chars);
+    Format(text, g_compression, chars);
     return Put(buffer, length, text, S_FALSE);
 }
 
@@ -248,33 +287,30 @@ ZVAPI LPSTR ZvVideo_FOURCCtoPrintString(DWORD fourcc, LPSTR buffer, UINT length)
 ZVAPI HRESULT ZvAudio_GetTagText(UINT tag, LPWSTR buffer, UINT length)
 {
     switch (tag) {
-    case WAVE_FORMAT_PCM: return Put(buffer, length, L"PCM");
-    case WAVE_FORMAT_IEEE_FLOAT: return Put(buffer, length, L"PCM (float)");
-    case ZV_WAVE_FORMAT_UNPACKED: return Put(buffer, length, L"PCM (unpacked)");
-    case ZV_WAVE_FORMAT_SIGNED: return Put(buffer, length, L"PCM (signed)");
-    case ZV_WAVE_FORMAT_BIGENDIAN: return Put(buffer, length, L"PCM (big endian)");
+    case WAVE_FORMAT_PCM: return Put(buffer, length, Text(g_pcm));
+    case WAVE_FORMAT_IEEE_FLOAT: return Put(buffer, length, Text(g_pcmFloat));
+    case ZV_WAVE_FORMAT_UNPACKED: return Put(buffer, length, Text(g_pcmUnpacked));
+    case ZV_WAVE_FORMAT_SIGNED: return Put(buffer, length, Text(g_pcmSigned));
+    case ZV_WAVE_FORMAT_BIGENDIAN: return Put(buffer, length, Text(g_pcmBigEndian));
     }
     wchar_t name[48];
     if (AcmTagName(tag, name))
         return Put(buffer, length, name);
-    return Put(buffer, length, L"Unknown", S_FALSE);
+    return Put(buffer, length, Text(g_unknown), S_FALSE);
 }
 
 ZVAPI LPWSTR ZvAudio_GetSampleTypeText(ZVSAMPLETYPE type, LPWSTR buffer, UINT length)
 {
-    wchar_t text[32] = L"";
-    const UINT bits = ZvAudio_BitsFromSampleType(type);
+    wchar_t text[64] = L"";
+    const int bits = (int)ZvAudio_BitsFromSampleType(type);
     switch (type) {
     case ZVSAMPLE_U8: case ZVSAMPLE_S16: case ZVSAMPLE_S24: case ZVSAMPLE_S32:
-        swprintf(text, 32, L"%d Bit", (int)bits); break;
-    case ZVSAMPLE_S24IN32: wcscpy(text, L"24 Bit (Unpacked)"); break;
-    case ZVSAMPLE_S8: wcscpy(text, L"8 Bit (Signed)"); break;
-    case ZVSAMPLE_F32: case ZVSAMPLE_F64:
-        swprintf(text, 32, L"%d Bit (IEEE Float)", (int)bits); break;
-    case ZVSAMPLE_S16BE: case ZVSAMPLE_S24BE: case ZVSAMPLE_S32BE:
-        swprintf(text, 32, L"%d Bit (MAC)", (int)bits); break;
-    case ZVSAMPLE_RA16: case ZVSAMPLE_RA24:
-        swprintf(text, 32, L"%d Bit (RA)", type == ZVSAMPLE_RA16 ? 16 : 24); break;
+        Format(text, g_bits, bits); break;
+    case ZVSAMPLE_S24IN32: Format(text, g_bits24Unpacked); break;
+    case ZVSAMPLE_S8: Format(text, g_bits8Signed); break;
+    case ZVSAMPLE_F32: case ZVSAMPLE_F64: Format(text, g_bitsFloat, bits); break;
+    case ZVSAMPLE_S16BE: case ZVSAMPLE_S24BE: case ZVSAMPLE_S32BE: Format(text, g_bitsMac, bits); break;
+    case ZVSAMPLE_RA16: case ZVSAMPLE_RA24: Format(text, g_bitsRa, type == ZVSAMPLE_RA16 ? 16 : 24); break;
     default: break;
     }
     return PutText(buffer, length, text);
@@ -285,8 +321,8 @@ ZVAPI LPWSTR ZvAudio_GetBitDepthText(const WAVEFORMATEX *format, LPWSTR buffer, 
     ZVSAMPLETYPE type = ZvAudio_GetSampleType(format);
     if (type != ZVSAMPLE_NONE || !format || !format->wBitsPerSample)
         return ZvAudio_GetSampleTypeText(type, buffer, length);
-    wchar_t text[16];
-    swprintf(text, 16, L"%d Bit", (int)format->wBitsPerSample);
+    wchar_t text[64];
+    Format(text, g_bits, (int)format->wBitsPerSample);
     return PutText(buffer, length, text);
 }
 
@@ -295,25 +331,28 @@ ZVAPI LPWSTR ZvAudio_GetChannelsText(UINT channels, DWORD mask, LPWSTR buffer, U
     static const struct {
         DWORD mask;
         UINT channels;
-        const wchar_t *text;
+        ZVLANGSTRING *text;
         bool lfe;
     } rows[] = {
-        {0, 1, L"Mono", false}, {0, 2, L"Stereo", false}, {0x3, 2, L"Stereo", false},
-        {0x3F, 6, L"5.1", false}, {0x60F, 6, L"5.1", false}, {0xFF, 8, L"7.1", false},
-        {0x4, 1, L"1/0 (C)", false}, {0xC, 2, L"1/0 (C)", true}, {0xB, 3, L"2/0 (L, R)", true},
-        {0x7, 3, L"3/0 (L, C, R)", false}, {0xF, 4, L"3/0 (L, C, R)", true},
-        {0x13, 3, L"2/1 (L, R, Ls)", false}, {0x1B, 4, L"2/1 (L, R, Ls)", true},
-        {0x17, 4, L"3/1 (L, C, R, Ls)", false}, {0x1F, 5, L"3/1 (L, C, R, Ls)", true},
-        {0x33, 4, L"2/2 (L, R, Ls, Rs)", false}, {0x3B, 5, L"2/2 (L, R, Ls, Rs)", true},
-        {0x37, 5, L"3/2 (L, C, R, Ls, Rs)", false},
+        {0, 1, &g_mono, false}, {0, 2, &g_stereo, false}, {0x3, 2, &g_stereo, false},
+        {0x3F, 6, &g_five1, false}, {0x60F, 6, &g_five1, false}, {0xFF, 8, &g_seven1, false},
+        {0x4, 1, &g_layout10, false}, {0xC, 2, &g_layout10, true}, {0xB, 3, &g_layout20, true},
+        {0x7, 3, &g_layout30, false}, {0xF, 4, &g_layout30, true},
+        {0x13, 3, &g_layout21, false}, {0x1B, 4, &g_layout21, true},
+        {0x17, 4, &g_layout31, false}, {0x1F, 5, &g_layout31, true},
+        {0x33, 4, &g_layout22, false}, {0x3B, 5, &g_layout22, true},
+        {0x37, 5, &g_layout32, false},
     };
-    wchar_t text[48];
+    wchar_t text[96];
     for (const auto &r : rows)
         if (r.mask == mask && r.channels == channels) {
-            swprintf(text, 48, L"%ls%ls", r.text, r.lfe ? L" + LFE" : L"");
+            if (r.lfe)
+                Format(text, g_withLfe, Text(*r.text));
+            else
+                Format(text, *r.text);
             return PutText(buffer, length, text);
         }
-    swprintf(text, 48, L"%d Channel", (int)channels);
+    Format(text, g_channelCount, (int)channels);
     return PutText(buffer, length, text);
 }
 
@@ -328,14 +367,16 @@ ZVAPI HRESULT ZvAudio_GetAttribsText(const WAVEFORMATEX *format, LPWSTR buffer, 
 {
     if (!format)
         return E_POINTER;
-    wchar_t depth[32], chans[48], text[128];
-    ZvAudio_GetBitDepthText(format, depth, 32);
+    wchar_t rate[64], depth[64], chans[96], text[256];
+    ZvAudio_GetBitDepthText(format, depth, 64);
     DWORD mask = format->wFormatTag == WAVE_FORMAT_EXTENSIBLE && format->cbSize >= 22 ? ((const WAVEFORMATEXTENSIBLE *)format)->dwChannelMask : 0;
-    ZvAudio_GetChannelsText(format->nChannels, mask, chans, 48);
+    ZvAudio_GetChannelsText(format->nChannels, mask, chans, 96);
+    Format(rate, g_rate, (unsigned)format->nSamplesPerSec);
+    // joined with the locale's list separator
     if (depth[0])
-        swprintf(text, 128, L"%u Hz, %ls, %ls", (unsigned)format->nSamplesPerSec, depth, chans);
+        ZvCchPrintF(text, 256, nullptr, L"%s$, %s$, %s", rate, depth, chans);
     else
-        swprintf(text, 128, L"%u Hz, %ls", (unsigned)format->nSamplesPerSec, chans);
+        ZvCchPrintF(text, 256, nullptr, L"%s$, %s", rate, chans);
     return Put(buffer, length, text);
 }
 

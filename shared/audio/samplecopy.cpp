@@ -10,10 +10,9 @@
 #include <vector>
 #include <xmmintrin.h>
 #include "audio/samplecopy_impl.h"
-#if __has_include("zvkernel.h")
+#include "zverror.h"
 #include "zvkernel.h"
 #define ZV_AUDIO_KERNEL_CPU 1
-#endif
 
 namespace zvsc {
 namespace {
@@ -326,12 +325,13 @@ static HRESULT CopyFormats(const DF *df, void *dest, const SF *sf, const void *s
 {
     if (!df || !sf)
         return E_POINTER;
+    // Nothing to copy is never an error, even for a pair without a function.
+    if (frames <= 0)
+        return S_OK;
     ZVSAMPLETYPE dt = TypeOf(df), st = TypeOf(sf);
     ZVAUDIOCOPYFUNC fn = ZvAudio_GetCopyFunction2(dt, st);
     if (!fn)
         return E_NOTIMPL;
-    if (frames <= 0)
-        return S_OK;
     if (!dest || !src)
         return E_POINTER;
     // Counts beyond the function's 32-bit argument go in pieces, the last
@@ -459,16 +459,18 @@ bool CheckNodeRun(const CheckNode &node, DWORD word)
 
 } // namespace
 
-ZVAPI HRESULT ZvAudioCopy_UnitTest(HWND owner)
+namespace zvsc {
+
+HRESULT RunCopySelfCheck(HWND owner, DWORD current, DWORD forced, bool (*run)(int row, DWORD word))
 {
-    const DWORD current = ZvAudio_GetCopyCPUWord();
     const int cls = (int)(current & kClassMask);
     HRESULT hr = S_OK;
     for (size_t i = 0; i < sizeof(kNodes) / sizeof(kNodes[0]); i++) {
         const CheckNode &node = kNodes[i];
         DWORD word;
         if (node.cls == 0x200) {
-            if (!(current & kSSE41))
+            // a row that only a forced SSE4.1 bit asks for
+            if (!(forced & kSSE41))
                 continue;
             word = current;
         } else {
@@ -476,17 +478,28 @@ ZVAPI HRESULT ZvAudioCopy_UnitTest(HWND owner)
                 continue;
             word = WordForClass(current, node.cls);
         }
-        // Where the word picks 512-bit vectors the 256-bit ones are a
-        // variant of their own, checked in the same row.
-        const bool wide = (word & kAVX) && HardwareHasAvx2() && HardwareHasAvx512();
-        if (!CheckNodeRun(node, word) || (wide && !CheckNodeRun(node, word | ZVAUDIOCOPY_NO512))) {
-            char line[64];
-            snprintf(line, sizeof(line), "ZvAudioCopy_UnitTest node[%d] failed.\n", (int)i);
-            OutputDebugStringA(line);
+        if (!run((int)i, word)) {
+            ZvErrorHandler_DetailsAddString(E_UNEXPECTED, L"ZvAudioCopy_UnitTest node[%d] failed.", (int)i);
             hr = E_UNEXPECTED;
         }
     }
     if (FAILED(hr) && owner)
         MessageBoxW(owner, L"INTERNAL: AudioCopy unit test failed!", L"Audio", MB_OK | MB_ICONERROR);
     return hr;
+}
+
+} // namespace zvsc
+
+static bool RunNode(int row, DWORD word)
+{
+    const CheckNode &node = kNodes[row];
+    // Where the word picks 512-bit vectors the 256-bit ones are a variant of
+    // their own, checked in the same row.
+    const bool wide = (word & kAVX) && HardwareHasAvx2() && HardwareHasAvx512();
+    return CheckNodeRun(node, word) && (!wide || CheckNodeRun(node, word | ZVAUDIOCOPY_NO512));
+}
+
+ZVAPI HRESULT ZvAudioCopy_UnitTest(HWND owner)
+{
+    return RunCopySelfCheck(owner, ZvAudio_GetCopyCPUWord(), ZvGetCPUForcedSupport(), RunNode);
 }

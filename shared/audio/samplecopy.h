@@ -42,6 +42,15 @@ ZVAPI HRESULT ZvAudio_Copy(const WAVEFORMATEX *destFormat, void *dest, const WAV
 ZVAPI HRESULT ZvAudioCopy_UnitTest(HWND owner);
 
 #ifdef __cplusplus
+namespace zvsc {
+// The self-check's walk with the words given and `run` for each row that
+// the words select (row number, support word); a failed row adds its detail
+// line under E_UNEXPECTED. For the tests.
+HRESULT RunCopySelfCheck(HWND owner, DWORD current, DWORD forced, bool (*run)(int row, DWORD word));
+}
+#endif
+
+#ifdef __cplusplus
 ZVAPI_CXX ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunction(const ZVWAVEFORMAT *dest, const ZVWAVEFORMAT *src);
 ZVAPI_CXX ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunction(const WAVEFORMATEX *dest, const ZVWAVEFORMAT *src);
 ZVAPI_CXX ZVAUDIOCOPYFUNC ZvAudio_GetCopyFunction(const ZVWAVEFORMAT *dest, const WAVEFORMATEX *src);

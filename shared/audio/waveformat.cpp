@@ -251,7 +251,7 @@ void _zvwaveformat::Init(DWORD rate, ZVSAMPLETYPE type, UINT chans, DWORD mask, 
         formatTag = 0;
         bitsPerSample = 0;
     }
-    cbSize = bufSize >= 34 ? 34 : ZVWFX_HEADER_SIZE;
+    cbSize = ZVWFX_HEADER_SIZE;
     sampleType = type;
     samplesPerSec = rate;
     channels = (WORD)chans;
@@ -330,7 +330,7 @@ HRESULT _zvwaveformat::Init(UINT bufSize, const WAVEFORMATEX *wfx)
     }
     if (bufSize >= 34) {
         *ExtraSizeField(this) = extra;
-        cbSize = 34 + extra;
+        cbSize = ZVWFX_HEADER_SIZE + extra;
     } else {
         cbSize = ZVWFX_HEADER_SIZE;
     }
@@ -354,7 +354,9 @@ void _zvwaveformat::InitAsWfx(UINT tag, DWORD rate, UINT bits, UINT chans, DWORD
 
 WORD _zvwaveformat::ExtraSize() const
 {
-    return cbSize >= 34 ? *(const WORD *)((const BYTE *)this + 32) : 0;
+    // cbSize counts the header and the extra bytes but not the size word; a
+    // record without extra bytes reads as none whatever lies behind it.
+    return cbSize > ZVWFX_HEADER_SIZE ? *(const WORD *)((const BYTE *)this + 32) : 0;
 }
 
 const BYTE *_zvwaveformat::Extra() const
@@ -426,7 +428,7 @@ ZVAPI ZVWAVEFORMAT *ZvAudio_GeneralCopyZvWaveFormat(ZVWAVEFORMAT *dest, UINT siz
     memmove(dest, src, ZVWFX_HEADER_SIZE);
     if (size >= 34) {
         *ExtraSizeField(dest) = n;
-        dest->cbSize = 34 + n;
+        dest->cbSize = ZVWFX_HEADER_SIZE + n;
     } else {
         dest->cbSize = ZVWFX_HEADER_SIZE;
     }

@@ -102,8 +102,9 @@ ZVAPI_CXX WAVEFORMATEX *ZvAudio_AllocAndCopyWfx(const ZVWAVEFORMAT *src, int cop
 ZVAPI_CXX HRESULT ZvAudio_FillSilence(const ZVWAVEFORMAT *fmt, void *buffer, DWORD frames);
 #endif
 
-// Fields in this order, 32 bytes; cbExtra and the extra bytes follow only
-// when cbSize is 34 or more (see _zvwaveformat_wfxplus).
+// Fields in this order, 32 bytes; cbExtra and the extra bytes follow when
+// the buffer has room (see _zvwaveformat_wfxplus). cbSize is 32 plus the
+// extra bytes in use.
 struct _zvwaveformat {
     DWORD cbSize;
     ZVSAMPLETYPE sampleType;

@@ -450,6 +450,11 @@ ZVAPI BOOL ZvSetCPUClassBySupport(void)
     return TRUE;
 }
 
+ZVAPI DWORD ZvGetCPUForcedSupport(void)
+{
+    return g_forced;
+}
+
 ZVAPI int ZvGetProcessorCount(void)
 {
     SYSTEM_INFO si;

@@ -55,6 +55,8 @@ ZVAPI BOOL ZvDisallowCPUSupport(DWORD bits);
 ZVAPI BOOL ZvOnlyAllowCPUSupport(DWORD bits);
 // Pins the class to what the allowed features give: 4, 5 or 6.
 ZVAPI BOOL ZvSetCPUClassBySupport(void);
+// The forced bits alone: what ZvGetCPUSupport joins whatever the mask.
+ZVAPI DWORD ZvGetCPUForcedSupport(void);
 ZVAPI int ZvGetProcessorCount(void);
 
 // Platform version. ZvGetOS gives (major << 8) | minor.

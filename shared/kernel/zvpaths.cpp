@@ -1,4 +1,6 @@
 #include "zvpaths.h"
+#include "zverror.h"
+#include "zvprintf.h"
 #include <objidl.h>
 #include <shlobj.h>
 #include <shlwapi.h>
@@ -527,6 +529,19 @@ ZVAPI LONGLONG ZvGetDiskTotalSpace(const wchar_t *path)
     return (LONGLONG)total.QuadPart;
 }
 
+ZVAPI int ZvFormatDiskFreeSpace(const wchar_t *path, wchar_t *buffer, int length)
+{
+    if (!buffer || length < 1)
+        return 0;
+    buffer[0] = 0;
+    LONGLONG free = ZvGetDiskFreeSpace(path);
+    if (free < 0)
+        return 0;
+    wchar_t text[64];
+    ZvGetByteSizeTextWithSpace((ULONGLONG)free, text);
+    return SUCCEEDED(CopyOut(buffer, length, text, wcslen(text))) ? (int)wcslen(buffer) : 0;
+}
+
 ZVAPI int ZvCreateDirectory(const wchar_t *path, void *)
 {
     if (!path || !*path || wcsstr(path, L".."))
@@ -598,6 +613,86 @@ ZVAPI HRESULT ZvDeleteDirectoryTree(const wchar_t *folder)
     return S_OK;
 }
 
+static bool IsFolder(const wchar_t *path)
+{
+    DWORD a = GetFileAttributesW(path);
+    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+ZVAPI HRESULT ZvCanMoveFolder(const wchar_t *from, const wchar_t *to)
+{
+    if (!from || !to)
+        return E_POINTER;
+    wchar_t src[MAX_PATH], dst[MAX_PATH], parent[MAX_PATH];
+    if (FAILED(ZvGetFullPathName(from, src, MAX_PATH)) || FAILED(ZvGetFullPathName(to, dst, MAX_PATH)))
+        return ZVERR_BAD_FILENAME;
+    ZvRemoveSlashFromPathNameEnd(src);
+    ZvRemoveSlashFromPathNameEnd(dst);
+    if (!IsFolder(src))
+        return ZVERR_NOT_FOUND;
+    if (GetFileAttributesW(dst) != INVALID_FILE_ATTRIBUTES)
+        return ZvErrorHandler_TranslateWin32Error(ERROR_ALREADY_EXISTS);
+    // a folder can't move into itself
+    if (ZvGetFileNamePtrRelative(dst, src))
+        return E_INVALIDARG;
+    wcscpy(parent, dst);
+    if (!ZvDirectoryUpOneLevel(parent) || !IsFolder(parent))
+        return ZVERR_NOT_FOUND;
+    if (!ZvIsDirectoryWritable(parent))
+        return E_ACCESSDENIED;
+    wchar_t rootFrom[MAX_PATH], rootTo[MAX_PATH];
+    if (SUCCEEDED(ZvGetRootPathFromFilePath(src, rootFrom, MAX_PATH)) &&
+        SUCCEEDED(ZvGetRootPathFromFilePath(dst, rootTo, MAX_PATH)) && _wcsicmp(rootFrom, rootTo) != 0) {
+        // across disks the whole tree is copied first
+        LONGLONG free = ZvGetDiskFreeSpace(parent);
+        if (free >= 0 && free < ZvGetDirectorySize(src))
+            return ZVERR_DISK_FULL;
+    }
+    return S_OK;
+}
+
+static HRESULT CopyTree(const wchar_t *from, const wchar_t *to)
+{
+    if (!CreateDirectoryW(to, NULL))
+        return ZvErrorHandler_TranslateWin32Error(GetLastError());
+    HRESULT hr = S_OK;
+    WalkFolder(from, [&](const WIN32_FIND_DATAW &fd) {
+        wchar_t a[MAX_PATH], b[MAX_PATH];
+        if (_snwprintf(a, MAX_PATH, L"%s\\%s", from, fd.cFileName) < 0 ||
+            _snwprintf(b, MAX_PATH, L"%s\\%s", to, fd.cFileName) < 0) {
+            hr = ZVERR_BUFFER_TOO_SMALL;
+            return false;
+        }
+        a[MAX_PATH - 1] = b[MAX_PATH - 1] = 0;
+        if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+            hr = CopyTree(a, b);
+        else if (!CopyFileW(a, b, TRUE))
+            hr = ZvErrorHandler_TranslateWin32Error(GetLastError());
+        return SUCCEEDED(hr);
+    });
+    return hr;
+}
+
+ZVAPI HRESULT ZvMoveFolder(const wchar_t *from, const wchar_t *to)
+{
+    HRESULT hr = ZvCanMoveFolder(from, to);
+    if (FAILED(hr))
+        return hr;
+    if (MoveFileExW(from, to, 0))
+        return S_OK;
+    DWORD err = GetLastError();
+    if (err != ERROR_NOT_SAME_DEVICE)
+        return ZvErrorHandler_TranslateWin32Error(err);
+    // The source goes only once the whole copy stands; a failed copy is
+    // removed again and the source stays as it was.
+    hr = CopyTree(from, to);
+    if (FAILED(hr)) {
+        ZvDeleteDirectoryTree(to);
+        return hr;
+    }
+    return ZvDeleteDirectoryTree(from);
+}
+
 ZVAPI HRESULT ZvGetUniqueSubFolder(const wchar_t *folder, const wchar_t *prefix, wchar_t *out, int length)
 {
     if (!folder || !out)
@@ -648,7 +743,7 @@ ZVAPI HRESULT ZvCreateTempFileAndNameEx(const wchar_t *folder, const wchar_t *pr
         if (err == ERROR_FILE_EXISTS || err == ERROR_SHARING_VIOLATION || err == ERROR_ALREADY_EXISTS)
             continue;
         buffer[0] = 0;
-        HRESULT hr = HRESULT_FROM_WIN32(err);
+        HRESULT hr = ZvErrorHandler_TranslateWin32Error(err);
         return FAILED(hr) ? hr : E_FAIL;
     }
     buffer[0] = 0;
@@ -766,17 +861,45 @@ static bool ReadRegText(HKEY root, const wchar_t *key, const wchar_t *value, wch
     return out[0] != 0;
 }
 
+static void PresetKey(wchar_t *key, DWORD version, const wchar_t *application)
+{
+    _snwprintf(key, MAX_PATH, L"Software\\Kelpo Media Works\\%s\\%d.%d\\Metrics", application ? application : L"",
+               (int)((version >> 24) & 0xFF), (int)((version >> 16) & 0xFF));
+    key[MAX_PATH - 1] = 0;
+}
+
 ZVAPI HRESULT ZvGetPresetFolder(wchar_t *buffer, int length, DWORD version, const wchar_t *application)
 {
     if (!buffer || length < MAX_PATH)
         return E_INVALIDARG;
     wchar_t key[MAX_PATH];
-    _snwprintf(key, MAX_PATH, L"Software\\Kelpo Media Works\\%s\\%d.%d\\Metrics", application ? application : L"",
-               (int)HIWORD(version), (int)LOWORD(version));
-    key[MAX_PATH - 1] = 0;
+    PresetKey(key, version, application);
     if (ReadRegText(HKEY_CURRENT_USER, key, L"VSTPresetPath", buffer, length))
         return S_OK;
     return SHGetFolderPathW(NULL, CSIDL_PERSONAL, NULL, 0, buffer);
+}
+
+static HRESULT WriteRegText(HKEY root, const wchar_t *key, const wchar_t *value, const wchar_t *text)
+{
+    HKEY h;
+    LONG r = RegCreateKeyExW(root, key, 0, NULL, 0, KEY_SET_VALUE, NULL, &h, NULL);
+    if (r != ERROR_SUCCESS)
+        return ZvErrorHandler_TranslateWin32Error((DWORD)r);
+    if (text && *text)
+        r = RegSetValueExW(h, value, 0, REG_SZ, (const BYTE *)text, (DWORD)((wcslen(text) + 1) * sizeof(wchar_t)));
+    else if ((r = RegDeleteValueW(h, value)) == ERROR_FILE_NOT_FOUND)
+        r = ERROR_SUCCESS;
+    RegCloseKey(h);
+    return r == ERROR_SUCCESS ? S_OK : ZvErrorHandler_TranslateWin32Error((DWORD)r);
+}
+
+ZVAPI HRESULT ZvSetPresetFolder(const wchar_t *folder, DWORD version, const wchar_t *application)
+{
+    if (!application)
+        return E_POINTER;
+    wchar_t key[MAX_PATH];
+    PresetKey(key, version, application);
+    return WriteRegText(HKEY_CURRENT_USER, key, L"VSTPresetPath", folder);
 }
 
 ZVAPI HRESULT ZvGetSharedComponentsFolder(wchar_t *buffer, int length)
@@ -789,12 +912,31 @@ ZVAPI HRESULT ZvGetSharedComponentsFolder(wchar_t *buffer, int length)
     return ZVERR_NOT_FOUND;
 }
 
+static const wchar_t *const kTolanValues[2] = {L"HallinThemesFolder", L"AudioTransitionsFolder"};
+static const wchar_t *const kTolanNames[2] = {L"Hallin Themes", L"Audio Transitions"};
+
+ZVAPI HRESULT ZvGetSpecialTolanDefaultFolderName(int index, wchar_t *buffer, int length)
+{
+    if (!buffer)
+        return E_POINTER;
+    if (index < 0 || index > 1)
+        return E_INVALIDARG;
+    return CopyOut(buffer, length, kTolanNames[index], wcslen(kTolanNames[index]));
+}
+
+ZVAPI HRESULT ZvSetSpecialTolanFolder(int index, const wchar_t *folder)
+{
+    if (index < 0 || index > 1)
+        return E_INVALIDARG;
+    return WriteRegText(HKEY_LOCAL_MACHINE, L"Software\\Kelpo Media Works", kTolanValues[index], folder);
+}
+
 ZVAPI HRESULT ZvGetSpecialTolanFolder(wchar_t *buffer, int length, int index)
 {
     if (!buffer || length < 1)
         return E_INVALIDARG;
-    static const wchar_t *const values[2] = {L"HallinThemesFolder", L"AudioTransitionsFolder"};
-    static const wchar_t *const names[2] = {L"Hallin Themes", L"Audio Transitions"};
+    const wchar_t *const *values = kTolanValues;
+    const wchar_t *const *names = kTolanNames;
     if (index >= 0 && index <= 1 &&
         ReadRegText(HKEY_LOCAL_MACHINE, L"Software\\Kelpo Media Works", values[index], buffer, length))
         return S_OK;
@@ -807,4 +949,20 @@ ZVAPI HRESULT ZvGetSpecialTolanFolder(wchar_t *buffer, int length, int index)
     if (SUCCEEDED(hr))
         hr = ZvAddSlashToPathName(buffer, length);
     return hr;
+}
+
+ZVAPI BOOL ZvIsHiddenFolderByDefault(const wchar_t *path)
+{
+    if (!path || !*path)
+        return FALSE;
+    static const int kHidden[] = {CSIDL_APPDATA, CSIDL_LOCAL_APPDATA, CSIDL_COMMON_APPDATA};
+    wchar_t full[MAX_PATH];
+    if (FAILED(ZvGetFullPathName(path, full, MAX_PATH)))
+        return FALSE;
+    for (int csidl : kHidden) {
+        wchar_t folder[MAX_PATH];
+        if (SUCCEEDED(SHGetFolderPathW(NULL, csidl, NULL, 0, folder)) && ZvGetFileNamePtrRelative(full, folder))
+            return TRUE;
+    }
+    return FALSE;
 }

@@ -63,6 +63,9 @@ ZVAPI BOOL ZvIsDirectoryEmptyRecursive(const wchar_t *folder);
 ZVAPI LONGLONG ZvGetDirectorySize(const wchar_t *folder);
 ZVAPI LONGLONG ZvGetDiskFreeSpace(const wchar_t *path);
 ZVAPI LONGLONG ZvGetDiskTotalSpace(const wchar_t *path);
+// The free space of the disk holding `path` as size text ("1.50 GB");
+// the characters stored, 0 when the disk can't be asked.
+ZVAPI int ZvFormatDiskFreeSpace(const wchar_t *path, wchar_t *buffer, int length);
 
 // Creates the folders of `path` one at a time from its root; the result
 // counts those made. A path with ".." is refused.
@@ -70,11 +73,33 @@ ZVAPI int ZvCreateDirectory(const wchar_t *path, void *unused);
 // Deletes the files of `folder` that match `pattern`; the count deleted.
 ZVAPI int ZvDeleteFiles(const wchar_t *folder, const wchar_t *pattern);
 ZVAPI HRESULT ZvDeleteDirectoryTree(const wchar_t *folder);
+// Moves a folder with all it holds to `to`, which must not exist; across
+// disks by copy and delete. ZvCanMoveFolder tells without moving whether
+// that can work: S_OK, or the reason the move would fail.
+ZVAPI HRESULT ZvMoveFolder(const wchar_t *from, const wchar_t *to);
+ZVAPI HRESULT ZvCanMoveFolder(const wchar_t *from, const wchar_t *to);
 ZVAPI HRESULT ZvGetUniqueSubFolder(const wchar_t *folder, const wchar_t *prefix, wchar_t *out, int length);
 
 ZVAPI HRESULT ZvCreateTempFileAndName(const wchar_t *prefix, const wchar_t *suffix, wchar_t *buffer, int length);
 ZVAPI HRESULT ZvCreateTempFileAndNameEx(const wchar_t *folder, const wchar_t *prefix, const wchar_t *suffix,
                                         const wchar_t *numberFormat, wchar_t *buffer, int length);
+
+// A path shortened for display by replacing whole folders in its middle
+// with "...", keeping the root and the file name ("C:\...\b\name.wav"); when
+// the name alone is too long, its end is cut and ends with "...". The limit
+// is in characters, or for the Ex forms in pixels of text drawn in the DC's
+// font or the control's font and client width. S_OK, ZVERR_BUFFER_TOO_SMALL
+// when the result does not fit `length`, E_POINTER/E_INVALIDARG for bad
+// arguments.
+ZVAPI HRESULT ZvCalcPathEllipsis(const wchar_t *path, wchar_t *out, int length, int maxChars);
+ZVAPI HRESULT ZvCalcPathEllipsisEx(HDC dc, const wchar_t *path, wchar_t *out, int length, int maxWidth);
+ZVAPI HRESULT ZvCalcPathEllipsisExCtl(HWND control, const wchar_t *path, wchar_t *out, int length);
+// The file name of a path for display, without its folder; a name beyond
+// the limit keeps its start and its extension around "..." ("A long ta....wav").
+// Limits as for ZvCalcPathEllipsis.
+ZVAPI HRESULT ZvFilenameFormat(const wchar_t *path, wchar_t *out, int length, int maxChars);
+ZVAPI HRESULT ZvFilenameFormatForWidth(HDC dc, const wchar_t *path, wchar_t *out, int length, int maxWidth);
+ZVAPI HRESULT ZvFilenameFormatForCtl(HWND control, const wchar_t *path, wchar_t *out, int length);
 
 ZVAPI int ZvFilenameLogicalCompare(const wchar_t *a, const wchar_t *b);
 
@@ -88,9 +113,22 @@ ZVAPI HRESULT ZvGetDateTime(const wchar_t *path, FILETIME *lastWrite);
 ZVAPI HRESULT ZvReadFile(HANDLE file, void *buffer, DWORD size);
 ZVAPI HRESULT ZvReadIStream(struct IStream *stream, void *buffer, ULONG size);
 
-// folders
+// folders. A version word holds the major version in bits 24 to 31 and the
+// minor in bits 16 to 23.
 ZVAPI HRESULT ZvGetSpecialFolderVer(wchar_t *buffer, int length, int csidl, const wchar_t *name, int major, int minor);
 ZVAPI HRESULT ZvGetSpecialFolderNoVer(wchar_t *buffer, int length, int csidl, const wchar_t *name);
 ZVAPI HRESULT ZvGetPresetFolder(wchar_t *buffer, int length, DWORD version, const wchar_t *application);
 ZVAPI HRESULT ZvGetSharedComponentsFolder(wchar_t *buffer, int length);
 ZVAPI HRESULT ZvGetSpecialTolanFolder(wchar_t *buffer, int length, int index);
+// Stores the preset folder that ZvGetPresetFolder reads; null or empty
+// removes it.
+ZVAPI HRESULT ZvSetPresetFolder(const wchar_t *folder, DWORD version, const wchar_t *application);
+// The folder name below the shared components folder for index 0 or 1
+// ("Hallin Themes", "Audio Transitions"); E_INVALIDARG for other indexes.
+ZVAPI HRESULT ZvGetSpecialTolanDefaultFolderName(int index, wchar_t *buffer, int length);
+// Stores the folder that ZvGetSpecialTolanFolder reads for the index; null
+// or empty removes it.
+ZVAPI HRESULT ZvSetSpecialTolanFolder(int index, const wchar_t *folder);
+// TRUE for a path within a folder the shell hides by default: the user's
+// and the common application data folders.
+ZVAPI BOOL ZvIsHiddenFolderByDefault(const wchar_t *path);

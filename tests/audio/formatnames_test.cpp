@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include "audio/formatnames.h"
+#include "zvprintf.h"
 
 namespace {
 
@@ -104,17 +105,24 @@ TEST(FormatNames, SampleTypesChannelsAndAttributeLines)
     EXPECT_STREQ(ZvAudio_GetChannelsText(5, 0x37, buf, 64), L"3/2 (L, C, R, Ls, Rs)");
     EXPECT_STREQ(ZvAudio_GetChannelsText(2, 0x30, buf, 64), L"2 Channel");
 
+    // the rate in locale form, the parts joined by the list separator
+    wchar_t rate[32], sep[8], want[96];
+    ZvCchPrintF(rate, 32, nullptr, L"$d", 44100);
+    ZvCchPrintF(sep, 8, nullptr, L"$,");
     WAVEFORMATEX w = {};
     ZvAudio_InitWfx(&w, 44100, ZVSAMPLE_S16, 2);
     EXPECT_EQ(ZvAudio_GetAttribsText(&w, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"44100 Hz, 16 Bit, Stereo");
+    swprintf(want, 96, L"%ls Hz%ls 16 Bit%ls Stereo", rate, sep, sep);
+    EXPECT_STREQ(buf, want);
     EXPECT_EQ(ZvAudio_GetFormatText(&w, buf, 64), S_OK);
     EXPECT_STREQ(buf, L"PCM");
 
     WAVEFORMATEXTENSIBLE e = {};
     ZvAudio_InitWfxFlex(&e.Format, 3, 48000, 32, 6, 0x60F, sizeof(e));
     EXPECT_EQ(ZvAudio_GetAttribsText(&e.Format, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"48000 Hz, 32 Bit (IEEE Float), 5.1");
+    ZvCchPrintF(rate, 32, nullptr, L"$d", 48000);
+    swprintf(want, 96, L"%ls Hz%ls 32 Bit (IEEE Float)%ls 5.1", rate, sep, sep);
+    EXPECT_STREQ(buf, want);
     EXPECT_EQ(ZvAudio_GetFormatText(&e.Format, buf, 64), S_OK);
     EXPECT_STREQ(buf, L"PCM (float)");
     EXPECT_EQ(ZvAudio_GetAttribsText(nullptr, buf, 64), E_POINTER);
@@ -132,4 +140,40 @@ TEST(FormatNames, TagTextFromOwnTagsAndThePlatformList)
     // A codec the platform may or may not list: a name either way.
     EXPECT_TRUE(SUCCEEDED(ZvAudio_GetTagText(0x2, buf, 64)));
     EXPECT_NE(buf[0], 0);
+}
+
+// The texts a user reads are the kernel's string resources (language
+// records), not literals, and show as those resources say.
+TEST(FormatNames, UserTextsComeFromTheStringResources)
+{
+    HMODULE self = GetModuleHandleW(nullptr);
+    auto resource = [self](UINT id) {
+        const wchar_t *text = nullptr;
+        int n = LoadStringW(self, id, (LPWSTR)&text, 0);
+        std::wstring s = n > 0 ? std::wstring(text, n) : std::wstring();
+        while (!s.empty() && s.back() == 0)
+            s.pop_back();
+        return s;
+    };
+    EXPECT_EQ(resource(0x7420), L"'%s' Compression");
+    EXPECT_EQ(resource(0x7421), L"%d Channel");
+    EXPECT_EQ(resource(0x7422), L"Unknown");
+    EXPECT_EQ(resource(0x7424), L"PCM (float)");
+    EXPECT_EQ(resource(0x7427), L"PCM (big endian)");
+    EXPECT_EQ(resource(0x7432), L"3/2 (L, C, R, Ls, Rs)");
+    EXPECT_EQ(resource(0x743A), L"$d Hz");
+
+    wchar_t buf[64];
+    EXPECT_STREQ(ZvAudio_GetChannelsText(1, 0, buf, 64), L"Mono");
+    EXPECT_STREQ(ZvAudio_GetChannelsText(1, 0x8, buf, 64), L"1 Channel") << "one channel, singular";
+    EXPECT_STREQ(ZvAudio_GetChannelsText(2, 0xC, buf, 64), L"1/0 (C) + LFE");
+    EXPECT_STREQ(ZvAudio_GetChannelsText(8, 0xFF, buf, 64), L"7.1");
+    EXPECT_EQ(ZvAudio_GetTagText(0xFE02, buf, 64), S_OK);
+    EXPECT_STREQ(buf, L"PCM (big endian)");
+    EXPECT_EQ(ZvAudio_GetTagText(3, buf, 64), S_OK);
+    EXPECT_STREQ(buf, L"PCM (float)");
+    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S16, buf, 64), L"16 Bit");
+    // a text cut by the buffer stays terminated
+    EXPECT_EQ(ZvAudio_GetTagText(0xBEEF, buf, 4), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_STREQ(buf, L"Unk");
 }

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <math.h>
 #include <stdint.h>
 #include <string.h>
@@ -7,6 +8,7 @@
 #include <thread>
 #include <vector>
 #include "audio/samplecopy.h"
+#include "zverror.h"
 
 namespace {
 
@@ -478,4 +480,64 @@ TEST(SampleCopyLongRuns, WorkersUseTheCallersRoundingMode)
         fn(pieces.data() + (size_t)i * 2, src.data() + 1 + (size_t)i * 4, n - i < piece ? n - i : piece, 1.0f);
     _controlfp(saved, _MCW_RC);
     EXPECT_EQ(memcmp(whole.data(), pieces.data(), whole.size()), 0);
+}
+
+// The walk of the self-check: which rows run for which words, and how a
+// failed row is told.
+namespace {
+std::vector<int> g_ran;
+int g_failRow = -1;
+bool RecordRow(int row, DWORD)
+{
+    g_ran.push_back(row);
+    return row != g_failRow;
+}
+bool Has(int row) { return std::find(g_ran.begin(), g_ran.end(), row) != g_ran.end(); }
+} // namespace
+
+TEST(SampleCopySelfCheck, RowsFollowTheWordsAndFailuresBecomeDetails)
+{
+    const int kSse41Row = 8;   // the fifth 16-bit row
+    const DWORD sse41 = 0x200;
+    g_failRow = -1;
+    g_ran.clear();
+    EXPECT_EQ(zvsc::RunCopySelfCheck(nullptr, 6 | 0xFF0, 0, RecordRow), S_OK);
+    EXPECT_FALSE(Has(kSse41Row)) << "SSE4.1 in the combined word alone does not run the row";
+    const size_t atClass6 = g_ran.size();
+    g_ran.clear();
+    EXPECT_EQ(zvsc::RunCopySelfCheck(nullptr, 6 | 0xFF0, sse41, RecordRow), S_OK);
+    EXPECT_TRUE(Has(kSse41Row));
+    EXPECT_EQ(g_ran.size(), atClass6 + 1) << "the forced bit adds that row alone";
+    g_ran.clear();
+    EXPECT_EQ(zvsc::RunCopySelfCheck(nullptr, 0, 0, RecordRow), S_OK);
+    EXPECT_EQ(g_ran.size(), 14u) << "class 0 runs the baseline rows only";
+
+    ZvErrorHandler_DetailsInit();
+    g_failRow = 3;
+    EXPECT_EQ(zvsc::RunCopySelfCheck(nullptr, 0, 0, RecordRow), E_UNEXPECTED);
+    HRESULT hr = S_OK;
+    int lines = 0;
+    const wchar_t *details = ZvErrorHandler_DetailsInfo(&hr, &lines, nullptr);
+    ASSERT_NE(details, nullptr);
+    EXPECT_STREQ(details, L"ZvAudioCopy_UnitTest node[3] failed.\r\n");
+    EXPECT_EQ(hr, E_UNEXPECTED);
+    EXPECT_EQ(lines, 1);
+    ZvErrorHandler_DetailsInit();
+    g_failRow = -1;
+}
+
+TEST(SampleCopyFormats, NoFramesIsNeverAnError)
+{
+    _zvwaveformat be, unp, mp3;
+    be.Init(44100, ZVSAMPLE_S16BE, 2);
+    unp.Init(44100, ZVSAMPLE_S24IN32, 2);
+    mp3.InitAsWfx(0x55, 44100, 0, 2);
+    int16_t dst[2] = {0x1234, 0x1234};
+    int32_t src[2] = {};
+    EXPECT_EQ(ZvAudio_Copy(&be, dst, &unp, src, 0, 1.0f), S_OK) << "a pair without a function";
+    EXPECT_EQ(ZvAudio_Copy(&be, dst, &mp3, src, 0, 1.0f), S_OK);
+    _zvwaveformat_wfxcopyhelper wbe(be), wunp(unp);
+    EXPECT_EQ(ZvAudio_Copy(wbe, dst, wunp, src, 0, 1.0f), S_OK);
+    EXPECT_EQ(ZvAudio_Copy(&be, dst, &unp, src, 1, 1.0f), E_NOTIMPL);
+    EXPECT_EQ(dst[0], 0x1234);
 }

@@ -159,7 +159,7 @@ TEST(WaveFormatRecord, ExtraBytesFollowTheRoom)
 
     _zvwaveformat_wfxplus f(w);
     EXPECT_EQ(f.ExtraSize(), 100);
-    EXPECT_EQ(f.cbSize, 134u);
+    EXPECT_EQ(f.cbSize, 132u) << "32 plus the extra bytes, the size word not counted";
     EXPECT_EQ(memcmp(f.extra, block + sizeof(WAVEFORMATEX), 100), 0);
 
     w->cbSize = 1500;
@@ -172,6 +172,18 @@ TEST(WaveFormatRecord, ExtraBytesFollowTheRoom)
     _zvwaveformat *p = (_zvwaveformat *)part;
     ASSERT_EQ(p->Init(sizeof(part), w), S_OK);
     EXPECT_EQ(p->ExtraSize(), 10);
+    EXPECT_EQ(p->cbSize, 42u);
+
+    // A copy keeps the count; a linear record in a large buffer has no extra.
+    BYTE copy[ZVWFX_FULL_SIZE];
+    _zvwaveformat *c = ZvAudio_GeneralCopyZvWaveFormat((_zvwaveformat *)copy, sizeof copy, &f, ZVWFX_COPY_AUTO);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(c->cbSize, 132u);
+    EXPECT_EQ(c->ExtraSize(), 100);
+    EXPECT_TRUE(*c == f);
+    c->Init(48000, ZVSAMPLE_S16, 2, 0, sizeof copy);
+    EXPECT_EQ(c->cbSize, 32u);
+    EXPECT_EQ(c->ExtraSize(), 0);
 
     // Back to the platform: the extra bytes follow the header.
     WAVEFORMATEX *out = ZvAudio_AllocAndCopyWfx(&f, ZVWFX_COPY_AUTO);

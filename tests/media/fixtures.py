@@ -104,6 +104,10 @@ def gen(d):
     run("sox", p("tone16.wav"), p("tone16.aiff"))
     run("sox", p("tone16.wav"), "-t", "aifc", p("tone16.aifc"))
     ch, rate, width, data = pcm_frames(p("tone16.wav"))
+    # Other containers for the quick identification, in a folder of their own.
+    os.makedirs(p("quickid"), exist_ok=True)
+    for ext in ("flac", "au", "ogg", "aiff", "w64"):
+        run("sox", p("tone16.wav"), os.path.join(d, "quickid", "tone16." + ext))
 
     # By hand: bext, LIST/INFO with odd entries, odd chunks before and after data.
     bext = b"Test tone".ljust(256, b"\0") + b"\0" * (602 - 256)

@@ -59,6 +59,8 @@ zvfio repair --help | grep -q "^usage: zvfio repair"; check "help of a command" 
 # the three readers of pcm.dll listed and loaded
 out=$(zvfio info "$(win "$fixtures/a16.aiff")"); rc=$?
 [ $rc -eq 0 ] && printf "%s\n" "$out" | grep -q "44100 Hz, 2 channels, 16-bit int"; check "info: the decoded format" $?
+out=$(zvfio info "$(win "$fixtures/a24.aiff")"); rc=$?
+[ $rc -eq 0 ] && printf "%s\n" "$out" | grep -q "48000 Hz, 1 channel, 24-bit int"; check "info: one channel, singular" $?
 zvfio read --raw "$(win "$work/a16.raw")" "$(win "$fixtures/a16.aiff")" >/dev/null
 cmp -s "$work/a16.raw" "$fixtures/a16.aiff.raw"; check "read --raw gives sox's decode" $?
 zvfio plugins --load --json > "$work/plugins.json"

@@ -387,8 +387,8 @@ HRESULT Info(const Args &args)
         } else {
             Out("  stream %ld: %s", (long)i, StreamTypeText(type));
             if (a.valid)
-                Out(", %lu Hz, %u channels, %u-bit %s, %lld samples (%.3f s)", (unsigned long)a.rate, a.channels,
-                    a.bits, a.isFloat ? "float" : "int", (long long)a.length, seconds);
+                Out(", %lu Hz, %u channel%s, %u-bit %s, %lld samples (%.3f s)", (unsigned long)a.rate, a.channels,
+                    a.channels == 1 ? "" : "s", a.bits, a.isFloat ? "float" : "int", (long long)a.length, seconds);
             Out("\n");
         }
     }
