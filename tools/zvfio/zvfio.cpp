@@ -238,6 +238,8 @@ int wmain(int argc, wchar_t **argv)
             command->name);
         return 1;
     }
+    if (hr == ZVFIO_E_REPORTED)
+        return 1;
     if (FAILED(hr)) {
         std::string message = ErrorText(hr);
         std::string where = args.files.size() == 1 ? Utf8(args.files[0]) + ": " : std::string();
