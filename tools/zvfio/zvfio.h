@@ -40,6 +40,9 @@ void Err(const char *format, ...);
 std::string Utf8(const std::wstring &text);
 // The system's text for a result, on one line, naming this tool as the application.
 std::string ErrorText(HRESULT hr);
+// The text for a failure about a file: ErrorText, or what the file is when
+// that says more (a folder; the coding that no reader supports).
+std::string FailureText(const std::wstring &path, HRESULT hr);
 // A JSON string literal, quotes included.
 std::string JsonString(const std::string &text);
 

@@ -244,7 +244,7 @@ HRESULT Identify(const Args &args)
             Out("%s: %s %s\n", Utf8(f).c_str(), ClassName(cls).c_str(), GuidText(id).c_str());
             cls->Release();
         } else {
-            Out("%s: error 0x%08lX %s\n", Utf8(f).c_str(), (unsigned long)hr, ErrorText(hr).c_str());
+            Out("%s: error 0x%08lX %s\n", Utf8(f).c_str(), (unsigned long)hr, FailureText(f, hr).c_str());
             if (SUCCEEDED(first))
                 first = FAILED(hr) ? hr : E_FAIL;
         }
@@ -462,7 +462,7 @@ public:
 private:
     LONGLONG total_;
     bool on_ = false, shown_ = false;
-    DWORD last_ = GetTickCount();
+    DWORD last_ = GetTickCount() - 1000; // the first call shows
 };
 
 HRESULT Read(const Args &args)
