@@ -20,15 +20,6 @@ bool WriteAt(HANDLE file, ULONGLONG offset, const void *data, DWORD size)
     return WriteFile(file, data, size, &done, &o) && done == size;
 }
 
-bool ReadAt(HANDLE file, ULONGLONG offset, void *data, DWORD size)
-{
-    OVERLAPPED o = {};
-    o.Offset = (DWORD)offset;
-    o.OffsetHigh = (DWORD)(offset >> 32);
-    DWORD got = 0;
-    return ReadFile(file, data, size, &got, &o) && got == size;
-}
-
 HRESULT LastError(HRESULT fallback)
 {
     DWORD e = GetLastError();

@@ -27,15 +27,6 @@ std::vector<BYTE> Bytes64(ULONGLONG v)
 }
 std::vector<BYTE> BytesOf(const void *p, size_t n) { return std::vector<BYTE>((const BYTE *)p, (const BYTE *)p + n); }
 
-bool ReadAt(HANDLE file, ULONGLONG offset, void *buffer, DWORD size)
-{
-    OVERLAPPED o = {};
-    o.Offset = (DWORD)offset;
-    o.OffsetHigh = (DWORD)(offset >> 32);
-    DWORD got = 0;
-    return ReadFile(file, buffer, size, &got, &o) && got == size;
-}
-
 std::vector<BYTE> ReadRange(HANDLE file, ULONGLONG offset, ULONGLONG size)
 {
     std::vector<BYTE> b((size_t)size);
@@ -383,6 +374,15 @@ RepairPlan Rebuild(RepairPlan plan, HANDLE file, const Container &c, bool looksL
 }
 
 } // namespace
+
+bool ReadAt(HANDLE file, ULONGLONG offset, void *buffer, DWORD size)
+{
+    OVERLAPPED o = {};
+    o.Offset = (DWORD)offset;
+    o.OffsetHigh = (DWORD)(offset >> 32);
+    DWORD got = 0;
+    return ReadFile(file, buffer, size, &got, &o) && got == size;
+}
 
 std::vector<std::pair<ULONGLONG, ULONGLONG>> RepairPlan::Overwrites() const
 {

@@ -65,6 +65,9 @@ HRESULT Restore(HANDLE file, const SavedBytes &saved);
 // Reads an undo file written by ApplyRepair.
 HRESULT ReadUndo(const std::wstring &undoPath, SavedBytes *saved);
 
+// Reads exactly size bytes at offset; the file position is not relied on.
+bool ReadAt(HANDLE file, ULONGLONG offset, void *buffer, DWORD size);
+
 // One line describing a plain format record.
 std::string FormatText(const WAVEFORMATEX &format);
 
