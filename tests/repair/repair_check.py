@@ -170,6 +170,12 @@ def main():
     if rc1 or not unchanged or "would be" not in t1 or rc2 or not repaired or rc3 or open(dmg, "rb").read() != bad:
         failures.append("dry run, repair and undo: %d %d %d\n%s%s%s" % (rc1, rc2, rc3, t1, t2, t3))
     print(t2.strip())
+    # an undo file in the way: refused, nothing written, the undo file kept
+    open(dmg, "wb").write(bad)
+    open(dmg + ".repair-undo", "wb").write(b"earlier")
+    rc4, t4 = zvfio(exe, run, win(dmg))
+    if rc4 != 1 or open(dmg, "rb").read() != bad or open(dmg + ".repair-undo", "rb").read() != b"earlier":
+        failures.append("a repair over an earlier undo file: exit %d: %s" % (rc4, t4))
 
     for f in failures:
         print("FAIL", f)

@@ -123,14 +123,16 @@ HRESULT RepairOne(const std::wstring &path, const Args &args, const GivenFormat 
         return S_OK;
     }
     const std::wstring undo = args.has(L"--no-undo") ? std::wstring() : path + kUndoSuffix;
+    if (!undo.empty() && GetFileAttributesW(undo.c_str()) != INVALID_FILE_ATTRIBUTES) {
+        CloseHandle(file);
+        return Report(undo, ZVERR_FILE_CREATE, "the undo file of an earlier repair is in the way: apply it with "
+                                               "--undo, remove it, or give --no-undo; nothing written");
+    }
     SavedBytes saved;
     hr = ApplyRepair(file, plan, undo, &saved);
     CloseHandle(file);
     if (FAILED(hr))
-        return Report(hr == HRESULT_FROM_WIN32(ERROR_FILE_EXISTS) || hr == ZVERR_FILE_CREATE ? undo : path, hr,
-                      hr == HRESULT_FROM_WIN32(ERROR_FILE_EXISTS) ? "an undo file of an earlier repair is in the way; "
-                                                                    "remove it or give --no-undo"
-                                                                  : "");
+        return Report(path, hr, ErrorText(hr) + "; the file is as it was");
     // The repaired file must describe itself as planned and read whole.
     std::string failure;
     if (SUCCEEDED(OpenForRepair(path, false, &file))) {
