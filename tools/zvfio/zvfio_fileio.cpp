@@ -293,6 +293,28 @@ AudioFormat FormatOf(const _ZVFILESTREAMFORMATINFOv2 &info)
     return f;
 }
 
+// Opens stream `index` as an audio stream: the stream (null on a failure
+// to open it), its format and its length; the result of the format query.
+HRESULT OpenAudio(IZvReadFile *file, LONG index, IZvReadAudioStream **as, AudioFormat *a, LONGLONG *total)
+{
+    *as = nullptr;
+    IZvReadStream *s = nullptr;
+    HRESULT hr = file->OpenStream(&s, index, ZVFILESTREAMTYPE_AUDIO, 0, 0);
+    if (FAILED(hr))
+        return hr;
+    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)as);
+    s->Release();
+    if (FAILED(hr))
+        return hr;
+    _ZVFILESTREAMFORMATINFOv2 info;
+    memset(&info, 0, sizeof info);
+    info.cbSize = sizeof info;
+    hr = (*as)->GetStreamFormatInfo(&info);
+    *a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
+    (*as)->GetSampleCount(total);
+    return hr;
+}
+
 const char *StreamTypeText(ZVFILESTREAMTYPE t)
 {
     switch (t) {
@@ -494,22 +516,12 @@ HRESULT Read(const Args &args)
         Err("zvfio read: the file has no audio stream\n");
         return ZVERR_NOT_FOUND;
     }
-    IZvReadStream *s = nullptr;
-    hr = f.file->OpenStream(&s, audio, ZVFILESTREAMTYPE_AUDIO, 0, 0);
-    if (FAILED(hr))
-        return hr;
     IZvReadAudioStream *as = nullptr;
-    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&as);
-    s->Release();
-    if (FAILED(hr))
-        return hr;
-    _ZVFILESTREAMFORMATINFOv2 info;
-    memset(&info, 0, sizeof info);
-    info.cbSize = sizeof info;
-    hr = as->GetStreamFormatInfo(&info);
-    AudioFormat a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
+    AudioFormat a;
     LONGLONG total = 0;
-    as->GetSampleCount(&total);
+    hr = OpenAudio(f.file, audio, &as, &a, &total);
+    if (!as)
+        return hr;
     if (FAILED(hr) || !a.valid || a.blockAlign == 0) {
         as->Release();
         return FAILED(hr) ? hr : ZVERR_MALFORMED;
@@ -684,22 +696,12 @@ HRESULT ReadSession::Read(const std::wstring &path, LONGLONG *frames, LONGLONG *
     OpenedFile f;
     if (SUCCEEDED(hr))
         hr = impl_->mgr->OpenReader(path.c_str(), &f.file, 0);
-    IZvReadStream *s = nullptr;
-    if (SUCCEEDED(hr))
-        hr = f.file->OpenStream(&s, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0);
     IZvReadAudioStream *as = nullptr;
-    if (SUCCEEDED(hr)) {
-        hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&as);
-        s->Release();
-    }
-    if (FAILED(hr))
+    AudioFormat a;
+    if (SUCCEEDED(hr))
+        hr = OpenAudio(f.file, 0, &as, &a, expected);
+    if (!as)
         return hr;
-    _ZVFILESTREAMFORMATINFOv2 info;
-    memset(&info, 0, sizeof info);
-    info.cbSize = sizeof info;
-    hr = as->GetStreamFormatInfo(&info);
-    AudioFormat a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
-    as->GetSampleCount(expected);
     const DWORD perCall = a.blockAlign ? (DWORD)((1u << 20) / a.blockAlign) : 0;
     std::vector<BYTE> buffer((size_t)perCall * a.blockAlign);
     _zvmemorytoken token;
