@@ -82,7 +82,7 @@ HRESULT ScanForData(const FileIO &io, ULONGLONG start, ULONGLONG limit, const BY
 struct Layout {
     ULONGLONG formatAt; // the format record of a canonical header
     ULONGLONG walkFrom; // the chunk after fmt
-    ULONGLONG scanFrom; // where a data id behind a short fmt chunk would be
+    ULONGLONG scanFrom; // where the byte scan starts
     const BYTE *label;
     DWORD labelSize, headerSize;
 };
@@ -125,11 +125,11 @@ HRESULT Repair(HANDLE file, const WAVEFORMATEX *format, ULONGLONG limit, const L
 
 HRESULT ZvFixTrashedWav(HANDLE file, const WAVEFORMATEX *format, DWORD largestHeader)
 {
-    // The scan starts 2 bytes before the walk so that a data id behind a
-    // 16-byte fmt chunk is seen: that file is then refused instead of having
-    // its first samples covered by a JUNK chunk.
+    // Walk and scan both start behind an 18-byte fmt chunk. A 44-byte header
+    // (16-byte fmt) has no room for this header; callers mend such a file's
+    // sizes themselves before it gets here.
     static const BYTE label[4] = {'d', 'a', 't', 'a'};
-    static const Layout at = {20, 38, 36, label, 4, 8};
+    static const Layout at = {20, 38, 38, label, 4, 8};
     return Repair(
         file, format, largestHeader, at,
         [&](ULONGLONG counter) {
@@ -145,8 +145,9 @@ HRESULT ZvFixTrashedWav(HANDLE file, const WAVEFORMATEX *format, DWORD largestHe
 
 HRESULT ZvFixTrashedW64(HANDLE file, const WAVEFORMATEX *format, ULONGLONG largestHeader)
 {
-    // The format lies at 64, behind it the position moves up to 88.
-    static const Layout at = {64, 88, 80, (const BYTE *)&ZVW64_DATA, 16, 24};
+    // The format lies at 64, behind it the position moves up to 88, where
+    // walk and scan start.
+    static const Layout at = {64, 88, 88, (const BYTE *)&ZVW64_DATA, 16, 24};
     return Repair(
         file, format, largestHeader & ~7ull, at,
         [&](ULONGLONG counter) {

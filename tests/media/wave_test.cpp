@@ -318,19 +318,32 @@ TEST(WaveRepair, RebuildsHeadersFromTheFileLength)
     EXPECT_TRUE(std::equal(b.begin() + 4054, b.end(), img.begin() + 4054));
 }
 
+TEST(WaveRepair, ScanStartsBehindAnEighteenByteFmtChunk)
+{
+    // A 44-byte header keeps its data id at 36, before walk and scan start:
+    // the repair finds no data and takes the limit as the data start. The
+    // command-line repair mends such a file itself and never gets here.
+    WAVEFORMATEX f = Pcm(2, 44100, 16);
+    Bytes img = Riff("WAVE", Cat({Chunk("fmt ", Bytes((BYTE *)&f, (BYTE *)&f + 16)), Chunk("data", Bytes(400, 1))}));
+    TestFile t(img);
+    ASSERT_EQ(S_OK, ZvFixTrashedWav(t.h(), nullptr, 200));
+    Bytes b = t.bytes();
+    EXPECT_EQ(0, memcmp(b.data() + 192, "data", 4));
+    EXPECT_EQ(244u, GetLe32(b, 196));
+}
+
 TEST(WaveRepair, UnrepairableFilesAreLeftUnchanged)
 {
-    // Data right behind a 16-byte fmt chunk (start 44), an odd start, a
-    // start between 47 and 53, and a file too short to hold the format.
+    // An odd start, a start between 47 and 53, and a file too short to hold
+    // the format.
     WAVEFORMATEX f = Pcm(2, 44100, 16);
     Bytes fmt16((BYTE *)&f, (BYTE *)&f + 16);
     std::vector<Bytes> bad = {
-        Riff("WAVE", Cat({Chunk("fmt ", fmt16), Chunk("data", Filled(40))})),
         Riff("WAVE", Cat({Chunk("fmt ", Cat({fmt16, Bytes(2, 0)})), Chunk("x   ", Filled(1)), Chunk("data", Filled(40))})),
         Riff("WAVE", Cat({Chunk("fmt ", Cat({fmt16, Bytes(8, 0)})), Chunk("data", Filled(4))})),
         Bytes(30, 'R'),
     };
-    bad[1].erase(bad[1].begin() + 46 + 1); // drop the pad: data at an odd offset
+    bad[0].erase(bad[0].begin() + 46 + 1); // drop the pad: data at an odd offset
     for (size_t i = 0; i < bad.size(); i++) {
         TestFile t(bad[i]);
         HRESULT hr = ZvFixTrashedWav(t.h(), nullptr, 4096);

@@ -238,8 +238,10 @@ int wmain(int argc, wchar_t **argv)
             command->name);
         return 1;
     }
+    if (hr == ZVFIO_E_REPORTED)
+        return 1;
     if (FAILED(hr)) {
-        std::string message = ErrorText(hr);
+        std::string message = args.files.size() == 1 ? FailureText(args.files[0], hr) : ErrorText(hr);
         std::string where = args.files.size() == 1 ? Utf8(args.files[0]) + ": " : std::string();
         Err("zvfio %s: %s%s (0x%08lX)\n", command->name, where.c_str(), message.c_str(), (unsigned long)hr);
         return 1;

@@ -40,12 +40,33 @@ void Err(const char *format, ...);
 std::string Utf8(const std::wstring &text);
 // The system's text for a result, on one line, naming this tool as the application.
 std::string ErrorText(HRESULT hr);
+// The text for a failure about a file: ErrorText, or what the file is when
+// that says more (a folder; the coding that no reader supports).
+std::string FailureText(const std::wstring &path, HRESULT hr);
 // A JSON string literal, quotes included.
 std::string JsonString(const std::string &text);
 
 // Results of the tool itself (the system's codes where one fits).
 #define ZVFIO_E_USAGE    E_INVALIDARG
 #define ZVFIO_E_NOTYET   E_NOTIMPL
+// A failure the command has already reported with the file it is about.
+#define ZVFIO_E_REPORTED ((HRESULT)0x80040201)
+
+// One manager for a command that reads several files it changed.
+class ReadSession {
+public:
+    ReadSession();
+    ~ReadSession();
+    // Opens the file and reads its first audio stream to the end: the frames
+    // read and the frames the stream says it has.
+    HRESULT Read(const std::wstring &path, LONGLONG *frames, LONGLONG *expected);
+
+private:
+    ReadSession(const ReadSession &) = delete;
+    ReadSession &operator=(const ReadSession &) = delete;
+    struct Impl;
+    Impl *impl_;
+};
 
 // The commands, each in its own source.
 extern const Command kChunksCommand;

@@ -10,6 +10,7 @@
 #include "zverror.h"
 #include "zvproxy.h"
 #include <stdio.h>
+#include <io.h>
 #include <string.h>
 
 namespace zvfio {
@@ -263,7 +264,7 @@ HRESULT Identify(const Args &args)
             Out("%s: %s %s\n", Utf8(f).c_str(), ClassName(cls).c_str(), GuidText(id).c_str());
             cls->Release();
         } else {
-            Out("%s: error 0x%08lX %s\n", Utf8(f).c_str(), (unsigned long)hr, ErrorText(hr).c_str());
+            Out("%s: error 0x%08lX %s\n", Utf8(f).c_str(), (unsigned long)hr, FailureText(f, hr).c_str());
             if (SUCCEEDED(first))
                 first = FAILED(hr) ? hr : E_FAIL;
         }
@@ -312,6 +313,28 @@ AudioFormat FormatOf(const _ZVFILESTREAMFORMATINFOv2 &info)
     f.isFloat = wf.sampleType == ZVSAMPLE_F32 || wf.sampleType == ZVSAMPLE_F64;
     f.length = info.llLength;
     return f;
+}
+
+// Opens stream `index` as an audio stream: the stream (null on a failure
+// to open it), its format and its length; the result of the format query.
+HRESULT OpenAudio(IZvReadFile *file, LONG index, IZvReadAudioStream **as, AudioFormat *a, LONGLONG *total)
+{
+    *as = nullptr;
+    IZvReadStream *s = nullptr;
+    HRESULT hr = file->OpenStream(&s, index, ZVFILESTREAMTYPE_AUDIO, 0, 0);
+    if (FAILED(hr))
+        return hr;
+    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)as);
+    s->Release();
+    if (FAILED(hr))
+        return hr;
+    _ZVFILESTREAMFORMATINFOv2 info;
+    memset(&info, 0, sizeof info);
+    info.cbSize = sizeof info;
+    hr = (*as)->GetStreamFormatInfo(&info);
+    *a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
+    (*as)->GetSampleCount(total);
+    return hr;
 }
 
 const char *StreamTypeText(ZVFILESTREAMTYPE t)
@@ -397,6 +420,95 @@ HRESULT Info(const Args &args)
     return S_OK;
 }
 
+// Set by Ctrl-C or Ctrl-Break while a read runs; the read stops and cleans up.
+volatile LONG g_interrupted = 0;
+
+BOOL WINAPI OnInterrupt(DWORD event)
+{
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
+        return FALSE;
+    InterlockedExchange(&g_interrupted, 1);
+    return TRUE;
+}
+
+// Where read --raw puts the samples.
+struct RawOutput {
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    bool toStdout = false;
+    std::wstring path, temp;
+    HRESULT Open(const std::wstring &target)
+    {
+        if (target == L"-") {
+            toStdout = true;
+            fflush(stdout);
+            handle = GetStdHandle(STD_OUTPUT_HANDLE);
+            return handle && handle != INVALID_HANDLE_VALUE ? S_OK : E_HANDLE;
+        }
+        DWORD attributes = GetFileAttributesW(target.c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
+            return HRESULT_FROM_WIN32(ERROR_DIRECTORY);
+        path = target;
+        temp = target + L".zvfio-partial";
+        handle = CreateFileW(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+        if (handle == INVALID_HANDLE_VALUE)
+            return ZvErrorHandler_TranslateWin32Error(GetLastError());
+        SetConsoleCtrlHandler(OnInterrupt, TRUE);
+        return S_OK;
+    }
+    HRESULT Finish()
+    {
+        if (toStdout || handle == INVALID_HANDLE_VALUE)
+            return S_OK;
+        CloseHandle(handle);
+        handle = INVALID_HANDLE_VALUE;
+        if (!MoveFileExW(temp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+            HRESULT hr = ZvErrorHandler_TranslateWin32Error(GetLastError());
+            DeleteFileW(temp.c_str());
+            return hr;
+        }
+        return S_OK;
+    }
+    void Discard()
+    {
+        if (toStdout || handle == INVALID_HANDLE_VALUE)
+            return;
+        CloseHandle(handle);
+        handle = INVALID_HANDLE_VALUE;
+        DeleteFileW(temp.c_str());
+    }
+    ~RawOutput() { Discard(); }
+};
+
+// Frames read so far on standard error, when it is a terminal (--progress
+// forces it, --quiet silences it), at most four times a second.
+class Progress {
+public:
+    Progress(const Args &args, LONGLONG total) : total_(total)
+    {
+        on_ = !args.has(L"--quiet") && (args.has(L"--progress") || _isatty(_fileno(stderr)));
+    }
+    void Show(LONGLONG done)
+    {
+        DWORD now = GetTickCount();
+        if (!on_ || now - last_ < 250)
+            return;
+        last_ = now;
+        Err("\r%3d%%  %lld of %lld frames", total_ > 0 ? (int)(done * 100 / total_) : 100, (long long)done,
+            (long long)total_);
+        shown_ = true;
+    }
+    void Done()
+    {
+        if (shown_)
+            Err("\r%60s\r", "");
+    }
+
+private:
+    LONGLONG total_;
+    bool on_ = false, shown_ = false;
+    DWORD last_ = GetTickCount() - 1000; // the first call shows
+};
+
 HRESULT Read(const Args &args)
 {
     std::wstring rawPath;
@@ -426,35 +538,29 @@ HRESULT Read(const Args &args)
         Err("zvfio read: the file has no audio stream\n");
         return ZVERR_NOT_FOUND;
     }
-    IZvReadStream *s = nullptr;
-    hr = f.file->OpenStream(&s, audio, ZVFILESTREAMTYPE_AUDIO, 0, 0);
-    if (FAILED(hr))
-        return hr;
     IZvReadAudioStream *as = nullptr;
-    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&as);
-    s->Release();
-    if (FAILED(hr))
-        return hr;
-    _ZVFILESTREAMFORMATINFOv2 info;
-    memset(&info, 0, sizeof info);
-    info.cbSize = sizeof info;
-    hr = as->GetStreamFormatInfo(&info);
-    AudioFormat a = SUCCEEDED(hr) ? FormatOf(info) : AudioFormat();
+    AudioFormat a;
     LONGLONG total = 0;
-    as->GetSampleCount(&total);
+    hr = OpenAudio(f.file, audio, &as, &a, &total);
+    if (!as)
+        return hr;
     if (FAILED(hr) || !a.valid || a.blockAlign == 0) {
         as->Release();
         return FAILED(hr) ? hr : ZVERR_MALFORMED;
     }
-    HANDLE raw = INVALID_HANDLE_VALUE;
+    // The samples go to a temporary name beside OUT, renamed at the end, or
+    // to standard output for "-"; a failure or Ctrl-C removes the partial file.
+    RawOutput out;
     if (!rawPath.empty()) {
-        raw = CreateFileW(rawPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_SEQUENTIAL_SCAN,
-                          nullptr);
-        if (raw == INVALID_HANDLE_VALUE) {
+        hr = out.Open(rawPath);
+        if (FAILED(hr)) {
             as->Release();
-            return ZvErrorHandler_TranslateWin32Error(GetLastError());
+            Err("zvfio read: %s: %s (0x%08lX)\n", Utf8(rawPath).c_str(), ErrorText(hr).c_str(), (unsigned long)hr);
+            return ZVFIO_E_REPORTED;
         }
     }
+    HANDLE raw = out.handle;
+    Progress progress(args, total);
     // about 4 MiB a call, whole frames
     const DWORD perCall = (DWORD)((4u << 20) / a.blockAlign);
     const DWORD bufferSize = perCall * a.blockAlign;
@@ -472,8 +578,6 @@ HRESULT Read(const Args &args)
     }
     if (!buffer) {
         as->Release();
-        if (raw != INVALID_HANDLE_VALUE)
-            CloseHandle(raw);
         return E_OUTOFMEMORY;
     }
     LONGLONG position = 0;
@@ -488,6 +592,10 @@ HRESULT Read(const Args &args)
             hr = S_OK;
             break;
         }
+        if (g_interrupted) {
+            hr = ZVERR_CANCELLED;
+            break;
+        }
         if (raw != INVALID_HANDLE_VALUE) {
             DWORD written = 0;
             if (!WriteFile(raw, buffer, got * a.blockAlign, &written, nullptr) || written != got * a.blockAlign) {
@@ -496,23 +604,33 @@ HRESULT Read(const Args &args)
             }
         }
         position += got;
+        progress.Show(position);
     }
+    progress.Done();
     QueryPerformanceCounter(&t1);
     if (shared)
         ZvMemoryToken_ReleaseMapping(&token);
     else
         VirtualFree(buffer, 0, MEM_RELEASE);
     as->Release();
-    if (raw != INVALID_HANDLE_VALUE)
-        CloseHandle(raw);
+    if (SUCCEEDED(hr))
+        hr = out.Finish();
+    else
+        out.Discard();
+    if (hr == ZVERR_CANCELLED) {
+        Err("zvfio read: %s: interrupted; no output kept\n", Utf8(path).c_str());
+        return ZVFIO_E_REPORTED;
+    }
     if (FAILED(hr))
         return hr;
     double seconds = (double)(t1.QuadPart - t0.QuadPart) / (double)freq.QuadPart;
     double bytes = (double)position * a.blockAlign;
-    Out("%s: %lld samples, %.0f bytes, %.3f s, %.1f MB/s\n", Utf8(path).c_str(), (long long)position, bytes,
+    // with the samples on standard output, the summary goes to standard error
+    void (*say)(const char *, ...) = out.toStdout ? Err : Out;
+    say("%s: %lld samples, %.0f bytes, %.3f s, %.1f MB/s\n", Utf8(path).c_str(), (long long)position, bytes,
         seconds, seconds > 0 ? bytes / seconds / 1e6 : 0.0);
     if (position < total)
-        Out("  the stream ended %lld samples early\n", (long long)(total - position));
+        say("  the stream ended %lld samples early\n", (long long)(total - position));
     return S_OK;
 }
 
@@ -562,17 +680,67 @@ const Command kInfoCommand = {
 
 const Command kReadCommand = {
     "read", "reads the first audio stream of a file",
-    "usage: zvfio read [--raw OUT] [--private-buffer] FILE\n"
+    "usage: zvfio read [--raw OUT] [--progress|--quiet] [--private-buffer] FILE\n"
     "\n"
     "Reads the first audio stream to its end and prints samples, bytes and\n"
     "throughput.\n"
     "\n"
     "  --raw OUT         write the decoded samples, interleaved little-endian,\n"
-    "                    to OUT\n"
+    "                    to OUT (first to OUT.zvfio-partial, renamed at the end;\n"
+    "                    a failure or Ctrl-C leaves no OUT); '-' writes them to\n"
+    "                    standard output and the summary to standard error\n"
+    "  --progress        show progress on standard error even when it is not a\n"
+    "                    terminal\n"
+    "  --quiet           show no progress\n"
     "  --private-buffer  read into private memory instead of shared memory; a\n"
     "                    reader in a surrogate then gets a copy for each call\n",
-    "--raw= --private-buffer",
+    "--raw= --private-buffer --progress --quiet",
     Read,
 };
+
+struct ReadSession::Impl {
+    Manager mgr;
+    HRESULT created = S_FALSE;
+};
+
+ReadSession::ReadSession() : impl_(new Impl) {}
+
+ReadSession::~ReadSession() { delete impl_; }
+
+// Opens the file through the session's manager and reads the first audio
+// stream to its end, for commands that check a file they changed.
+HRESULT ReadSession::Read(const std::wstring &path, LONGLONG *frames, LONGLONG *expected)
+{
+    *frames = *expected = 0;
+    if (impl_->created == S_FALSE)
+        impl_->created = impl_->mgr.Create();
+    HRESULT hr = impl_->created;
+    OpenedFile f;
+    if (SUCCEEDED(hr))
+        hr = impl_->mgr->OpenReader(path.c_str(), &f.file, 0);
+    IZvReadAudioStream *as = nullptr;
+    AudioFormat a;
+    if (SUCCEEDED(hr))
+        hr = OpenAudio(f.file, 0, &as, &a, expected);
+    if (!as)
+        return hr;
+    const DWORD perCall = a.blockAlign ? (DWORD)((1u << 20) / a.blockAlign) : 0;
+    std::vector<BYTE> buffer((size_t)perCall * a.blockAlign);
+    _zvmemorytoken token;
+    if (perCall)
+        ZvMemoryToken_InitLocal(&token, buffer.data(), (DWORD)buffer.size(), ZVMEMTOKEN_KIND_LOCAL);
+    else if (SUCCEEDED(hr))
+        hr = ZVERR_MALFORMED;
+    while (SUCCEEDED(hr) && *frames < *expected) {
+        LONGLONG left = *expected - *frames;
+        DWORD got = 0;
+        hr = as->ReadSamples((DWORD)*frames, (LONG)(*frames >> 32), token, left < perCall ? (DWORD)left : perCall, &got);
+        if (SUCCEEDED(hr) && got == 0)
+            break;
+        *frames += got;
+    }
+    as->Release();
+    return hr;
+}
 
 } // namespace zvfio

@@ -1,207 +1,234 @@
-// zvfio repair: gives a wave or Wave64 file whose header was destroyed (a
-// recording that was never closed) a header that fits its audio, in place,
-// with the wave header layer's repair, and says what changed. A file whose
-// header already fits is left alone unless --force is given.
+// zvfio repair: looks at each wave or Wave64 file first, then mends the
+// sizes of a file whose chunk headers stand, or rebuilds a destroyed header
+// with the kernel's repair. The bytes it overwrites go to FILE.repair-undo
+// first; a repaired file must read through the manager, else the repair is
+// undone.
 #include "zvfio.h"
 #include "zverror.h"
-#include "media/riff.h"
-#include "media/riff64.h"
-#include "media/waveheader.h"
+#include "repair/repairplan.h"
 #include <stdio.h>
 #include <string.h>
+#include <stdlib.h>
 
 namespace zvfio {
 namespace {
 
-// The repair looks this far into the file for the audio.
-const DWORD kLargestHeader = 1u << 20;
+const wchar_t kUndoSuffix[] = L".repair-undo";
 
-struct Header {
-    bool container = false;   // the container's header and form type are there
-    ULONGLONG stored = 0;     // stored container size
-    bool haveFmt = false;
-    WAVEFORMATEX fmt = {};
-    bool haveData = false;
-    ULONGLONG dataOffset = 0, dataSize = 0;
-    bool fits = false;        // sizes agree with the file, format usable
-};
-
-bool SeekTo(HANDLE file, ULONGLONG pos)
+HRESULT Report(const std::wstring &path, HRESULT hr, const std::string &reason)
 {
-    LARGE_INTEGER d;
-    d.QuadPart = (LONGLONG)pos;
-    return SetFilePointerEx(file, d, nullptr, FILE_BEGIN) != FALSE;
+    Err("zvfio repair: %s: %s (0x%08lX)\n", Utf8(path).c_str(), reason.empty() ? ErrorText(hr).c_str() : reason.c_str(),
+        (unsigned long)hr);
+    return hr;
 }
 
-bool ReadFmt(HANDLE file, ULONGLONG size, WAVEFORMATEX *fmt)
+HRESULT OpenForRepair(const std::wstring &path, bool write, HANDLE *file)
 {
-    BYTE raw[18] = {};
-    DWORD want = size < 18 ? (DWORD)size : 18, got = 0;
-    if (want < 16 || !ReadFile(file, raw, want, &got, nullptr) || got != want)
+    DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return Report(path, ZVERR_FILE_OPEN, "a folder, not a file");
+    *file = CreateFileW(path.c_str(), GENERIC_READ | (write ? GENERIC_WRITE : 0), FILE_SHARE_READ, nullptr,
+                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (*file == INVALID_HANDLE_VALUE)
+        return Report(path, ZvErrorHandler_TranslateWin32Error(GetLastError()), "");
+    return S_OK;
+}
+
+std::string Hex(const std::vector<BYTE> &bytes)
+{
+    std::string s;
+    char b[4];
+    for (size_t i = 0; i < bytes.size() && i < 24; i++) {
+        snprintf(b, sizeof b, "%02x", bytes[i]);
+        s += b;
+    }
+    return bytes.size() > 24 ? s + "..." : s;
+}
+
+void PrintPlan(const std::wstring &path, const RepairPlan &plan, bool json, bool done)
+{
+    const char *how = plan.action == RepairAction::Rebuild ? "header rebuilt" : "sizes mended";
+    if (json) {
+        Out("{\"file\": %s, \"repaired\": %s, \"action\": \"%s\", \"format\": %s, \"dataOffset\": %llu, "
+            "\"dataBytes\": %llu, \"writes\": [",
+            JsonString(Utf8(path)).c_str(), done ? "true" : "false", how, JsonString(FormatText(plan.format)).c_str(),
+            plan.dataOffset, plan.dataSize);
+        auto ranges = plan.Overwrites();
+        for (size_t i = 0; i < ranges.size(); i++)
+            Out("%s{\"offset\": %llu, \"bytes\": %llu}", i ? ", " : "", ranges[i].first, ranges[i].second);
+        Out("]}\n");
+        return;
+    }
+    Out("%s: %s%s as %s\n", Utf8(path).c_str(), done ? "" : "would be ", how, plan.wave64 ? "Wave64" : "wave");
+    Out("  format: %s\n  audio: offset %llu, %llu bytes\n", FormatText(plan.format).c_str(), plan.dataOffset,
+        plan.dataSize);
+    if (plan.action == RepairAction::Rebuild)
+        Out("  the kernel's repair writes the header: bytes 0 to %llu\n", plan.headerSize);
+    for (const Patch &p : plan.patches)
+        Out("  %s at %llu: %s\n", p.what.c_str(), p.offset, Hex(p.bytes).c_str());
+    if (!plan.reason.empty())
+        Out("  note: %s\n", plan.reason.c_str());
+}
+
+HRESULT Undo(const std::wstring &path)
+{
+    SavedBytes saved;
+    const std::wstring undo = path + kUndoSuffix;
+    HRESULT hr = ReadUndo(undo, &saved);
+    if (FAILED(hr))
+        return Report(undo, hr, hr == ZVERR_MALFORMED ? "not an undo file of zvfio repair" : "");
+    HANDLE file;
+    if (FAILED(hr = OpenForRepair(path, true, &file)))
+        return hr;
+    LARGE_INTEGER size = {};
+    GetFileSizeEx(file, &size);
+    if ((ULONGLONG)size.QuadPart != saved.length) {
+        CloseHandle(file);
+        return Report(path, ZVERR_MALFORMED, "its length changed since the repair; the undo does not apply");
+    }
+    hr = Restore(file, saved);
+    CloseHandle(file);
+    if (FAILED(hr))
+        return Report(path, hr, "");
+    DeleteFileW(undo.c_str());
+    Out("%s: repair undone\n", Utf8(path).c_str());
+    return S_OK;
+}
+
+HRESULT RepairOne(const std::wstring &path, const Args &args, const GivenFormat &given, ReadSession &session)
+{
+    const bool dryRun = args.has(L"--dry-run");
+    HANDLE file;
+    HRESULT hr = OpenForRepair(path, !dryRun, &file);
+    if (FAILED(hr))
+        return hr;
+    RepairPlan plan = PlanRepair(file, given);
+    if (plan.action == RepairAction::Refuse) {
+        CloseHandle(file);
+        return Report(path, plan.result, plan.reason + "; nothing written");
+    }
+    if (plan.action == RepairAction::Nothing) {
+        CloseHandle(file);
+        if (args.json)
+            Out("{\"file\": %s, \"repaired\": false, \"writes\": []}\n", JsonString(Utf8(path)).c_str());
+        else
+            Out("%s: nothing to repair: the header fits the file\n", Utf8(path).c_str());
+        return S_FALSE;
+    }
+    if (dryRun) {
+        CloseHandle(file);
+        PrintPlan(path, plan, args.json, false);
+        if (!args.json)
+            Out("  dry run: nothing written\n");
+        return S_OK;
+    }
+    const std::wstring undo = args.has(L"--no-undo") ? std::wstring() : path + kUndoSuffix;
+    if (!undo.empty() && GetFileAttributesW(undo.c_str()) != INVALID_FILE_ATTRIBUTES) {
+        CloseHandle(file);
+        return Report(undo, ZVERR_FILE_CREATE, "the undo file of an earlier repair is in the way: apply it with "
+                                               "--undo, remove it, or give --no-undo; nothing written");
+    }
+    SavedBytes saved;
+    hr = ApplyRepair(file, plan, undo, &saved);
+    CloseHandle(file);
+    if (FAILED(hr))
+        return Report(path, hr, ErrorText(hr) + "; the file is as it was");
+    // The repaired file must describe itself as planned and read whole.
+    std::string failure;
+    if (SUCCEEDED(OpenForRepair(path, false, &file))) {
+        RepairPlan again = PlanRepair(file, GivenFormat());
+        CloseHandle(file);
+        if (again.action != RepairAction::Nothing)
+            failure = "its header still does not fit after the repair";
+    }
+    LONGLONG frames = 0, expected = 0;
+    HRESULT read = failure.empty() ? session.Read(path, &frames, &expected) : S_OK;
+    if (failure.empty() && FAILED(read))
+        failure = "the repaired file does not read: " + ErrorText(read);
+    else if (failure.empty() && frames < (LONGLONG)(plan.dataSize / plan.format.nBlockAlign))
+        failure = "the repaired file reads " + std::to_string(frames) + " of " +
+                  std::to_string(plan.dataSize / plan.format.nBlockAlign) + " frames";
+    if (!failure.empty()) {
+        if (SUCCEEDED(OpenForRepair(path, true, &file))) {
+            Restore(file, saved);
+            CloseHandle(file);
+        }
+        if (!undo.empty())
+            DeleteFileW(undo.c_str());
+        return Report(path, FAILED(read) ? read : ZVERR_MALFORMED, failure + "; the repair was undone");
+    }
+    PrintPlan(path, plan, args.json, true);
+    if (!args.json)
+        Out("  reads %lld frames through the manager%s%s\n", (long long)frames, undo.empty() ? "" : "; undo: ",
+            Utf8(undo).c_str());
+    return S_OK;
+}
+
+bool Number(const Args &args, const wchar_t *name, DWORD low, DWORD high, DWORD *out)
+{
+    std::wstring v;
+    if (!args.value(name, &v))
+        return true;
+    wchar_t *end = nullptr;
+    unsigned long n = wcstoul(v.c_str(), &end, 10);
+    if (v.empty() || *end || n < low || n > high)
         return false;
-    memcpy(fmt, raw, sizeof raw);
+    *out = (DWORD)n;
     return true;
 }
 
-Header Describe(HANDLE file, bool wave64, ULONGLONG length)
-{
-    Header h;
-    SeekTo(file, 0);
-    ULONGLONG pos;
-    if (wave64) {
-        ULONGLONG body = 0;
-        GUID form = {};
-        h.container = SUCCEEDED(riff64_ReadFileID(file, &body, &form)) && IsEqualGUID(form, ZVW64_WAVE);
-        h.stored = body + 40;
-        pos = 40;
-        for (int n = 0; h.container && n < 10000 && pos + 24 <= length; n++) {
-            GUID label = {};
-            ULONGLONG size = 0;
-            if (!SeekTo(file, pos) || FAILED(riff64_ReadChunkHeader(file, &label, &size)))
-                break;
-            if (size > length)
-                size = length + 1;
-            if (IsEqualGUID(label, ZVW64_FMT) && !h.haveFmt)
-                h.haveFmt = ReadFmt(file, size, &h.fmt);
-            else if (IsEqualGUID(label, ZVW64_DATA) && !h.haveData) {
-                h.haveData = true;
-                h.dataOffset = pos + 24;
-                h.dataSize = size;
-            }
-            pos += 24 + ((size + 7) & ~7ull);
-        }
-    } else {
-        DWORD body = 0, form = 0;
-        h.container = SUCCEEDED(riff_ReadFileID(file, &body, &form)) && form == ZVRIFF_WAVE;
-        h.stored = (DWORD)(body + 4);
-        pos = 12;
-        for (int n = 0; h.container && n < 10000 && pos + 8 <= length; n++) {
-            DWORD id = 0, size = 0;
-            if (!SeekTo(file, pos) || FAILED(riff_ReadChunkHeader(file, &id, &size)))
-                break;
-            if (id == ZVRIFF_FMT && !h.haveFmt)
-                h.haveFmt = ReadFmt(file, size, &h.fmt);
-            else if (id == ZVRIFF_DATA && !h.haveData) {
-                h.haveData = true;
-                h.dataOffset = pos + 8;
-                h.dataSize = size;
-            }
-            pos += 8 + (ULONGLONG)size + (size & 1);
-        }
-    }
-    ULONGLONG whole = h.stored + (wave64 ? 0 : 8);
-    h.fits = h.container && h.haveFmt && h.haveData && h.fmt.nChannels && h.fmt.nBlockAlign &&
-             h.fmt.nSamplesPerSec && (whole == length || whole + 1 == length) &&
-             h.dataOffset + h.dataSize <= length && pos >= length;
-    return h;
-}
-
-std::string FormatText(const Header &h)
-{
-    if (!h.haveFmt)
-        return "none";
-    char buf[128];
-    const char *kind = h.fmt.wFormatTag == WAVE_FORMAT_PCM ? "PCM"
-                       : h.fmt.wFormatTag == WAVE_FORMAT_IEEE_FLOAT ? "float" : "tag";
-    snprintf(buf, sizeof buf, "%u-bit %s%s, %u channels, %lu Hz", h.fmt.wBitsPerSample, kind,
-             strcmp(kind, "tag") ? "" : (" " + std::to_string(h.fmt.wFormatTag)).c_str(), h.fmt.nChannels,
-             (unsigned long)h.fmt.nSamplesPerSec);
-    return buf;
-}
-
-std::string DataText(const Header &h)
-{
-    if (!h.haveData)
-        return "none";
-    char buf[96];
-    snprintf(buf, sizeof buf, "offset %llu, %llu bytes", h.dataOffset, h.dataSize);
-    return buf;
-}
-
-struct Change {
-    const char *field;
-    std::string before, after;
-};
-
 HRESULT Run(const Args &args)
 {
-    if (args.files.size() != 1)
+    if (args.files.empty())
         return ZVFIO_E_USAGE;
-    const std::wstring &path = args.files[0];
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, NULL, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, NULL);
-    if (file == INVALID_HANDLE_VALUE)
-        return ZvErrorHandler_TranslateWin32Error(GetLastError());
-    LARGE_INTEGER size = {};
-    GetFileSizeEx(file, &size);
-    ULONGLONG length = (ULONGLONG)size.QuadPart;
-
-    // Wave64 by its first label, else by the name; everything else as wave.
-    BYTE head[16] = {};
-    DWORD got = 0;
-    ReadFile(file, head, sizeof head, &got, nullptr);
-    size_t dot = path.find_last_of(L'.');
-    std::wstring ext = dot == std::wstring::npos ? L"" : path.substr(dot);
-    bool wave64 = (got == 16 && memcmp(head, &ZVW64_RIFF, 16) == 0) ||
-                  (memcmp(head, "RIFF", 4) != 0 && _wcsicmp(ext.c_str(), L".w64") == 0);
-
-    Header before = Describe(file, wave64, length);
-    if (before.fits && !args.has(L"--force")) {
-        CloseHandle(file);
-        if (args.json)
-            Out("{\"file\": %s, \"repaired\": false, \"changes\": []}\n", JsonString(Utf8(path)).c_str());
-        else
-            Out("%s: the header fits the file; nothing to repair (--force repairs anyway)\n", Utf8(path).c_str());
-        return S_OK;
+    GivenFormat given;
+    DWORD rate = 0, channels = 0, bits = 0;
+    if (!Number(args, L"--rate", 1000, 768000, &rate) || !Number(args, L"--channels", 1, 64, &channels) ||
+        !Number(args, L"--bits", 8, 64, &bits) || (bits % 8))
+        return ZVFIO_E_USAGE;
+    given.isFloat = args.has(L"--float");
+    given.given = rate || channels || bits || given.isFloat;
+    if (given.given && !(rate && channels && bits)) {
+        Err("zvfio repair: a format needs --rate, --channels and --bits together\n");
+        return ZVFIO_E_USAGE;
     }
-    HRESULT hr = wave64 ? ZvFixTrashedW64(file, nullptr, kLargestHeader) : ZvFixTrashedWav(file, nullptr, kLargestHeader);
-    Header after = SUCCEEDED(hr) ? Describe(file, wave64, length) : before;
-    CloseHandle(file);
-    if (FAILED(hr))
-        return hr;
-
-    std::vector<Change> changes;
-    auto note = [&](const char *field, const std::string &a, const std::string &b) {
-        if (a != b)
-            changes.push_back({field, a, b});
-    };
-    note(wave64 ? "riff size" : "RIFF size", before.container ? std::to_string(before.stored) : "none",
-         after.container ? std::to_string(after.stored) : "none");
-    note("format", FormatText(before), FormatText(after));
-    note("data", DataText(before), DataText(after));
-    if (args.json) {
-        Out("{\"file\": %s, \"repaired\": true, \"changes\": [", JsonString(Utf8(path)).c_str());
-        for (size_t i = 0; i < changes.size(); i++)
-            Out("%s\n  {\"field\": %s, \"before\": %s, \"after\": %s}", i ? "," : "",
-                JsonString(changes[i].field).c_str(), JsonString(changes[i].before).c_str(),
-                JsonString(changes[i].after).c_str());
-        Out("]}\n");
-    } else {
-        Out("%s: repaired as %s\n", Utf8(path).c_str(), wave64 ? "Wave64" : "wave");
-        for (const Change &c : changes)
-            Out("  %s: %s -> %s\n", c.field, c.before.c_str(), c.after.c_str());
-        if (changes.empty())
-            Out("  header rewritten; no field changed\n");
-    }
-    return S_OK;
+    given.rate = rate;
+    given.channels = (WORD)channels;
+    given.bits = (WORD)bits;
+    bool failed = false;
+    ReadSession session;
+    for (const std::wstring &path : args.files)
+        failed |= FAILED(args.has(L"--undo") ? Undo(path) : RepairOne(path, args, given, session));
+    return failed ? ZVFIO_E_REPORTED : S_OK;
 }
 
 } // namespace
 
 const Command kRepairCommand = {
-    "repair", "repairs a wave or Wave64 file whose header was destroyed",
-    "usage: zvfio repair [--force] [--json] FILE\n"
+    "repair", "mends the sizes or the destroyed header of wave and Wave64 files",
+    "usage: zvfio repair [--dry-run] [--no-undo] [--json] [--rate N --channels N --bits N [--float]] FILE...\n"
+    "       zvfio repair --undo FILE...\n"
     "\n"
-    "Fits a fresh header to the audio of a damaged wave or Wave64 file, in\n"
-    "place, and prints what changed (container size, format, data chunk). The\n"
-    "audio is found by the chunks or by a scan for the data chunk and is never\n"
-    "moved; its size comes from the file length. A format that can't be read\n"
-    "becomes 16-bit stereo PCM at 44,100 Hz. A file whose header already fits\n"
-    "is left alone.\n"
+    "Looks at each file first. A file whose header fits it is left alone\n"
+    "(\"nothing to repair\"); a file that is not a wave or Wave64 file is\n"
+    "refused and left alone. A file whose chunk headers stand gets its RIFF\n"
+    "and data sizes from its length, every other chunk kept byte for byte and\n"
+    "chunks behind the audio kept out of it. Only a destroyed header is\n"
+    "rebuilt, with the kernel's repair, in front of the data chunk found by a\n"
+    "scan, in the format the file still states or the one given. Audio bytes\n"
+    "are never written. The bytes to be overwritten are saved first in\n"
+    "FILE.repair-undo; the repaired file must then read through the manager,\n"
+    "or the repair is undone. Exit code 1 when any file was refused or failed.\n"
     "\n"
-    "  --force  repair even a file whose header fits\n"
-    "  --json   the changes as a JSON object\n",
-    "--force --json",
+    "  --dry-run      print what would be written, write nothing\n"
+    "  --no-undo      write no FILE.repair-undo\n"
+    "  --undo         put back the bytes saved in FILE.repair-undo\n"
+    "  --rate N, --channels N, --bits N, --float\n"
+    "                 the format, where the file states none readable\n"
+    "  --force        accepted for older scripts; a file whose header fits\n"
+    "                 still has nothing to repair\n"
+    "  --json         one JSON object a file\n",
+    "--dry-run --no-undo --undo --rate= --channels= --bits= --float --force --json",
     Run,
 };
 
