@@ -5,34 +5,35 @@
 // releases everything; each surrogate then ends by itself.
 #include "surrogate_world.h"
 #include <atomic>
+#include <process.h>
 #include <functional>
 
 using namespace tsworld;
 
 namespace {
 
+unsigned __stdcall WindowThreadMain(void *body)
+{
+    CoInitializeEx(NULL, COINIT_APARTMENTTHREADED);
+    MSG msg;
+    PeekMessageW(&msg, NULL, 0, 0, PM_NOREMOVE);
+    PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0);
+    while (GetMessageW(&msg, NULL, 0, 0) > 0) {
+        if (!msg.hwnd && msg.message == WM_APP) {
+            (*(const std::function<void()> *)body)();
+            PostQuitMessage(0);
+            continue;
+        }
+        DispatchMessageW(&msg);
+    }
+    CoUninitialize();
+    return 0;
+}
+
 // Runs `body` as the first message of a new window thread's loop.
 void OnWindowThread(const std::function<void()> &body)
 {
-    HANDLE thread = (HANDLE)_beginthreadex(
-        NULL, 0,
-        [](void *p) -> unsigned {
-            CoInitializeEx(NULL, COINIT_APARTMENTTHREADED);
-            MSG msg;
-            PeekMessageW(&msg, NULL, 0, 0, PM_NOREMOVE);
-            PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0);
-            while (GetMessageW(&msg, NULL, 0, 0) > 0) {
-                if (!msg.hwnd && msg.message == WM_APP) {
-                    (*(const std::function<void()> *)p)();
-                    PostQuitMessage(0);
-                    continue;
-                }
-                DispatchMessageW(&msg);
-            }
-            CoUninitialize();
-            return 0;
-        },
-        (void *)&body, 0, NULL);
+    HANDLE thread = (HANDLE)_beginthreadex(NULL, 0, WindowThreadMain, (void *)&body, 0, NULL);
     ASSERT_TRUE(thread);
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
@@ -65,29 +66,29 @@ int ReadRounds(IZvReadAudioStream *audio, int seed, int rounds)
     return bad;
 }
 
+struct ReaderJob {
+    IZvReadAudioStream *audio;
+    DWORD apartment;
+    int seed;
+    std::atomic<int> *bad;
+};
+
+unsigned __stdcall ReaderMain(void *p)
+{
+    ReaderJob *j = (ReaderJob *)p;
+    CoInitializeEx(NULL, j->apartment);
+    MSG msg;
+    PeekMessageW(&msg, NULL, 0, 0, PM_NOREMOVE);
+    *j->bad += ReadRounds(j->audio, j->seed, 30);
+    CoUninitialize();
+    delete j;
+    return 0;
+}
+
 // `apartment` thread reading through `audio`, counting into `bad`.
 HANDLE Reader(IZvReadAudioStream *audio, DWORD apartment, int seed, std::atomic<int> *bad)
 {
-    struct Job {
-        IZvReadAudioStream *audio;
-        DWORD apartment;
-        int seed;
-        std::atomic<int> *bad;
-    };
-    Job *job = new Job{audio, apartment, seed, bad};
-    return (HANDLE)_beginthreadex(
-        NULL, 0,
-        [](void *p) -> unsigned {
-            Job *j = (Job *)p;
-            CoInitializeEx(NULL, j->apartment);
-            MSG msg;
-            PeekMessageW(&msg, NULL, 0, 0, PM_NOREMOVE);
-            *j->bad += ReadRounds(j->audio, j->seed, 30);
-            CoUninitialize();
-            delete j;
-            return 0;
-        },
-        job, 0, NULL);
+    return (HANDLE)_beginthreadex(NULL, 0, ReaderMain, new ReaderJob{audio, apartment, seed, bad}, 0, NULL);
 }
 
 void WindowThreadReads(int variant, bool routed)
