@@ -1,7 +1,7 @@
-// Per-thread pointers to one object registered in the COM global interface
-// table. A proxy is bound to the apartment that received it; these holders
-// let any thread of the process call the object by giving each thread a
-// pointer of its own, made on first use and kept until the holder goes.
+// Per-thread pointers to one registered object. A proxy is bound to the
+// apartment that received it; these holders let any thread of the process
+// call the object by giving each thread a pointer of its own, made on first
+// use and kept until the holder goes.
 #pragma once
 #include "zvbase.h"
 #include <objidl.h>
