@@ -1,12 +1,14 @@
 // Bytes per second of ReadSamples through a surrogate process against the
 // same plug-in loaded in process, read into the caller's private buffer;
-// and the cost of one empty call across the border.
+// and the surrogate's calls against their floor, the same calls on a bare
+// COM local server.
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
 #include "zvproxy.h"
 #include "../plugins/testsurrogate/tsurrogate.h"
+#include "surrogate_bare.h"
 #include <algorithm>
 #include <cstring>
 #include <cstdio>
@@ -117,10 +119,46 @@ double FreshMappingCost(DWORD size)
     });
 }
 
+// Seconds per call of `work`, best of three runs of `calls`.
+template <typename F> double perCall(int calls, F work)
+{
+    return best(3, [&] {
+        for (int i = 0; i < calls; ++i)
+            work();
+    }) / calls;
+}
+
+// The routed calls over the same calls on the bare server; a read's floor
+// is the bare call plus one copy of its bytes in process.
+int AgainstBareServer(IZvReadAudioStream *routed, double routedRead1MiB)
+{
+    bare::Client peer;
+    if (!peer.stream) {
+        fprintf(stderr, "bench surrogate: no bare COM server\n");
+        return 1;
+    }
+    DWORD align = 0, got = 0;
+    double empty = perCall(2000, [&] { routed->GetBlockAlign(&align); });
+    double bareEmpty = perCall(2000, [&] { peer.stream->GetBlockAlign(&align); });
+    printf("bench surrogate-empty-call-vs-bare-com: %.3f (target <= 1.2)\n", empty / bareEmpty);
+    _zvmemorytoken token;
+    std::vector<BYTE> from(1u << 20, 1), to(1u << 20);
+    ZvMemoryToken_InitLocal(&token, to.data(), (DWORD)to.size(), ZVMEMTOKEN_KIND_SHADOW);
+    double bareRecord = perCall(2000, [&] { peer.stream->ReadSamples(0, 0, token, (1u << 20) / 4, &got); });
+    double copy = perCall(200, [&] { memcpy(to.data(), from.data(), from.size()); });
+    printf("bench surrogate-read-1MiB-vs-bare-floor: %.3f (target <= 2.0)\n", routedRead1MiB / (bareRecord + copy));
+    fprintf(stderr, "  bare COM: empty call %.1f us, 40-byte record %.1f us; surrogate empty call %.1f us; "
+                    "1 MiB: copy %.0f us, surrogate read %.0f us\n",
+            bareEmpty * 1e6, bareRecord * 1e6, empty * 1e6, copy * 1e6, routedRead1MiB * 1e6);
+    return 0;
+}
+
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
+    if (argc > 1 && !strcmp(argv[1], "--bare-server"))
+        return bare::Serve();
     CoInitializeEx(NULL, COINIT_MULTITHREADED);
     ZvProxy_Register();
     wchar_t temp[MAX_PATH];
@@ -155,12 +193,15 @@ int main()
                 DWORD size;
                 const char *name;
             } sizes[] = {{64u << 10, "64KiB"}, {1u << 20, "1MiB"}, {16u << 20, "16MiB"}};
+            double routedRead1MiB = 0;
             for (auto &s : sizes) {
                 double remoteRate = Rate(remote.audio, s.size, buffer, false);
                 double localRate = Rate(local.audio, s.size, buffer, false);
                 double remoteMapped = Rate(remote.audio, s.size, buffer, true);
                 double localMapped = Rate(local.audio, s.size, buffer, true);
                 printf("bench surrogate-read-%s: %.3f (target >= 0.5)\n", s.name, remoteRate / localRate);
+                if (s.size == 1u << 20)
+                    routedRead1MiB = s.size / remoteRate;
                 printf("bench surrogate-read-mapped-%s: %.3f (target >= 0.5)\n", s.name, remoteMapped / localMapped);
                 fprintf(stderr, "  %s: private buffer: surrogate %.0f MB/s, in process %.0f MB/s; "
                                 "caller's mapping: surrogate %.0f MB/s, in process %.0f MB/s; "
@@ -179,6 +220,7 @@ int main()
                     local.audio->GetBlockAlign(&align);
             }) / calls;
             printf("surrogate empty call: %.1f us (in process %.3f us)\n", farCall * 1e6, nearCall * 1e6);
+            status = AgainstBareServer(remote.audio, routedRead1MiB);
         }
     }
     mgr->CleanUp();

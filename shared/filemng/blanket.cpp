@@ -24,16 +24,6 @@ CZvOutOfProcObj *ZvBlanket_From(IUnknown *object)
 static HRESULT WrapNew(const IID &iid, void **pp, IUnknown *parent, IUnknown *owner, DWORD flags);
 static bool InFamily(const IID &iid);
 
-static bool InMultithreadedApartment()
-{
-    APTTYPE type;
-    APTTYPEQUALIFIER qualifier;
-    if (FAILED(CoGetApartmentType(&type, &qualifier)))
-        return false;
-    return type == APTTYPE_MTA || (type == APTTYPE_NA && qualifier == APTTYPEQUALIFIER_NA_ON_MTA) ||
-           qualifier == APTTYPEQUALIFIER_IMPLICIT_MTA;
-}
-
 namespace {
 
 // What every blanket shares: the reference count, the parent, the owner and
@@ -44,17 +34,11 @@ template <class Itf, const IID *Iid, const IID *Base>
 class CZvBlanketT : public Itf, public CZvOutOfProcObj, public ZvGlobalObject {
 public:
     CZvBlanketT(IUnknown *inner, IUnknown *parent, IUnknown *owner, DWORD flags)
-        : CZvOutOfProcObj(flags), parent_(parent), owner_(owner), creatorMta_(InMultithreadedApartment()),
-          holder_(*Iid, creatorMta_ ? nullptr : inner), creator_(inner)
+        : CZvOutOfProcObj(flags), parent_(parent), owner_(owner), holder_(*Iid, inner, true)
     {
     }
-    ~CZvBlanketT() override
-    {
-        holder_.Detach();
-        // the creating thread's pointer lives until the blanket goes
-        if (creator_)
-            creator_->Release();
-    }
+    // the creating thread's pointer lives until the blanket goes
+    ~CZvBlanketT() override { holder_.Detach(); }
 
     STDMETHODIMP QueryInterface(REFIID iid, void **ppv) override
     {
@@ -96,18 +80,7 @@ public:
 
 protected:
     static const IID *identityBase() { return Base; }
-    // A proxy received in the multithreaded apartment is valid on all of its
-    // threads, and the platform's global interface table never gives a
-    // proxy's references back to the other process (the object there would
-    // outlive every blanket): such a blanket calls the proxy it was given.
-    // Only a blanket made in a single-threaded apartment goes through the
-    // table for its other threads.
-    Itf *inner()
-    {
-        if (creatorMta_)
-            return static_cast<Itf *>(creator_);
-        return static_cast<Itf *>(holder_.GetThreadInterface());
-    }
+    Itf *inner() { return static_cast<Itf *>(holder_.GetThreadInterface()); }
     IUnknown *self() { return static_cast<Itf *>(this); }
     // Method-level wrap: the inner call's failure as it is, else the wrap's result.
     template <class Out> HRESULT wrapped(HRESULT hr, const IID &iid, Out **out, IUnknown *owner)
@@ -120,9 +93,7 @@ protected:
     volatile LONG ref_ = 1;
     IUnknown *parent_;
     IUnknown *owner_;
-    bool creatorMta_;
     CZvThreadInterfaceHolder holder_;
-    IUnknown *creator_;
 };
 
 // Sample and frame buffers: the caller's token is swapped for one the other

@@ -4,6 +4,7 @@
 #include "filemng/fiodiscovery.h"
 #include "zvlist.h"
 #include "zvsurrogate.h"
+#include "zvproxy.h"
 #include <new>
 #include <stdio.h>
 
@@ -11,8 +12,9 @@ static void ZvFioStopMonitoring(DWORD processId);
 
 ZVFIO_SURROGATETABLE *g_pZvFioSurrogateTable;
 
-// The table itself is touched under the managers' shared mutex; creation
-// and the reference count also serve managers made on several threads.
+// The table itself has no lock: it is touched under the managers' shared
+// mutex. This one covers only its creation and reference count, which also
+// serve managers made on several threads.
 static CRITICAL_SECTION *TableLock()
 {
     static CRITICAL_SECTION cs;
@@ -76,18 +78,21 @@ void ZvFioSurrogateTable_Release()
 {
     EnterCriticalSection(TableLock());
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-    if (t && --t->refs <= 0) {
-        for (LONG i = 0; i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
-            if (t->slots[i].processId)
-                ZvFioStopMonitoring(t->slots[i].processId);
-            // the last reference to the child goes: it ends by itself
-            t->slots[i].git.Reset();
-        }
+    if (t && --t->refs <= 0)
         g_pZvFioSurrogateTable = NULL;
-        t->~ZVFIO_SURROGATETABLE();
-        FreeGlobal(t);
-    }
+    else
+        t = NULL;
     LeaveCriticalSection(TableLock());
+    if (!t)
+        return;
+    for (LONG i = 0; i < t->used && i < ZVFIO_SURROGATE_SLOTS; ++i) {
+        if (t->slots[i].processId)
+            ZvFioStopMonitoring(t->slots[i].processId);
+        // the last reference to the child goes: it ends by itself
+        t->slots[i].git.Reset();
+    }
+    t->~ZVFIO_SURROGATETABLE();
+    FreeGlobal(t);
 }
 
 ZVFIO_SURROGATESLOT *ZvFioSurrogateTable_FindSlot(LONG group)
@@ -169,63 +174,7 @@ static HRESULT SurrogatePath(WCHAR *path)
     return S_OK;
 }
 
-// The slot's object in the global interface table: an in-process stand-in
-// for the child's proxy. The table's own reference on a proxy is never given
-// back to the child by the platform's COM, which would keep every child
-// alive; its reference on a local object is, and this one's last release
-// drops the proxy, so that the child ends by itself.
-class CZvSurrogateLink : public IZvFileIOManagerSurrogate, public ZvGlobalObject {
-public:
-    explicit CZvSurrogateLink(IZvFileIOManagerSurrogate *proxy) : proxy_(proxy) { proxy_->AddRef(); }
-    virtual ~CZvSurrogateLink() { proxy_->Release(); }
-    STDMETHODIMP QueryInterface(REFIID iid, void **out) override
-    {
-        if (!out)
-            return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IZvFileIOManagerSurrogate)) {
-            *out = static_cast<IZvFileIOManagerSurrogate *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = NULL;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return (ULONG)InterlockedIncrement(&ref_); }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        LONG ref = InterlockedDecrement(&ref_);
-        if (!ref)
-            delete this;
-        return (ULONG)ref;
-    }
-    STDMETHODIMP GetProcessId(DWORD *processId) override { return proxy_->GetProcessId(processId); }
-    STDMETHODIMP CreateObject(LPCWSTR dllPath, REFCLSID classId, REFIID interfaceId, IUnknown **object) override
-    {
-        return proxy_->CreateObject(dllPath, classId, interfaceId, object);
-    }
-    STDMETHODIMP CloseHandle(UINT64 handle) override { return proxy_->CloseHandle(handle); }
-    STDMETHODIMP CreateSurrogateFileIOManager(DWORD flags, const BYTE *mask, DWORD maskLength, const LONG *values,
-                                              DWORD valueCount, LPCWSTR hostPath, LPCWSTR productName) override
-    {
-        return proxy_->CreateSurrogateFileIOManager(flags, mask, maskLength, values, valueCount, hostPath,
-                                                    productName);
-    }
-    STDMETHODIMP AddPluginToList(LPCWSTR dllPath) override { return proxy_->AddPluginToList(dllPath); }
-    STDMETHODIMP ProcessPluginList() override { return proxy_->ProcessPluginList(); }
-    STDMETHODIMP EditTemplate(UINT64 parentWindow, IUnknown *rendererClass, DWORD flags, IStream *templates,
-                              DWORD templateSize, const BYTE *templateData, LPCWSTR title,
-                              BYTE_BLOB **edited) override
-    {
-        return proxy_->EditTemplate(parentWindow, rendererClass, flags, templates, templateSize, templateData,
-                                    title, edited);
-    }
-
-private:
-    volatile LONG ref_ = 1;
-    IZvFileIOManagerSurrogate *proxy_;
-};
-
-static HRESULT LaunchLocked(LONG group)
+static HRESULT Launch(LONG group)
 {
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
     if (!t)
@@ -262,19 +211,20 @@ static HRESULT LaunchLocked(LONG group)
 
     CLSID clsid = kSurrogateClass;
     clsid.Data1 ^= pi.dwProcessId;
+    // the reply is unmarshalled in this apartment, which needs the contract's proxies
+    ZvProxy_Register();
     IZvFileIOManagerSurrogate *s = NULL;
     hr = REGDB_E_CLASSNOTREG;
-    // the class exists only once the child has registered it
+    // the class exists only once the child has registered it; meanwhile a
+    // single-threaded apartment keeps taking the messages sent to it
     for (int i = 0; i < ZVFIO_CONNECT_ATTEMPTS && hr == REGDB_E_CLASSNOTREG; ++i) {
+        DWORD index = 0;
         if (i)
-            Sleep(100);
+            CoWaitForMultipleHandles(0, 100, 1, &pi.hThread, &index);
         hr = CoCreateInstance(clsid, NULL, CLSCTX_LOCAL_SERVER, IID_IZvFileIOManagerSurrogate, (void **)&s);
     }
     if (SUCCEEDED(hr) && s) {
-        CZvSurrogateLink *link = new CZvSurrogateLink(s);
-        hr = link ? slot->git.Set(link, IID_IZvFileIOManagerSurrogate) : E_OUTOFMEMORY;
-        if (link)
-            link->Release();
+        hr = slot->git.Set(s, IID_IZvFileIOManagerSurrogate);
         s->Release();
     } else if (SUCCEEDED(hr)) {
         hr = E_NOINTERFACE;
@@ -290,10 +240,8 @@ HRESULT ZvFioLaunchSurrogate(ZVFIO_PLUGININFO *record)
 {
     if (!record || !ZvFioDeriveRouting(record))
         return S_OK;
-    EnterCriticalSection(TableLock());
-    HRESULT hr = LaunchLocked(record->Surrogate);
-    LeaveCriticalSection(TableLock());
-    return hr;
+    // no lock of its own: launches run under the managers' shared mutex
+    return Launch(record->Surrogate);
 }
 
 IZvFileIOManagerSurrogate *ZvFioSurrogateSlot_Get(ZVFIO_SURROGATESLOT *slot)
@@ -306,9 +254,8 @@ IZvFileIOManagerSurrogate *ZvFioSurrogateSlot_Get(ZVFIO_SURROGATESLOT *slot)
 static HRESULT FirstContact(ZVFIO_SURROGATESLOT *slot)
 {
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-    if (!t || slot->initialised)
+    if (!t || __atomic_exchange_n(&slot->initialised, (BYTE)1, __ATOMIC_SEQ_CST))
         return S_OK;
-    slot->initialised = 1;
     IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(slot);
     if (!s)
         return S_OK;
@@ -348,13 +295,11 @@ HRESULT ZvFioRoutedCreate(ZVFIO_PLUGININFO *record, void **out, REFIID iid, IUnk
     HRESULT hr = ZvFioLaunchSurrogate(record);
     if (FAILED(hr))
         return hr;
-    EnterCriticalSection(TableLock());
     ZVFIO_SURROGATESLOT *slot = ZvFioSurrogateTable_FindSlot(record->Surrogate);
     if (!slot)
         hr = E_UNEXPECTED;
     else if (!IsEqualIID(iid, IID_IZvUnsharedFIOPluginInfo))
         hr = FirstContact(slot);
-    LeaveCriticalSection(TableLock());
     if (FAILED(hr))
         return hr;
     IZvFileIOManagerSurrogate *s = ZvFioSurrogateSlot_Get(slot);

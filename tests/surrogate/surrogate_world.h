@@ -7,6 +7,7 @@
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/blanket.h"
+#include "filemng/zvmemtoken.h"
 #include "zvproxy.h"
 #include "zvsurrogate.h"
 #include "../../plugins/testsurrogate/tsurrogate.h"
@@ -168,6 +169,40 @@ inline DWORD ObjectProcess(IZvReadFile *file)
         return 0;
     return pid;
 }
+
+// The audio pattern of the test reader from frame `position` on.
+inline std::vector<BYTE> AudioPattern(LONGLONG position, DWORD frames)
+{
+    std::vector<BYTE> v((size_t)frames * 4);
+    short *s = (short *)v.data();
+    for (DWORD i = 0; i < frames; ++i) {
+        s[2 * i] = (short)(2 * (position + i));
+        s[2 * i + 1] = (short)(2 * (position + i) + 1);
+    }
+    return v;
+}
+
+// A buffer of `size` bytes as a token of `kind`: 1 a mapping of this
+// process, anything else a private buffer the blanket must shadow.
+struct TokenBuffer {
+    _zvmemorytoken token = {};
+    std::vector<BYTE> local;
+    TokenBuffer(DWORD size, DWORD kind)
+    {
+        if (kind == ZVMEMTOKEN_KIND_MAPPING) {
+            ZvMemoryToken_CreateMapping(&token, size);
+        } else {
+            local.assign(size, 0xCD);
+            ZvMemoryToken_InitLocal(&token, local.data(), size, kind);
+        }
+    }
+    ~TokenBuffer()
+    {
+        if (local.empty())
+            ZvMemoryToken_ReleaseMapping(&token);
+    }
+    BYTE *data() { return local.empty() ? (BYTE *)(ULONG_PTR)token.qwBase : local.data(); }
+};
 
 class SurrogateTest : public ::testing::Test {
 protected:

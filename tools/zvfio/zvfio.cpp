@@ -96,6 +96,8 @@ static void Usage(FILE *to)
     fprintf(to, "usage: zvfio COMMAND [options] FILE...\n\ncommands:\n");
     for (const Command *c : kCommands)
         fprintf(to, "  %-10s %s\n", c->name, c->summary);
+    fprintf(to, "\n--apartment=sta|mta (any command): run it on a single-threaded apartment\n"
+                "with a message loop, as a window thread (default), or in the multithreaded one.\n");
     fprintf(to, "\n'zvfio COMMAND --help' describes one command. Exit code 0 on success,\n"
                 "1 on a failure (with the system's error text), 2 on wrong usage.\n");
 }
@@ -154,7 +156,7 @@ static void WINAPI LogBox(const wchar_t *text)
     Err("zvfio: %s\n", Utf8(text ? text : L"").c_str());
 }
 
-int wmain(int argc, wchar_t **argv)
+static int Dispatch(int argc, wchar_t **argv)
 {
     ZvMsgBoxSetNoUIHook(LogBox);
     // texts formatted by the kernel name the application through this token
@@ -247,4 +249,9 @@ int wmain(int argc, wchar_t **argv)
         return 1;
     }
     return 0;
+}
+
+int wmain(int argc, wchar_t **argv)
+{
+    return RunInApartment(argc, argv, Dispatch);
 }

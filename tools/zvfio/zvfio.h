@@ -46,6 +46,10 @@ std::string FailureText(const std::wstring &path, HRESULT hr);
 // A JSON string literal, quotes included.
 std::string JsonString(const std::string &text);
 
+// Runs main's `body` with the arguments less "--apartment=sta|mta" on a
+// thread of that apartment with a message loop (default sta); 2 on a bad value.
+int RunInApartment(int argc, wchar_t **argv, int (*body)(int, wchar_t **));
+
 // Results of the tool itself (the system's codes where one fits).
 #define ZVFIO_E_USAGE    E_INVALIDARG
 #define ZVFIO_E_NOTYET   E_NOTIMPL
