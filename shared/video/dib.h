@@ -120,11 +120,11 @@ ZVAPI void ZvDibFreeColorQuantizer(BYTE *table);
 ZVAPI HRESULT ZvDibQuantizePalette(const BITMAPINFOHEADER *src, const void *srcPixels,
                                    const BITMAPINFOHEADER *dst, void *dstPixels, int paletteSize);
 
-// Gamut tests of a colour (red, green, blue, 0 to 1): TRUE when outside.
-// The Return forms give the nearest colour inside.
-ZVAPI BOOL HotCheckNTSCYIQ(const float rgb[3]);
-ZVAPI BOOL HotCheckNTSCYUV(const float rgb[3]);
-ZVAPI BOOL HotCheckPALYUV(const float rgb[3]);
-ZVAPI BOOL HotCheckNTSCYIQReturn(const float rgb[3], float inside[3]);
-ZVAPI BOOL HotCheckNTSCYUVReturn(const float rgb[3], float inside[3]);
-ZVAPI BOOL HotCheckPALYUVReturn(const float rgb[3], float inside[3]);
+// Gamut tests of a linear colour (blue, green, red, 0 to 1): TRUE when
+// outside. The Return forms give the colour with its chroma pulled inside.
+ZVAPI BOOL HotCheckNTSCYIQ(const float bgr[3]);
+ZVAPI BOOL HotCheckNTSCYUV(const float bgr[3]);
+ZVAPI BOOL HotCheckPALYUV(const float bgr[3]);
+ZVAPI BOOL HotCheckNTSCYIQReturn(const float bgr[3], float inside[3]);
+ZVAPI BOOL HotCheckNTSCYUVReturn(const float bgr[3], float inside[3]);
+ZVAPI BOOL HotCheckPALYUVReturn(const float bgr[3], float inside[3]);
