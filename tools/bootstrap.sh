@@ -36,6 +36,8 @@ cmd:pkg-config|pkg-config
 pc:libavutil|libavutil-dev
 pc:libswresample|libswresample-dev
 pc:samplerate|libsamplerate0-dev
+file:/usr/include/libyuv.h|libyuv-dev
+pc:libswscale|libswscale-dev
 '
 
 missing=""

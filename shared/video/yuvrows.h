@@ -52,6 +52,11 @@ void DecodeRowC(const Decode &d, const int32_t *y, const int32_t *u, const int32
                 bool rgbaOrder);
 void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
                    bool rgbaOrder);
+// Pixels decoded straight from the planes of an 8-bit 4:2:0 or 4:2:2 layout
+// (I420, YV12, YV16, NV12, UYVY, YUYV) from an even x0, in steps of eight
+// while the row's chroma lasts; returns how many (the rest is the caller's).
+int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
+bool HasPairsBody(const Frame &f);
 // The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 

@@ -26,6 +26,15 @@ void DecodeRowC(const Decode &d, const int32_t *y, const int32_t *u, const int32
     }
 }
 
+bool HasPairsBody(const Frame &f)
+{
+    switch (f.type) {
+    case ZVPT_I420: case ZVPT_YV12: case ZVPT_YV16: case ZVPT_NV12: case ZVPT_UYVY: case ZVPT_YUYV:
+        return true;
+    }
+    return false;
+}
+
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits)
 {
     if (bits == 8 && (cpuWord & 0x40))
@@ -60,6 +69,7 @@ struct Job {
     float gamma;
     BYTE lut[256];
     bool useLut;
+    int pairs;   // pixels the planes' own vector body may take from x0
 };
 
 void RunRows(void *ctx, int first, int end)
@@ -71,12 +81,16 @@ void RunRows(void *ctx, int first, int end)
     int32_t *y = buf, *u = buf + j.w + 8, *v = u + j.w + 8;
     for (int r = first; r < end; ++r) {
         BYTE *out = j.dst + j.dstStep * r;
-        FetchRow(j.src, j.y0 + r, j.x0, j.w, y, u, v);
         if (j.toFloat) {
+            FetchRow(j.src, j.y0 + r, j.x0, j.w, y, u, v);
             DecodeRowFloat(j.dec, y, u, v, j.w, (float *)out, j.gamma);
             continue;
         }
-        j.row(j.dec, y, u, v, j.w, out, j.rgba);
+        int done = j.pairs ? DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba) : 0;
+        if (done < j.w) {
+            FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
+            j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
+        }
         if (j.useLut)
             for (int i = 0; i < 4 * j.w; ++i)
                 if ((i & 3) != 3)
@@ -142,6 +156,14 @@ ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int d
     bool limited = s.limited && s.mode != 2;
     MakeDecode(&j->dec, ZvYUV_ResolveMatrix(s.selector, j->src.width, j->src.height), limited, j->src.bits);
     j->row = PickDecodeRow(CpuWord(), j->src.bits);
+    if (j->row == DecodeRowSSE2 && HasPairsBody(j->src) && !(r.left & 1)) {
+        // pixels whose chroma pair is whole in the planes; the last rows of
+        // an odd height, and the columns past the chroma, go the plain way
+        int chromaPixels = (j->src.cw << j->src.sx) - r.left;
+        j->pairs = w < chromaPixels ? w : chromaPixels;
+        if (j->pairs < 0)
+            j->pairs = 0;
+    }
     j->dst = out;
     j->dstStep = stride;
     j->x0 = r.left;

@@ -201,6 +201,15 @@ TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
                 ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
                 EXPECT_EQ(want, got);
                 EXPECT_EQ(got[0], 0xAB);
+                // from an even and an odd column, a row down
+                for (LONG left : {2, 1}) {
+                    RECT r = {left, 1, abs(sz[0]), abs(sz[1])};
+                    ZvVideo_SetKernelOverride(0, 1);
+                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
+                    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
+                    EXPECT_EQ(want, got);
+                }
             }
         }
     ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
