@@ -1,5 +1,6 @@
 // 8-bit RGB frames to the YUV layouts.
 #include "video/yuvrows.h"
+#include <initializer_list>
 #include <stdlib.h>
 
 namespace zvyuv {
@@ -12,6 +13,7 @@ struct Job {
     const BYTE *src;
     LONG_PTR srcStep;   // bytes from one top-down row to the next
     int bpp, ir, ib;    // bytes a pixel, offsets of red and blue
+    bool vector;        // 8-bit 4:2:0 planes from 32-bit pixels: the SSE2 body
 };
 
 inline int32_t Clamp(int64_t v, int32_t maxv)
@@ -65,6 +67,57 @@ void RunGroups(void *ctx, int first, int end)
     free(buf);
 }
 
+// 8-bit 4:2:0 planes: the vector body takes the head of each row pair, the
+// plain sums below the rest, written straight into the planes.
+void RunGroupsVector(void *ctx, int first, int end)
+{
+    const Job &j = *(const Job *)ctx;
+    const Frame &f = j.dst;
+    const Encode &e = j.enc;
+    const int w = f.width;
+    const bool nv = f.kind == SEMIPLANAR;
+    BYTE scratch[2][64];
+    for (int g = first; g < end; ++g) {
+        int row0 = 2 * g, row1 = row0 + 1 < f.height ? row0 + 1 : row0;
+        const BYTE *s0 = j.src + j.srcStep * row0, *s1 = j.src + j.srcStep * row1;
+        BYTE *y0 = f.plane[0] + (LONG_PTR)row0 * f.pitch[0];
+        BYTE *y1 = row1 != row0 ? f.plane[0] + (LONG_PTR)row1 * f.pitch[0] : nullptr;
+        bool chroma = g < f.ch;
+        BYTE *u, *v;
+        if (nv) {
+            u = chroma ? f.plane[1] + (LONG_PTR)g * f.pitch[1] : scratch[0];
+            v = u + 1;
+        } else {
+            u = chroma ? f.plane[f.vFirst ? 2 : 1] + (LONG_PTR)g * f.pitch[f.vFirst ? 2 : 1] : scratch[0];
+            v = chroma ? f.plane[f.vFirst ? 1 : 2] + (LONG_PTR)g * f.pitch[f.vFirst ? 1 : 2] : scratch[1];
+        }
+        int n = 2 * f.cw < w ? 2 * f.cw : w;
+        int done = chroma ? EncodeRows420SSE2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1) : 0;
+        for (int r = 0; r < 2; ++r) {
+            BYTE *yo = r ? y1 : y0;
+            const BYTE *p = r ? s1 : s0;
+            for (int x = done; yo && x < w; ++x) {
+                const BYTE *q = p + 4 * x;
+                yo[x] = (BYTE)Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] + 8192) >> 14),
+                                    e.maxv);
+            }
+        }
+        for (int c = done / 2; chroma && c < f.cw; ++c) {
+            int64_t sr = 0, sg = 0, sb = 0;
+            for (const BYTE *p : {s0, s1})
+                for (int dx = 0; dx < 2; ++dx) {
+                    int x = 2 * c + dx < w ? 2 * c + dx : w - 1;
+                    sr += p[4 * x + j.ir];
+                    sg += p[4 * x + 1];
+                    sb += p[4 * x + j.ib];
+                }
+            int step = nv ? 2 : 1;
+            u[c * step] = (BYTE)Clamp(e.mid + ((e.kur * sr + e.kug * sg + e.kub * sb + (1 << 15)) >> 16), e.maxv);
+            v[c * step] = (BYTE)Clamp(e.mid + ((e.kvr * sr + e.kvg * sg + e.kvb * sb + (1 << 15)) >> 16), e.maxv);
+        }
+    }
+}
+
 } // namespace
 
 } // namespace zvyuv
@@ -109,7 +162,9 @@ ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
     j.ib = 2 - j.ir;
     MakeEncode(&j.enc, ZvYUV_ResolveMatrix(s.selector, j.dst.width, j.dst.height), s.limited && s.mode != 2,
                j.dst.bits);
+    j.vector = j.bpp == 4 && j.dst.bits == 8 && (CpuWord() & 0x40) &&
+               (dt == ZVPT_I420 || dt == ZVPT_YV12 || dt == ZVPT_NV12);
     int groups = (j.dst.height + (1 << j.dst.sy) - 1) >> j.dst.sy;
-    ForRanges(groups, s.threads, (LONGLONG)j.dst.width << j.dst.sy, RunGroups, &j);
+    ForRanges(groups, s.threads, (LONGLONG)j.dst.width << j.dst.sy, j.vector ? RunGroupsVector : RunGroups, &j);
     return S_OK;
 }

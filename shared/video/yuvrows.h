@@ -69,6 +69,13 @@ struct Encode {
 };
 void MakeEncode(Encode *e, int standard, bool limited, int bits);
 
+// Two rows of 8-bit BGRA (or RGBA) pixels to 4:2:0: luma into y0 and y1
+// (either may be null), chroma of the 2x2 blocks into u and v, uvStep bytes
+// apart (2: interleaved, v = u + 1). Eight pixels a step from the rows'
+// start; returns how many were done. Gives the plain form's values.
+int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
+                      BYTE *y1, BYTE *u, BYTE *v, int uvStep);
+
 // Runs body(first, end) over [0, count) in static ranges across worker
 // threads; threads 1 or small counts run on the calling thread.
 void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),

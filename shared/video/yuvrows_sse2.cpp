@@ -127,3 +127,77 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
 }
 
 } // namespace zvyuv
+
+namespace zvyuv {
+
+namespace {
+
+// [a0 a1 a2 a3] and [b0 b1 b2 b3] to [a0+a1 a2+a3 b0+b1 b2+b3]
+inline __m128i PairSums(__m128i a, __m128i b)
+{
+    __m128 x = _mm_castsi128_ps(a), y = _mm_castsi128_ps(b);
+    return _mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0))),
+                         _mm_castps_si128(_mm_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1))));
+}
+
+// Weighted sums of four 8-bit pixels of one load: k holds the weights of
+// the pixel's four bytes twice.
+inline __m128i Dot4(__m128i px, __m128i k)
+{
+    const __m128i zero = _mm_setzero_si128();
+    return PairSums(_mm_madd_epi16(_mm_unpacklo_epi8(px, zero), k), _mm_madd_epi16(_mm_unpackhi_epi8(px, zero), k));
+}
+
+inline __m128i Weights(int32_t first, int32_t second, int32_t third)
+{
+    return _mm_setr_epi16((short)first, (short)second, (short)third, 0, (short)first, (short)second, (short)third, 0);
+}
+
+} // namespace
+
+int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
+                      BYTE *y1, BYTE *u, BYTE *v, int uvStep)
+{
+    // weights in memory order of the pixel's bytes
+    const __m128i ky = rgbaOrder ? Weights(e.kyr, e.kyg, e.kyb) : Weights(e.kyb, e.kyg, e.kyr);
+    const __m128i ku = rgbaOrder ? Weights(e.kur, e.kug, e.kub) : Weights(e.kub, e.kug, e.kur);
+    const __m128i kv = rgbaOrder ? Weights(e.kvr, e.kvg, e.kvb) : Weights(e.kvb, e.kvg, e.kvr);
+    const __m128i yr = _mm_set1_epi32(8192), yoff = _mm_set1_epi32(e.yoff);
+    const __m128i cr = _mm_set1_epi32(1 << 15), mid = _mm_set1_epi32(e.mid), zero = _mm_setzero_si128();
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m128i a0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i));
+        __m128i b0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i + 16));
+        __m128i a1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i));
+        __m128i b1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i + 16));
+        BYTE *outs[2] = {y0, y1};
+        __m128i rows[2][2] = {{a0, b0}, {a1, b1}};
+        for (int r = 0; r < 2; ++r) {
+            if (!outs[r])
+                continue;
+            __m128i lo = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(Dot4(rows[r][0], ky), yr), 14), yoff);
+            __m128i hi = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(Dot4(rows[r][1], ky), yr), 14), yoff);
+            _mm_storel_epi64((__m128i *)(outs[r] + i), _mm_packus_epi16(_mm_packs_epi32(lo, hi), zero));
+        }
+        // block sums: the two rows, then the two pixels of each pair
+        __m128i sa = _mm_add_epi16(_mm_unpacklo_epi8(a0, zero), _mm_unpacklo_epi8(a1, zero));
+        __m128i sa2 = _mm_add_epi16(_mm_unpackhi_epi8(a0, zero), _mm_unpackhi_epi8(a1, zero));
+        __m128i sb = _mm_add_epi16(_mm_unpacklo_epi8(b0, zero), _mm_unpacklo_epi8(b1, zero));
+        __m128i sb2 = _mm_add_epi16(_mm_unpackhi_epi8(b0, zero), _mm_unpackhi_epi8(b1, zero));
+        __m128i pa = _mm_unpacklo_epi64(_mm_add_epi16(sa, _mm_srli_si128(sa, 8)), _mm_add_epi16(sa2, _mm_srli_si128(sa2, 8)));
+        __m128i pb = _mm_unpacklo_epi64(_mm_add_epi16(sb, _mm_srli_si128(sb, 8)), _mm_add_epi16(sb2, _mm_srli_si128(sb2, 8)));
+        __m128i U = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(PairSums(_mm_madd_epi16(pa, ku), _mm_madd_epi16(pb, ku)), cr), 16), mid);
+        __m128i V = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(PairSums(_mm_madd_epi16(pa, kv), _mm_madd_epi16(pb, kv)), cr), 16), mid);
+        __m128i U8 = _mm_packus_epi16(_mm_packs_epi32(U, zero), zero), V8 = _mm_packus_epi16(_mm_packs_epi32(V, zero), zero);
+        int u4 = _mm_cvtsi128_si32(U8), v4 = _mm_cvtsi128_si32(V8);
+        if (uvStep == 1) {
+            memcpy(u + i / 2, &u4, 4);
+            memcpy(v + i / 2, &v4, 4);
+        } else {
+            _mm_storel_epi64((__m128i *)(u + i), _mm_unpacklo_epi8(U8, V8));
+        }
+    }
+    return i;
+}
+
+} // namespace zvyuv

@@ -270,3 +270,23 @@ TEST(YuvConvert, LayoutToLayout)
     EXPECT_EQ(memcmp(small.image(), big.image() + 4 * 8 + 2, 4), 0);
     EXPECT_EQ(small.image()[16], big.image()[64 + 2 * 4 + 1]);
 }
+
+TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
+{
+    const int sizes[][2] = {{2, 2}, {9, 5}, {17, 3}, {40, -9}, {1023, 601}};
+    for (ZVPIXELTYPE t : {ZVPT_I420, ZVPT_YV12, ZVPT_NV12})
+        for (ZVPIXELTYPE st : {ZVPT_BGRA32, ZVPT_RGBA32})
+            for (auto &sz : sizes)
+                for (int limited : {0, 1}) {
+                    SCOPED_TRACE(testing::Message() << t << " " << st << " " << sz[0] << "x" << sz[1]);
+                    Frame rgb = Make(st, sz[0], sz[1], sz[0] + 7 * limited);
+                    Frame want = Make(t, sz[0], abs(sz[1]), 1), got = Make(t, sz[0], abs(sz[1]), 1);
+                    ZVYUVSETTINGS s = {};
+                    s.limited = limited;
+                    ZvVideo_SetKernelOverride(0, 1);
+                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, want.h(), nullptr, nullptr, &s), S_OK);
+                    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
+                    EXPECT_EQ(want.mem, got.mem);
+                }
+}
