@@ -38,6 +38,7 @@ pc:libswresample|libswresample-dev
 pc:samplerate|libsamplerate0-dev
 file:/usr/include/libyuv.h|libyuv-dev
 pc:libswscale|libswscale-dev
+cmd:ffmpeg|ffmpeg
 '
 
 missing=""
