@@ -36,7 +36,7 @@ typedef struct tagZVYUVSETTINGS {
 ZVAPI double ZvYUV_GammaRatio(double srcGamma, double dstGamma);
 
 // srcPlanes/dstPlanes: three plane pointers (null: the image follows the
-// header) and their pitches (0: computed). rect: the part of the source to
+// header; only the first: the others follow it by the layout's offsets) and their pitches (0: computed). rect: the part of the source to
 // convert, top-down, into the top-left of the destination; null for all.
 // Destinations: types 28, 29 (8-bit) and 32 (float). 0x8004E000 for a pair
 // without a function.

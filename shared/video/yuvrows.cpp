@@ -59,7 +59,8 @@ bool Describe(Frame *f, const BITMAPINFOHEADER *h, const void *const planes[3], 
     else
         f->cw = (f->width + 1) / 2;
     f->ch = f->height >> f->sy;
-    const BYTE *base = (const BYTE *)image;
+    // planes not given follow the first by the layout's offsets
+    const BYTE *base = (const BYTE *)(image ? image : (planes ? planes[0] : nullptr));
     for (int i = 0; i < geo.count; ++i) {
         const void *p = planes && planes[i] ? planes[i] : (base ? base + geo.offset[i] : nullptr);
         if (!p)

@@ -5,6 +5,7 @@
 #include <vector>
 #include "aviformat.h"
 #include "media/riff.h"
+#include "video/yuv.h"
 #include "testutil.h"
 
 namespace {
@@ -269,4 +270,109 @@ TEST(AviFormat, MutatedFilesGiveCodesNotCrashes)
         }
     }
     EXPECT_GT(ok, 100);   // most single edits leave a readable file
+}
+
+namespace {
+
+std::wstring Widen(const std::string &s)
+{
+    return std::wstring(s.begin(), s.end());
+}
+
+// The fixture folder as a Windows path (the variable holds the host's).
+std::wstring FixtureDir()
+{
+    const char *dir = getenv("ZV_AVI_FIXTURES");
+    if (!dir || !*dir)
+        return L"";
+    std::wstring w = L"Z:" + Widen(dir);
+    for (auto &c : w)
+        if (c == L'/')
+            c = L'\\';
+    return w + L"\\";
+}
+
+HRESULT ParseFile(const std::wstring &path, AviFile *out)
+{
+    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (f == INVALID_HANDLE_VALUE)
+        return ZVERR_FILE_OPEN;
+    HRESULT hr = AviParse(f, out);
+    CloseHandle(f);
+    return hr;
+}
+
+Bytes Concat(const Bytes &file, const AviStream &s)
+{
+    Bytes all;
+    for (const AviChunk &c : s.chunks)
+        all.insert(all.end(), file.begin() + (size_t)c.offset, file.begin() + (size_t)(c.offset + c.size));
+    return all;
+}
+
+} // namespace
+
+TEST(AviFormat, FilesMadeByFfmpeg)
+{
+    std::wstring dir = FixtureDir();
+    if (dir.empty())
+        GTEST_SKIP() << "ZV_AVI_FIXTURES is not set";
+    Bytes manifest;
+    ASSERT_TRUE(zvtest::ReadFileBytes(dir + L"manifest.txt", manifest));
+    std::string text(manifest.begin(), manifest.end());
+    size_t pos = 0;
+    int files = 0;
+    while (pos < text.size()) {
+        size_t eol = text.find('\n', pos);
+        std::string line = text.substr(pos, eol - pos);
+        pos = eol == std::string::npos ? text.size() : eol + 1;
+        char name[64], pix[32];
+        int w, h, frames, audio;
+        if (sscanf(line.c_str(), "%63s %d %d %d %31s %d", name, &w, &h, &frames, pix, &audio) != 6)
+            continue;
+        SCOPED_TRACE(name);
+        ++files;
+        std::wstring path = dir + Widen(name), base = path.substr(0, path.size() - 4);
+        Bytes file, video;
+        ASSERT_TRUE(zvtest::ReadFileBytes(path, file));
+        ASSERT_TRUE(zvtest::ReadFileBytes(base + L".v.raw", video));
+        AviFile avi;
+        ASSERT_EQ(ParseFile(path, &avi), S_OK);
+        ASSERT_EQ(avi.streams.size(), audio ? 2u : 1u);
+        const AviStream &v = avi.streams[0];
+        EXPECT_EQ(v.video.biWidth, w);
+        EXPECT_EQ(abs(v.video.biHeight), h);
+        EXPECT_EQ((int)v.chunks.size(), frames);
+        EXPECT_TRUE(Concat(file, v) == video);   // frames as stored, byte for byte
+        if (audio) {
+            Bytes pcm;
+            ASSERT_TRUE(zvtest::ReadFileBytes(base + L".a.raw", pcm));
+            EXPECT_EQ(avi.streams[1].audio.wFormatTag, WAVE_FORMAT_PCM);
+            EXPECT_TRUE(Concat(file, avi.streams[1]) == pcm);
+        }
+        // 8-bit YUV of even size: the frame geometry is ours, and our BGRA
+        // is ffmpeg's within 3 a channel (its unscaled converter rounds
+        // through 8-bit tables; ours is exact to the matrix)
+        Bytes bgra;
+        if ((w | h) & 1 || !zvtest::ReadFileBytes(base + L".bgra", bgra))
+            continue;
+        BITMAPINFOHEADER src = v.video;
+        src.biHeight = h;
+        EXPECT_EQ(ZvYUVImageBytesAndOffsets(&src, nullptr), (int)v.chunks[0].size);
+        BITMAPINFOHEADER dst;
+        ASSERT_EQ(ZvDibInfo(nullptr, nullptr, &dst, ZVPT_BGRA32, w, -h, nullptr, 0), S_OK);
+        Bytes ours(4 * w * h);
+        ZVYUVSETTINGS s = {};
+        s.selector = ZVYUV_BT601;
+        s.limited = 1;
+        int worst = 0;
+        for (int f = 0; f < frames; ++f) {
+            const void *planes[3] = {&file[(size_t)v.chunks[f].offset], nullptr, nullptr};
+            ASSERT_EQ(ZvYUV_YUVToRGB(&dst, ours.data(), 0, &src, planes, nullptr, nullptr, &s), S_OK);
+            for (int i = 0; i < 4 * w * h; ++i)
+                worst = std::max(worst, abs((int)ours[i] - (int)bgra[(size_t)f * 4 * w * h + i]));
+        }
+        EXPECT_LE(worst, 3);
+    }
+    EXPECT_GE(files, 10);
 }
