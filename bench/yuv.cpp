@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <vector>
+#include "samplecopy_rate.h"
 #include "video/scale.h"
 #include "video/yuv.h"
 
@@ -39,15 +40,7 @@ Frame Make(ZVPIXELTYPE t, int w, int h)
 
 template <typename F> double Rate(double budget, F fn)
 {
-    fn();
-    int n = 0;
-    double t0 = Now(), t;
-    do {
-        fn();
-        ++n;
-        t = Now() - t0;
-    } while (t < budget);
-    return n / t;
+    return BestRate(Now, fn, 1, budget);
 }
 
 } // namespace

@@ -11,6 +11,7 @@ extern "C" {
 #include <stdlib.h>
 #include <time.h>
 #include <vector>
+#include "samplecopy_rate.h"
 
 namespace {
 
@@ -23,15 +24,7 @@ double Now()
 
 template <typename F> double Rate(double budget, F fn)
 {
-    fn();
-    int n = 0;
-    double t0 = Now(), t;
-    do {
-        fn();
-        ++n;
-        t = Now() - t0;
-    } while (t < budget);
-    return n / t;
+    return BestRate(Now, fn, 1, budget);
 }
 
 std::vector<uint8_t> Noise(size_t n)

@@ -78,6 +78,25 @@ struct Parser {
     ULONGLONG idx1At = 0;
     DWORD idx1Size = 0;
 
+    // Calls fn(id, size, pos, listType) for each chunk in [pos, end); the
+    // list type is 0 for a chunk that is no LIST.
+    template <class Fn>
+    HRESULT Walk(ULONGLONG pos, ULONGLONG end, Fn fn)
+    {
+        while (pos + 8 <= end) {
+            DWORD id, size, type = 0;
+            HRESULT hr = ChunkAt(f, pos, end, &id, &size);
+            if (FAILED(hr))
+                return hr;
+            if (id == ZVRIFF_LIST && size >= 4 && FAILED(ReadAt(f, pos + 8, &type, 4)))
+                return ZVERR_FILE_READ;
+            if (FAILED(hr = fn(id, size, pos, type)))
+                return hr;
+            pos += 8 + size + (size & 1);
+        }
+        return S_OK;
+    }
+
     HRESULT StreamList(ULONGLONG pos, ULONGLONG end)
     {
         if (out->streams.size() >= AVI_MAX_STREAMS)
@@ -86,14 +105,10 @@ struct Parser {
         bool haveHeader = false, haveFormat = false;
         ULONGLONG indx = 0;
         DWORD indxSize = 0;
-        while (pos + 8 <= end) {
-            DWORD id, size;
-            HRESULT hr = ChunkAt(f, pos, end, &id, &size);
-            if (FAILED(hr))
-                return hr;
+        HRESULT hr = Walk(pos, end, [&](DWORD id, DWORD size, ULONGLONG at, DWORD) {
             if (id == kStrh) {
-                StreamHeader h;
-                if (size < sizeof(h) - 8 || FAILED(ReadAt(f, pos + 8, &h, size < sizeof(h) ? size : sizeof(h))))
+                StreamHeader h = {};
+                if (size < sizeof(h) - 8 || FAILED(ReadAt(f, at + 8, &h, size < sizeof(h) ? size : sizeof(h))))
                     return ZVERR_MALFORMED;
                 s.type = h.type;
                 s.handler = h.handler;
@@ -102,23 +117,25 @@ struct Parser {
                 haveHeader = true;
             } else if (id == kStrf && haveHeader) {
                 if (s.type == kVids) {
-                    if (size < sizeof(BITMAPINFOHEADER) || FAILED(ReadAt(f, pos + 8, &s.video, sizeof(s.video))))
+                    if (size < sizeof(BITMAPINFOHEADER) || FAILED(ReadAt(f, at + 8, &s.video, sizeof(s.video))))
                         return ZVERR_MALFORMED;
                     if (s.video.biWidth <= 0 || s.video.biWidth > AVI_MAX_DIMENSION || s.video.biHeight == 0 ||
                         s.video.biHeight > AVI_MAX_DIMENSION || s.video.biHeight < -AVI_MAX_DIMENSION)
                         return ZVERR_MALFORMED;
                 } else if (s.type == kAuds) {
-                    if (size < 16 || FAILED(ReadAt(f, pos + 8, &s.audio, 16)))
+                    if (size < 16 || FAILED(ReadAt(f, at + 8, &s.audio, 16)))
                         return ZVERR_MALFORMED;
                     s.audio.cbSize = 0;
                 }
                 haveFormat = true;
             } else if (id == kIndx) {
-                indx = pos + 8;
+                indx = at + 8;
                 indxSize = size;
             }
-            pos += 8 + size + (size & 1);
-        }
+            return S_OK;
+        });
+        if (FAILED(hr))
+            return hr;
         if (!haveHeader || (!haveFormat && (s.type == kVids || s.type == kAuds)))
             return ZVERR_MALFORMED;
         out->streams.push_back(s);
@@ -129,46 +146,28 @@ struct Parser {
 
     HRESULT HeaderList(ULONGLONG pos, ULONGLONG end)
     {
-        while (pos + 8 <= end) {
-            DWORD id, size, type;
-            HRESULT hr = ChunkAt(f, pos, end, &id, &size);
-            if (FAILED(hr))
-                return hr;
-            if (id == ZVRIFF_LIST && size >= 4) {
-                if (FAILED(ReadAt(f, pos + 8, &type, 4)))
-                    return ZVERR_FILE_READ;
-                if (type == kStrl && FAILED(hr = StreamList(pos + 12, pos + 8 + size)))
-                    return hr;
-            }
-            pos += 8 + size + (size & 1);
-        }
-        return S_OK;
+        return Walk(pos, end, [&](DWORD, DWORD size, ULONGLONG at, DWORD type) {
+            return type == kStrl ? StreamList(at + 12, at + 8 + size) : S_OK;
+        });
     }
 
     // Top-level chunks of the first RIFF part; later AVIX parts are reached
     // through the OpenDML index's absolute offsets.
-    HRESULT Part(ULONGLONG pos, ULONGLONG end, bool first)
+    HRESULT Part(ULONGLONG pos, ULONGLONG end)
     {
-        while (pos + 8 <= end) {
-            DWORD id, size, type = 0;
-            HRESULT hr = ChunkAt(f, pos, end, &id, &size);
-            if (FAILED(hr))
-                return hr;
-            if (id == ZVRIFF_LIST && size >= 4 && FAILED(ReadAt(f, pos + 8, &type, 4)))
-                return ZVERR_FILE_READ;
-            if (first && type == kHdrl && FAILED(hr = HeaderList(pos + 12, pos + 8 + size)))
-                return hr;
-            if (first && type == kMovi && !moviStart) {
-                moviStart = pos + 8;
-                moviEnd = pos + 8 + size;
+        return Walk(pos, end, [&](DWORD id, DWORD size, ULONGLONG at, DWORD type) {
+            if (type == kHdrl)
+                return HeaderList(at + 12, at + 8 + size);
+            if (type == kMovi && !moviStart) {
+                moviStart = at + 8;
+                moviEnd = at + 8 + size;
             }
-            if (first && id == kIdx1) {
-                idx1At = pos + 8;
+            if (id == kIdx1) {
+                idx1At = at + 8;
                 idx1Size = size;
             }
-            pos += 8 + size + (size & 1);
-        }
-        return S_OK;
+            return S_OK;
+        });
     }
 
     HRESULT Add(int stream, ULONGLONG offset, DWORD size)
@@ -259,22 +258,11 @@ struct Parser {
     // No index: the chunks of movi in order, into rec lists.
     HRESULT Scan(ULONGLONG pos, ULONGLONG end)
     {
-        while (pos + 8 <= end) {
-            DWORD id, size, type;
-            HRESULT hr = ChunkAt(f, pos, end, &id, &size);
-            if (FAILED(hr))
-                return hr;
-            if (id == ZVRIFF_LIST && size >= 4) {
-                if (FAILED(ReadAt(f, pos + 8, &type, 4)))
-                    return ZVERR_FILE_READ;
-                if (type == kRec && FAILED(hr = Scan(pos + 12, pos + 8 + size)))
-                    return hr;
-            } else if (StreamOf(id) >= 0 && FAILED(hr = Add(StreamOf(id), pos + 8, size))) {
-                return hr;
-            }
-            pos += 8 + size + (size & 1);
-        }
-        return S_OK;
+        return Walk(pos, end, [&](DWORD id, DWORD size, ULONGLONG at, DWORD type) {
+            if (type == kRec)
+                return Scan(at + 12, at + 8 + size);
+            return type == 0 && StreamOf(id) >= 0 ? Add(StreamOf(id), at + 8, size) : S_OK;
+        });
     }
 };
 
@@ -316,7 +304,7 @@ HRESULT AviParse(HANDLE file, AviFile *out)
     ULONGLONG end = 8 + (ULONGLONG)size;
     if (end > out->fileLength)
         end = out->fileLength;
-    HRESULT hr = p.Part(12, end, true);
+    HRESULT hr = p.Part(12, end);
     if (FAILED(hr))
         return hr;
     if (out->streams.empty() || !p.moviStart)
