@@ -3,6 +3,7 @@
 // sums, then each pixel blends along that row. Samples beyond the source
 // rectangle repeat its edge pixels.
 #include "video/scale.h"
+#include "video/dibrows.h"
 #include "video/yuvrows.h"
 #include <math.h>
 #include <stdlib.h>
@@ -20,19 +21,6 @@ int Channels(ZVPIXELTYPE t)
     case ZVPT_BGRA32: case ZVPT_RGBA32: case ZVPT_RGBAF: return 4;
     }
     return 0;
-}
-
-void FrameRows(const BITMAPINFOHEADER *h, const void *pixels, int stride, BYTE **top, LONG_PTR *step)
-{
-    BYTE *p = (BYTE *)(pixels ? pixels : ZvDibPixels(h));
-    LONG_PTR s = stride ? stride : ZvDibStride(h);
-    int rows = h->biHeight < 0 ? -h->biHeight : h->biHeight;
-    if (h->biHeight > 0) {
-        p += (LONG_PTR)(rows - 1) * s;
-        s = -s;
-    }
-    *top = p;
-    *step = s;
 }
 
 RECT ClipFixed(const RECT *r, int w, int h)
@@ -227,9 +215,9 @@ ZVAPI int ZvPrepareSubpixelParam(ZVSUBPIXELPARAM *p, const BITMAPINFOHEADER *src
     if (p->dstX1 <= p->dstX0 || p->dstY1 <= p->dstY0)
         return 0;
     BYTE *top;
-    FrameRows(src, srcPixels, srcStride, &top, &p->srcStep);
+    zvdib::Rows(src, srcPixels, srcStride, &top, &p->srcStep);
     p->srcTop = top;
-    FrameRows(dst, dstPixels, dstStride, &p->dstTop, &p->dstStep);
+    zvdib::Rows(dst, dstPixels, dstStride, &p->dstTop, &p->dstStep);
     p->srcWidth = sw;
     p->srcHeight = sh;
     return 1;
