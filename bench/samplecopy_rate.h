@@ -1,5 +1,6 @@
-// Timing shared by the sample copy bench and its native peer: the best rate
-// of several runs, each long enough to measure, in samples per second.
+// Timing shared by the benches and their native peers: the best rate of
+// several runs, each long enough to measure, in samples (or frames) per
+// second.
 #pragma once
 
 template <class Clock, class Run>

@@ -39,6 +39,9 @@ pc:samplerate|libsamplerate0-dev
 pc:expat|libexpat1-dev
 pc:pugixml|libpugixml-dev
 cmd:xmllint|libxml2-utils
+file:/usr/include/libyuv.h|libyuv-dev
+pc:libswscale|libswscale-dev
+cmd:ffmpeg|ffmpeg
 '
 
 missing=""

@@ -5,6 +5,7 @@
 #include <intrin.h>
 #include <cpuid.h>
 #include <math.h>
+#include <omp.h>
 
 namespace {
 
@@ -305,6 +306,8 @@ ZVAPI BOOL ZvKernel_EarlyInitialize(HINSTANCE module, DWORD flags, LPVOID)
     g_kernel.module = module;
     g_kernel.flags = flags;
     EnsureDetected();
+    // the pixel kernels' worker teams shrink when the machine is busy
+    omp_set_dynamic(1);
     g_kernel.mode = (flags & 1) ? 1 : ((flags & 0x20) ? 2 : 0);
 
     ResetColors();

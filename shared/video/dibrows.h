@@ -1,0 +1,17 @@
+// Internal: frame rows top-down and pixels of the RGB types as 8-bit BGRA
+// words (0xAARRGGBB), shared by the frame operations.
+#pragma once
+#include "video/dib.h"
+
+namespace zvdib {
+
+int BitsOf(ZVPIXELTYPE t);
+// Top row and the step to the next row down; false for a bad header.
+bool Rows(const BITMAPINFOHEADER *h, const void *pixels, int stride, BYTE **top, LONG_PTR *step);
+// Types ToBGRA reads and FromBGRA writes.
+bool CanRead(ZVPIXELTYPE t);
+bool CanWrite(ZVPIXELTYPE t);
+void ToBGRA(ZVPIXELTYPE t, const BYTE *row, int x0, int n, const RGBQUAD *pal, int palCount, DWORD *out);
+void FromBGRA(ZVPIXELTYPE t, const DWORD *in, int n, BYTE *row, int x0);
+
+} // namespace zvdib

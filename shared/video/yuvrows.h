@@ -1,0 +1,88 @@
+// Internal: rows of YUV layouts to and from per-pixel sample arrays, the
+// integer coefficient sets, and the row kernels the conversions share.
+#pragma once
+#include "video/yuv.h"
+
+namespace zvyuv {
+
+enum Kind { PACKED8, PACKED16, V210, PLANAR, SEMIPLANAR };
+
+// One frame's geometry: plane starts, pitches, subsampling, sample format.
+struct Frame {
+    ZVPIXELTYPE type;
+    Kind kind;
+    int width, height;         // height positive, rows top-down
+    BYTE *plane[4];
+    int pitch[4];
+    int sx, sy;                // chroma subsampling shifts
+    int cw, ch;                // chroma samples across and down
+    int bytes;                 // 1 or 2 bytes a sample
+    int bits;                  // significant bits
+    int down;                  // right shift from a stored word to the sample
+    int lumaFirst;             // packed: Y before U (YUYV, Y210)
+    int vFirst;                // planar: V plane stored before U
+};
+
+// Fills f for a YUV header; planes null mean behind the header, pitches 0
+// the computed ones. False for a header that is not YUV or too large.
+bool Describe(Frame *f, const BITMAPINFOHEADER *h, const void *const planes[3], const int pitches[3],
+              const void *image);
+
+// Samples of pixels x0 .. x0 + n - 1 of a row, chroma repeated over its pair
+// or block; raw values at the layout's significant bits.
+void FetchRow(const Frame &f, int row, int x0, int n, int32_t *y, int32_t *u, int32_t *v);
+// Luma of one row, and chroma of one chroma row (cw samples) when u is not
+// null; values at the layout's bits, already clamped.
+void StoreRow(const Frame &f, int row, const int32_t *y, const int32_t *u, const int32_t *v);
+
+// Coefficients of YUV to 8-bit RGB, scaled by 2^shift: R = (cy (Y - yoff)
+// + crv V' + round) >> shift and so on, with V' = V - mid.
+struct Decode {
+    int32_t yoff, mid;
+    int32_t cy, crv, cgu, cgv, cbu;
+    int shift;
+    float fy, frv, fgu, fgv, fbu;   // the float destination's gains
+};
+void MakeDecode(Decode *d, int standard, bool limited, int bits);
+
+// YUV samples to 8-bit pixels, bytes B, G, R, A (rgbaOrder: R, G, B, A).
+typedef void (*DecodeRowFn)(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n,
+                            BYTE *dst, bool rgbaOrder);
+void DecodeRowC(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
+                bool rgbaOrder);
+void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
+                   bool rgbaOrder);
+// Pixels decoded straight from the planes of an 8-bit 4:2:0 or 4:2:2 layout
+// (I420, YV12, YV16, NV12, UYVY, YUYV) from an even x0, in steps of eight
+// while the row's chroma lasts; returns how many (the rest is the caller's).
+int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
+bool HasPairsBody(const Frame &f);
+// The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
+DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
+
+// RGB to YUV, 8-bit RGB in, coefficients scaled by 2^14 and the output's
+// extra bits: Y = yoff + (ky . RGB + 2^13) >> 14; chroma of the sum of 2^k
+// pixels mid + (ku . sum + 2^(13 + k)) >> (14 + k), 64-bit sums.
+struct Encode {
+    int32_t kyr, kyg, kyb, kur, kug, kub, kvr, kvg, kvb;
+    int32_t yoff, mid, maxv;
+};
+void MakeEncode(Encode *e, int standard, bool limited, int bits);
+
+// Two rows of 8-bit BGRA (or RGBA) pixels to 4:2:0: luma into y0 and y1
+// (either may be null), chroma of the 2x2 blocks into u and v, uvStep bytes
+// apart (2: interleaved, v = u + 1). Eight pixels a step from the rows'
+// start; returns how many were done. Gives the plain form's values.
+int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
+                      BYTE *y1, BYTE *u, BYTE *v, int uvStep);
+
+// Runs body(first, end) over [0, count) in static ranges across worker
+// threads; threads 1 or small counts run on the calling thread.
+void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
+               void *ctx);
+
+// The support word the conversions consult, and an override for checks
+// (0xFFFFFFFF restores the detected word).
+DWORD CpuWord();
+
+} // namespace zvyuv

@@ -1,0 +1,184 @@
+// YUV frames to 8-bit and float RGB frames.
+#include "video/yuvrows.h"
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace zvyuv {
+
+static inline BYTE Clamp8(int32_t v)
+{
+    return (BYTE)(v < 0 ? 0 : v > 255 ? 255 : v);
+}
+
+void DecodeRowC(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
+                bool rgbaOrder)
+{
+    const int32_t rnd = 1 << (d.shift - 1);
+    const int ir = rgbaOrder ? 0 : 2, ib = rgbaOrder ? 2 : 0;
+    for (int i = 0; i < n; ++i) {
+        int32_t ys = (y[i] - d.yoff) * d.cy + rnd, uu = u[i] - d.mid, vv = v[i] - d.mid;
+        BYTE *p = dst + 4 * i;
+        p[ir] = Clamp8((ys + d.crv * vv) >> d.shift);
+        p[1] = Clamp8((ys + d.cgu * uu + d.cgv * vv) >> d.shift);
+        p[ib] = Clamp8((ys + d.cbu * uu) >> d.shift);
+        p[3] = 255;
+    }
+}
+
+bool HasPairsBody(const Frame &f)
+{
+    switch (f.type) {
+    case ZVPT_I420: case ZVPT_YV12: case ZVPT_YV16: case ZVPT_NV12: case ZVPT_UYVY: case ZVPT_YUYV:
+        return true;
+    }
+    return false;
+}
+
+DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits)
+{
+    if (bits == 8 && (cpuWord & 0x40))
+        return DecodeRowSSE2;
+    return DecodeRowC;
+}
+
+static void DecodeRowFloat(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n,
+                           float *dst, float gamma)
+{
+    for (int i = 0; i < n; ++i) {
+        float ys = (float)(y[i] - d.yoff) * d.fy, uu = (float)(u[i] - d.mid), vv = (float)(v[i] - d.mid);
+        float c[3] = {ys + d.frv * vv, ys + d.fgu * uu + d.fgv * vv, ys + d.fbu * uu};
+        for (int k = 0; k < 3; ++k) {
+            float x = c[k] < 0.f ? 0.f : c[k] > 1.f ? 1.f : c[k];
+            dst[4 * i + k] = gamma != 1.f ? powf(x, gamma) : x;
+        }
+        dst[4 * i + 3] = 1.f;
+    }
+}
+
+namespace {
+
+struct Job {
+    Frame src;
+    Decode dec;
+    DecodeRowFn row;
+    BYTE *dst;
+    LONG_PTR dstStep;   // bytes from one top-down row to the next
+    int x0, y0, w;
+    bool rgba, toFloat;
+    float gamma;
+    BYTE lut[256];
+    bool useLut;
+    int pairs;   // pixels the planes' own vector body may take from x0
+};
+
+void RunRows(void *ctx, int first, int end)
+{
+    const Job &j = *(const Job *)ctx;
+    int32_t *buf = (int32_t *)malloc(3 * sizeof(int32_t) * (j.w + 8));
+    if (!buf)
+        return;
+    int32_t *y = buf, *u = buf + j.w + 8, *v = u + j.w + 8;
+    for (int r = first; r < end; ++r) {
+        BYTE *out = j.dst + j.dstStep * r;
+        if (j.toFloat) {
+            FetchRow(j.src, j.y0 + r, j.x0, j.w, y, u, v);
+            DecodeRowFloat(j.dec, y, u, v, j.w, (float *)out, j.gamma);
+            continue;
+        }
+        int done = j.pairs ? DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba) : 0;
+        if (done < j.w) {
+            FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
+            j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
+        }
+        if (j.useLut)
+            for (int i = 0; i < 4 * j.w; ++i)
+                if ((i & 3) != 3)
+                    out[i] = j.lut[out[i]];
+    }
+    free(buf);
+}
+
+} // namespace
+
+} // namespace zvyuv
+
+using namespace zvyuv;
+
+ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                             const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
+                             const RECT *rect, const ZVYUVSETTINGS *settings)
+{
+    if (!dst || !src)
+        return E_POINTER;
+    ZVPIXELTYPE dt = ZvGetPixelType(dst);
+    ZVPIXELTYPE st = ZvGetPixelType(src);
+    if (st < 64)
+        return E_INVALIDARG;
+    if (dt != ZVPT_BGRA32 && dt != ZVPT_RGBA32 && dt != ZVPT_RGBAF)
+        return ZVERR_UNSUPPORTED_MEDIA;
+    ZVYUVSETTINGS def = {};
+    const ZVYUVSETTINGS &s = settings ? *settings : def;
+    if (s.mode < 0 || s.mode > 3)
+        return E_INVALIDARG;
+    const void *image = (srcPlanes && srcPlanes[0]) ? nullptr : (const BYTE *)src + src->biSize;
+    Job *j = (Job *)calloc(1, sizeof(Job));
+    if (!j)
+        return E_OUTOFMEMORY;
+    if (!Describe(&j->src, src, srcPlanes, srcPitches, image)) {
+        free(j);
+        return E_INVALIDARG;
+    }
+    RECT r = {0, 0, j->src.width, j->src.height};
+    if (rect) {
+        r.left = rect->left > 0 ? rect->left : 0;
+        r.top = rect->top > 0 ? rect->top : 0;
+        r.right = rect->right < r.right ? rect->right : r.right;
+        r.bottom = rect->bottom < r.bottom ? rect->bottom : r.bottom;
+    }
+    int dh = dst->biHeight < 0 ? -dst->biHeight : dst->biHeight;
+    int w = r.right - r.left, h = r.bottom - r.top;
+    if (w > dst->biWidth)
+        w = dst->biWidth;
+    if (h > dh)
+        h = dh;
+    if (w <= 0 || h <= 0) {
+        free(j);
+        return S_OK;
+    }
+    BYTE *out = (BYTE *)(dstPixels ? dstPixels : ZvDibPixels(dst));
+    LONG_PTR stride = dstStride ? dstStride : ZvDibStride(dst);
+    // bottom-up rows: the top row is the last in memory
+    if (dst->biHeight > 0) {
+        out += (LONG_PTR)(dh - 1) * stride;
+        stride = -stride;
+    }
+    bool limited = s.limited && s.mode != 2;
+    MakeDecode(&j->dec, ZvYUV_ResolveMatrix(s.selector, j->src.width, j->src.height), limited, j->src.bits);
+    j->row = PickDecodeRow(CpuWord(), j->src.bits);
+    if (j->row == DecodeRowSSE2 && HasPairsBody(j->src) && !(r.left & 1)) {
+        // pixels whose chroma pair is whole in the planes; the last rows of
+        // an odd height, and the columns past the chroma, go the plain way
+        int chromaPixels = (j->src.cw << j->src.sx) - r.left;
+        j->pairs = w < chromaPixels ? w : chromaPixels;
+        if (j->pairs < 0)
+            j->pairs = 0;
+    }
+    j->dst = out;
+    j->dstStep = stride;
+    j->x0 = r.left;
+    j->y0 = r.top;
+    j->w = w;
+    j->rgba = dt == ZVPT_RGBA32;
+    j->toFloat = dt == ZVPT_RGBAF;
+    double ratio = ZvYUV_GammaRatio(s.srcGamma, s.dstGamma);
+    j->gamma = (float)ratio;
+    if (ratio != 1.0 && !j->toFloat) {
+        j->useLut = true;
+        for (int i = 0; i < 256; ++i)
+            j->lut[i] = (BYTE)lround(255.0 * pow(i / 255.0, ratio));
+    }
+    ForRanges(h, s.threads, w, RunRows, j);
+    free(j);
+    return S_OK;
+}
