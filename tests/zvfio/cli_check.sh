@@ -40,6 +40,20 @@ else fail "read --raw - differs from read --raw FILE"; fi
 ls "$out"/*.zvfio-partial >/dev/null 2>&1 && fail "a partial output was left behind"
 call read --progress --raw "$(win "$out/o2.raw")" "$f"; expect 0 "frames" "--progress shows progress"
 
+# plug-ins that offer nothing are listed with their reason: the test plug-ins
+# beside the tool include one that isn't a DLL, one without the entry point
+# and one whose class list is bad; a host folder of its own names a DLL that
+# isn't there
+call plugins --load
+expect 0 "tk_notadll.dll" "plugins --load lists a file that isn't a DLL"
+printf '%s\n' "$text" | grep -A2 "tk_notadll.dll" | grep -q "reason    not a DLL" || fail "tk_notadll.dll: no 'not a DLL' reason: $text"
+printf '%s\n' "$text" | grep -A2 "tk_noentry.dll" | grep -q "reason    no entry point" || fail "tk_noentry.dll: no 'no entry point' reason"
+printf '%s\n' "$text" | grep -A2 "tk_badlist.dll" | grep -q "reason    bad class list" || fail "tk_badlist.dll: no 'bad class list' reason"
+mkdir -p "$out/host" && cp "$bin/zvfio.exe" "$out/host/"
+printf '[FileIO Plug-Ins]\nGone=gone.dll\n' >"$out/host/gone.Fio2007-Config"
+"$run" "$out/host/zvfio.exe" plugins --load --json >"$out/.out" 2>&1; rc=$?; text=$(tr -d '\r' <"$out/.out")
+expect 0 '"reason": "missing DLL"' "plugins --load names a configured DLL that is missing"
+
 # the launcher, as a user calls it
 text=$(ZV_WINEPREFIX="$ZV_WINEPREFIX" "$bin/zvfio" repair "$out/tone.wav" 2>&1 | tr -d '\r')
 rc=$?

@@ -2,6 +2,7 @@
 // identification, stream information and reading. They share one manager
 // made in this process; routed plug-ins run in their surrogates.
 #include "zvfio.h"
+#include "zvfio_failures.h"
 #include "filemng/filemng.h"
 #include "filemng/fioidentify.h"
 #include "filemng/surrogatetable.h"
@@ -225,6 +226,16 @@ HRESULT Plugins(const Args &args)
             if (load && FAILED(loadResult))
                 Out("    error     0x%08lX %s\n", (unsigned long)loadResult, ErrorText(loadResult).c_str());
         }
+        ++shown;
+    }
+    // with --load, the configured DLLs that offer nothing, and why
+    for (const PluginFailure &f : load ? ConfiguredPluginFailures(list) : std::vector<PluginFailure>()) {
+        if (args.json)
+            Out("%s\n  {\"path\": %s, \"state\": \"failed\", \"record\": %s, \"reason\": %s}", shown ? "," : "",
+                JsonString(Utf8(f.path)).c_str(), JsonString(f.state).c_str(), JsonString(f.reason).c_str());
+        else
+            Out("failed  %s\n    state     %s\n    reason    %s\n", Utf8(f.path).c_str(), f.state.c_str(),
+                f.reason.c_str());
         ++shown;
     }
     if (args.json)
