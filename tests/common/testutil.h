@@ -37,4 +37,7 @@ private:
 bool WriteFileBytes(const std::wstring &path, const void *data, size_t size);
 bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out);
 
+// Busy blocks in all heaps of the process: what a leak leaves behind.
+long long HeapBusyBlocks();
+
 } // namespace zvtest
