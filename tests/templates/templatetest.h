@@ -40,6 +40,9 @@ public:
     DWORD writable = 1;
     HRESULT transformResult = E_NOTIMPL;
     int transformCalls = 0;
+    IZvFileIOManager *manager = nullptr;          // not counted
+    std::vector<tagZVTEMPLATExV2 *> presets;      // not owned
+    const wchar_t *shortName = L"Fake Renderer";
 
     STDMETHODIMP QueryInterface(REFIID, void **out) override { *out = nullptr; return E_NOINTERFACE; }
     STDMETHODIMP_(ULONG) AddRef() override { return 2; }
@@ -47,16 +50,32 @@ public:
     STDMETHODIMP SetClassId(DWORD) override { return S_OK; }
     STDMETHODIMP GetClassId(DWORD *id) override { *id = 1; return S_OK; }
     STDMETHODIMP SetManager(IZvFileIOManager *) override { return S_OK; }
-    STDMETHODIMP GetManager(IZvFileIOManager **m) override { *m = nullptr; return E_FAIL; }
+    STDMETHODIMP GetManager(IZvFileIOManager **m) override
+    {
+        *m = manager;
+        if (!manager)
+            return E_FAIL;
+        manager->AddRef();
+        return S_OK;
+    }
     STDMETHODIMP GetClassGuid(GUID *g) override { *g = guid; return S_OK; }
     STDMETHODIMP GetStreamTypes(DWORD *m) override { *m = 1; return S_OK; }
     STDMETHODIMP GetClassFlags(DWORD *f) override { *f = 0; return S_OK; }
     STDMETHODIMP GetReadClass(IZvReadFileClass **r) override { *r = nullptr; return E_NOINTERFACE; }
-    STDMETHODIMP GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *, LONG, BSTR *) override { return E_NOTIMPL; }
+    STDMETHODIMP GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
+    {
+        for (LONG i = 0; i < count; i++)
+            texts[i] = ids[i] == ZVFIO_INFOTEXT_SHORTNAME ? SysAllocString(shortName) : nullptr;
+        return S_OK;
+    }
     STDMETHODIMP GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
     STDMETHODIMP CreateFile(IZvRenderFile **, LPCWSTR, PCZVTEMPLATE, DWORD, DWORD) override { return E_NOTIMPL; }
-    STDMETHODIMP GetTemplateCount(LONG *c) override { *c = 0; return S_OK; }
-    STDMETHODIMP GetTemplate(PZVTEMPLATE *, LONG) override { return E_NOTIMPL; }
+    STDMETHODIMP GetTemplateCount(LONG *c) override { *c = (LONG)presets.size(); return S_OK; }
+    STDMETHODIMP GetTemplate(PZVTEMPLATE *t, LONG i) override
+    {
+        *t = i >= 0 && i < (LONG)presets.size() ? ZvFio_CopyTemplate(presets[i]) : nullptr;
+        return *t ? S_OK : E_INVALIDARG;
+    }
     STDMETHODIMP FindTemplate(REFGUID, PZVTEMPLATE *) override { return E_NOTIMPL; }
     STDMETHODIMP CheckTemplate(PCZVTEMPLATE) override { return S_OK; }
     STDMETHODIMP TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, DWORD mode) override;
