@@ -54,5 +54,6 @@ extern const Command kPluginsCommand;
 extern const Command kIdentifyCommand;
 extern const Command kInfoCommand;
 extern const Command kReadCommand;
+extern const Command kFiltersCommand;
 
 } // namespace zvfio
