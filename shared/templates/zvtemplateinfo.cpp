@@ -18,7 +18,8 @@ bool HasVideo(const tagZVTEMPLATExV2 *t)
 const ZVWAVEFORMAT *AudioFormat(const tagZVTEMPLATExV2 *t)
 {
     const ZVWAVEFORMAT *encoded = ZvTemplateAt<ZVWAVEFORMAT>(t, ZVT_OFS_AUDIO_ENCODED);
-    if (encoded->FormatTag() != 0)
+    // a zeroed record is "not encoded"
+    if (encoded->sampleType != ZVSAMPLE_NONE || encoded->formatTag != 0)
         return encoded;
     return ZvTemplateAt<ZVWAVEFORMAT>(t, ZVT_OFS_AUDIO_FORMAT);
 }

@@ -2,6 +2,7 @@
 // (template_vectors.py), making and setting, file and stream loading, and
 // lifting of the old form.
 #include "templatetest.h"
+#include "templates/zvtemplateinfo.h"
 #include <stdlib.h>
 
 using namespace templatetest;
@@ -325,4 +326,35 @@ TEST(TemplateList, StreamRoundTrip)
     s->Release();
     ZvFio_FreeTemplateList(list);
     ZvFio_FreeTemplateList(back);
+}
+
+TEST(TemplateRecord, InfoValues)
+{
+    ZVWAVEFORMAT fmt;
+    fmt.Init(96000, ZVSAMPLE_F32, 6);
+    Owned o;
+    ASSERT_EQ(S_OK, ZvFio_InitBasicAudioTemplate(&o.t, &fmt));
+    EXPECT_EQ(o.t->dwSize, 540u);
+    DWORD v = 0;
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_SAMPLE_RATE));
+    EXPECT_EQ(v, 96000u);
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_BITS));
+    EXPECT_EQ(v, 32u);
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_FORMAT_TAG));
+    EXPECT_EQ(v, (DWORD)WAVE_FORMAT_IEEE_FLOAT);
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_CHANNEL_MASK));
+    EXPECT_EQ(v, 0x3Fu); // the default mask of six channels
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_AUDIO_BITRATE));
+    EXPECT_EQ(v, 96000u * 6 * 4 * 8);
+    *ZvTemplateAt<DWORD>(o.t, ZVT_OFS_AUDIO_FLAGS) = ZVTEMPLATE_AUDIO_RATE_UNUSABLE;
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_AUDIO_BITRATE));
+    EXPECT_EQ(v, 0u);
+    v = 5;
+    EXPECT_EQ(S_FALSE, ZvFio_GetTemplateInfo(o.t, 2, &v, 4, ZVTI_WIDTH)); // no video
+    EXPECT_EQ(v, 0u);
+    LONGLONG rate;
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, ZvFio_GetTemplateInfo(o.t, 1, &v, 2, ZVTI_SAMPLE_RATE));
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, ZvFio_GetTemplateInfo(o.t, 3, &v, 4, ZVTI_AUDIO_EXTENSION));
+    EXPECT_EQ(E_INVALIDARG, ZvFio_GetTemplateInfo(nullptr, 1, &rate, 8, ZVTI_SAMPLE_RATE));
+    EXPECT_EQ(E_NOTIMPL, ZvFio_GetTemplateInfo(o.t, 1, &rate, 8, 25));
 }

@@ -55,5 +55,6 @@ extern const Command kIdentifyCommand;
 extern const Command kInfoCommand;
 extern const Command kReadCommand;
 extern const Command kFiltersCommand;
+extern const Command kTemplatesCommand;
 
 } // namespace zvfio
