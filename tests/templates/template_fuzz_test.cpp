@@ -8,15 +8,7 @@ using namespace templatetest;
 
 namespace {
 
-struct Rng {
-    unsigned long long s;
-    unsigned next()
-    {
-        s = s * 6364136223846793005ull + 1442695040888963407ull;
-        return (unsigned)(s >> 33);
-    }
-    unsigned below(unsigned n) { return n ? next() % n : 0; }
-};
+using zvtest::Rng;
 
 const std::set<HRESULT> kCodes = {S_OK, E_ZVTEMPLATE_BAD, E_ZVTEMPLATE_READ, E_UNEXPECTED, E_OUTOFMEMORY, E_FAIL};
 
