@@ -1,3 +1,4 @@
+#include "templates/zvtemplatestore.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/fioenum.h"
@@ -458,6 +459,7 @@ STDMETHODIMP CZvFileIOManager::CleanUp()
             ZvFioFreeRecordList(m_pPluginList);
             m_pPluginList = NULL;
         }
+        ZvFio_ClearTemplateCache(static_cast<IZvFileIOManager *>(this));
         ZvFioSurrogateTable_Release();
         if (m_wComInitialised)
             CoUninitialize();

@@ -1,4 +1,6 @@
 // Class lookup of the manager: enumerators, by index, id, extension, name.
+#include "templates/zvfilterbuilder.h"
+#include "templates/zvtemplateedit.h"
 #include "filemng/filemng.h"
 #include "filemng/fioenum.h"
 #include <wchar.h>
@@ -372,29 +374,23 @@ STDMETHODIMP CZvFileIOManager::IsPluginLoaded(REFGUID pluginClassId)
     return m_pPluginEnum->GetInfo(pluginClassId, &desc);
 }
 
-// Templates and filters are served by their own parts of the manager;
-// until those exist these answer E_NOTIMPL.
-STDMETHODIMP CZvFileIOManager::EditTemplate(UINT64, IZvRenderFileClass *, DWORD, IStream *, PCZVTEMPLATE,
-                                            PCZVTEMPLATE, LPCWSTR, PZVTEMPLATE *edited)
+STDMETHODIMP CZvFileIOManager::EditTemplate(UINT64 parentWindow, IZvRenderFileClass *rendererClass, DWORD flags,
+                                            IStream *templates, PCZVTEMPLATE source, PCZVTEMPLATE further,
+                                            LPCWSTR title, PZVTEMPLATE *edited)
 {
     ZVFIO_SCOPE("CZvFileIOManager::EditTemplate");
-    if (edited)
-        *edited = NULL;
-    return E_NOTIMPL;
+    return ZvFio_ManagerEditTemplate(this, m_pPluginList, parentWindow, rendererClass, flags, templates, source,
+                                     further, title, edited);
 }
 
 STDMETHODIMP CZvFileIOManager::GetFilterBuilder(IUnknown **builder)
 {
     ZVFIO_SCOPE("CZvFileIOManager::GetFilterBuilder");
-    if (builder)
-        *builder = NULL;
-    return E_NOTIMPL;
+    return ZvFio_CreateFilterBuilder(this, IID_IZvFioFilterBuilder2, (void **)builder);
 }
 
-STDMETHODIMP CZvFileIOManager::GetFilterBuilder2(REFIID, IUnknown **builder)
+STDMETHODIMP CZvFileIOManager::GetFilterBuilder2(REFIID iid, IUnknown **builder)
 {
     ZVFIO_SCOPE("CZvFileIOManager::GetFilterBuilder2");
-    if (builder)
-        *builder = NULL;
-    return E_NOTIMPL;
+    return ZvFio_CreateFilterBuilder(this, iid, (void **)builder);
 }

@@ -105,4 +105,23 @@ bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out)
     return ok && done == out.size();
 }
 
+// Busy blocks in all heaps of the process: what a leak leaves behind.
+long long HeapBusyBlocks()
+{
+    HANDLE heaps[64];
+    DWORD n = GetProcessHeaps(64, heaps);
+    long long busy = 0;
+    for (DWORD i = 0; i < n && i < 64; i++) {
+        if (!HeapLock(heaps[i]))
+            continue;
+        PROCESS_HEAP_ENTRY e;
+        e.lpData = nullptr;
+        while (HeapWalk(heaps[i], &e))
+            if (e.wFlags & PROCESS_HEAP_ENTRY_BUSY)
+                busy++;
+        HeapUnlock(heaps[i]);
+    }
+    return busy;
+}
+
 } // namespace zvtest

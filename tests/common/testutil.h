@@ -37,4 +37,18 @@ private:
 bool WriteFileBytes(const std::wstring &path, const void *data, size_t size);
 bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out);
 
+// A small seeded generator for mutation tests, the same sequence everywhere.
+struct Rng {
+    unsigned long long s;
+    unsigned next()
+    {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        return (unsigned)(s >> 33);
+    }
+    unsigned below(unsigned n) { return n ? next() % n : 0; }
+};
+
+// Busy blocks in all heaps of the process: what a leak leaves behind.
+long long HeapBusyBlocks();
+
 } // namespace zvtest

@@ -13,15 +13,7 @@ using namespace mediatest;
 
 namespace {
 
-struct Rng {
-    unsigned long long s;
-    unsigned next()
-    {
-        s = s * 6364136223846793005ull + 1442695040888963407ull;
-        return (unsigned)(s >> 33);
-    }
-    unsigned below(unsigned n) { return n ? next() % n : 0; }
-};
+using zvtest::Rng;
 
 const std::set<HRESULT> kCodes = {
     S_OK, ZVERR_UNSUPPORTED_MEDIA, ZVERR_FILE_OPEN, ZVERR_FILE_READ, ZVERR_FILE_WRITE, ZVERR_NOT_FOUND,

@@ -21,20 +21,7 @@ std::wstring OutDir()
 
 long long HeapBusyBlocks()
 {
-    HANDLE heaps[64];
-    DWORD n = GetProcessHeaps(64, heaps);
-    long long busy = 0;
-    for (DWORD i = 0; i < n && i < 64; i++) {
-        if (!HeapLock(heaps[i]))
-            continue;
-        PROCESS_HEAP_ENTRY e;
-        e.lpData = nullptr;
-        while (HeapWalk(heaps[i], &e))
-            if (e.wFlags & PROCESS_HEAP_ENTRY_BUSY)
-                busy++;
-        HeapUnlock(heaps[i]);
-    }
-    return busy;
+    return zvtest::HeapBusyBlocks();
 }
 
 } // namespace mediatest

@@ -79,5 +79,7 @@ extern const Command kPluginsCommand;
 extern const Command kIdentifyCommand;
 extern const Command kInfoCommand;
 extern const Command kReadCommand;
+extern const Command kFiltersCommand;
+extern const Command kTemplatesCommand;
 
 } // namespace zvfio

@@ -3,6 +3,7 @@
 // made in this process; routed plug-ins run in their surrogates.
 #include "zvfio.h"
 #include "zvfio_failures.h"
+#include "zvfio_manager.h"
 #include "filemng/filemng.h"
 #include "filemng/fioidentify.h"
 #include "filemng/surrogatetable.h"
@@ -54,39 +55,32 @@ void AwaitSurrogates(std::vector<HANDLE> &handles)
     handles.clear();
 }
 
-// One manager for the command, with COM set up around it.
-class Manager {
-public:
-    Manager() : app_(nullptr), com_(false) {}
-    ~Manager()
-    {
-        std::vector<HANDLE> surrogates = SurrogateProcesses();
-        if (app_) {
-            app_->CleanUp();
-            app_->Release();
-        }
-        if (com_)
-            CoUninitialize();
-        AwaitSurrogates(surrogates);
-    }
-    // flags: ZVFIO_CREATE_... of the manager
-    HRESULT Create(DWORD flags = 0)
-    {
-        com_ = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-        ZvProxy_Register();
-        long reserved = 0;
-        HRESULT hr = ZVFileIO_CreateInstance(&app_, nullptr, flags, nullptr, reserved);
-        if (FAILED(hr))
-            return hr;
-        return app_ ? S_OK : E_FAIL;
-    }
-    CZvFileIOManager *operator->() const { return static_cast<CZvFileIOManager *>(app_); }
-    CZvFileIOManager *get() const { return static_cast<CZvFileIOManager *>(app_); }
+} // namespace
 
-private:
-    IZvFileIOMgrForApp *app_;
-    bool com_;
-};
+Manager::~Manager()
+{
+    std::vector<HANDLE> surrogates = SurrogateProcesses();
+    if (app_) {
+        app_->CleanUp();
+        app_->Release();
+    }
+    if (com_)
+        CoUninitialize();
+    AwaitSurrogates(surrogates);
+}
+
+HRESULT Manager::Create(DWORD flags)
+{
+    com_ = SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    ZvProxy_Register();
+    long reserved = 0;
+    HRESULT hr = ZVFileIO_CreateInstance(&app_, nullptr, flags, nullptr, reserved);
+    if (FAILED(hr))
+        return hr;
+    return app_ ? S_OK : E_FAIL;
+}
+
+namespace {
 
 std::string ClassName(IZvReadFileClass *cls)
 {
