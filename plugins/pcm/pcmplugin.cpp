@@ -1,6 +1,7 @@
 // pcm.dll: reader of linear PCM in wave, Wave64 and AIFF/AIFC files. Three
 // reader classes, one per container, under the class ids that the
-// manager's signature table names for those file types.
+// manager's signature table names for those file types, and a wave renderer
+// (pcmrender.cpp) listed behind them.
 //
 // The DLL is self-contained: the chunk layers, the wave format record and
 // the memory token mapping are compiled into it, so it needs nothing of the
@@ -8,6 +9,7 @@
 // surrogate process.
 #include "zvplugin_com.h"
 #include "pcmformat.h"
+#include "pcmrender.h"
 #include "filemng/zvmemtoken.h"
 #include <new>
 #include <string.h>
@@ -406,7 +408,9 @@ public:
         if (!renderClass)
             return E_POINTER;
         *renderClass = nullptr;
-        return E_NOINTERFACE;
+        if (cls_->container != PCM_WAVE)
+            return E_NOINTERFACE;
+        return PcmCreateWaveRenderClass(manager_, IID_IZvRenderFileClass, (void **)renderClass);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
@@ -517,17 +521,25 @@ public:
     {
         if (!count)
             return E_POINTER;
-        *count = kClassCount;
+        *count = kClassCount + 1;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
     {
         if (!info)
             return E_POINTER;
-        if (index < 0 || index >= kClassCount)
+        if (index < 0 || index > kClassCount)
             return E_INVALIDARG;
-        const PcmClassInfo &cls = kClasses[index];
         memset(info, 0, sizeof *info);
+        if (index == kClassCount) {
+            info->classId = CLSID_PcmWaveRenderer;
+            wcsncpy(info->name, L"Wave (PCM)", 259);
+            info->dwAccess = ZVFIO_ACCESS_RENDERER;
+            info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+            info->dwVersionMajor = 1;
+            return S_OK;
+        }
+        const PcmClassInfo &cls = kClasses[index];
         info->classId = *cls.clsid;
         wcsncpy(info->name, cls.name, 259);
         info->dwAccess = ZVFIO_ACCESS_READER;
@@ -546,7 +558,20 @@ HRESULT CreatePcmObject(const void *context, REFIID iid, void **out)
     return Hand(new (std::nothrow) PcmReadClass(cls), iid, out);
 }
 
+HRESULT CreateRenderObject(const void *, REFIID iid, void **out)
+{
+    return PcmCreateWaveRenderClass(nullptr, iid, out);
+}
+
 } // namespace
+
+HRESULT PcmCreateWaveReadClass(IZvFileIOManager *manager, REFIID iid, void **out)
+{
+    PcmReadClass *c = new (std::nothrow) PcmReadClass(&kClasses[0]);
+    if (c)
+        c->SetManager(manager);
+    return Hand(c, iid, out);
+}
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
@@ -558,6 +583,8 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
     for (int i = 0; i < kClassCount; i++)
         if (IsEqualCLSID(clsid, *kClasses[i].clsid))
             return zvsdk::ServeFactory(CreatePcmObject, &kClasses[i], iid, out);
+    if (IsEqualCLSID(clsid, CLSID_PcmWaveRenderer))
+        return zvsdk::ServeFactory(CreateRenderObject, nullptr, iid, out);
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 

@@ -230,7 +230,7 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIds)
     ASSERT_EQ(Dll().create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
     LONG count = 0;
     ASSERT_EQ(listing->GetClassCount(&count), S_OK);
-    ASSERT_EQ(count, 3);
+    ASSERT_EQ(count, 4);
     for (LONG i = 0; i < 3; i++) {
         ZVFIO_PLUGINCLASSINFO info = {};
         ASSERT_EQ(listing->GetPluginClassInfo(i, &info), S_OK);
@@ -243,7 +243,9 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIds)
         EXPECT_TRUE(IsEqualGUID(guid, *kClasses[i]));
     }
     ZVFIO_PLUGINCLASSINFO info = {};
-    EXPECT_EQ(listing->GetPluginClassInfo(3, &info), E_INVALIDARG);
+    ASSERT_EQ(listing->GetPluginClassInfo(3, &info), S_OK);
+    EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
+    EXPECT_EQ(listing->GetPluginClassInfo(4, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
     listing->Release();
 

@@ -1,0 +1,444 @@
+// Wave renderer of pcm.dll: linear PCM (8, 16, 24, 32 bits) and 32-bit
+// float, one audio stream, written through the RIFF chunk layer. The samples
+// arrive in the template's decoded format and are stored as they come; the
+// RIFF and data sizes are fixed up on close, so a file left open by a crash
+// is still one the repair functions can rebuild.
+#include "pcmrender.h"
+#include "media/riff.h"
+#include "templates/zvtemplate.h"
+#include "audio/waveformat.h"
+#include "filemng/zvmemtoken.h"
+#include <new>
+#include <string.h>
+
+const GUID CLSID_PcmWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+
+namespace {
+
+using zvsdk::Hand;
+
+struct Preset {
+    DWORD rate;
+    ZVSAMPLETYPE type;
+    const wchar_t *name;
+};
+const Preset kPresets[] = {
+    {44100, ZVSAMPLE_S16, L"44,100 Hz 16 Bit, Stereo"},
+    {48000, ZVSAMPLE_S24, L"48,000 Hz 24 Bit, Stereo"},
+    {96000, ZVSAMPLE_F32, L"96,000 Hz 32 Bit (float), Stereo"},
+};
+const LONG kPresetCount = (LONG)(sizeof kPresets / sizeof kPresets[0]);
+
+// The decoded audio format of a template, if this renderer can write it.
+HRESULT TemplateFormat(const tagZVTEMPLATExV2 *t, _zvwaveformat *out)
+{
+    if (!t)
+        return E_POINTER;
+    if (t->dwSize < ZVTEMPLATE_HEADER_SIZE || t->dwSize > ZVTEMPLATE_STREAM_MAX)
+        return E_INVALIDARG;
+    DWORD blockSize, streams;
+    memcpy(&blockSize, t->audio, 4);
+    memcpy(&streams, t->audio + 4, 4);
+    if (blockSize != ZVTEMPLATE_BLOCK_SIZE || streams != 1)
+        return ZVERR_TEMPLATE_REFUSED;
+    memcpy(out, (const BYTE *)t + ZVT_OFS_AUDIO_FORMAT, sizeof *out);
+    if (out->flags & ZVWFX_FLAG_COMPRESSED)
+        return ZVERR_TEMPLATE_REFUSED;
+    switch (out->sampleType) {
+    case ZVSAMPLE_U8: case ZVSAMPLE_S16: case ZVSAMPLE_S24: case ZVSAMPLE_S32: case ZVSAMPLE_F32: break;
+    default: return ZVERR_TEMPLATE_REFUSED;
+    }
+    if (out->samplesPerSec == 0 || out->channels == 0 || out->channels > 32)
+        return ZVERR_TEMPLATE_REFUSED;
+    out->Init(out->samplesPerSec, out->sampleType, out->channels, out->channelMask);
+    return S_OK;
+}
+
+HRESULT WriteAll(HANDLE file, const void *data, DWORD size)
+{
+    DWORD put = 0;
+    if (!WriteFile(file, data, size, &put, NULL) || put != size)
+        return ZVERR_FILE_WRITE;
+    return S_OK;
+}
+
+HRESULT WriteDwordAt(HANDLE file, DWORD offset, DWORD value)
+{
+    LARGE_INTEGER at;
+    at.QuadPart = offset;
+    if (!SetFilePointerEx(file, at, NULL, FILE_BEGIN))
+        return ZVERR_FILE_WRITE;
+    return WriteAll(file, &value, 4);
+}
+
+class PcmRenderFile : public zvsdk::Com<IZvRenderFile, &IID_IZvRenderFile> {
+public:
+    PcmRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name, const _zvwaveformat &format,
+                  DWORD dataOffset)
+        : owner_(owner), file_(file), name_(name), format_(format), dataOffset_(dataOffset)
+    {
+        owner_->AddRef();
+    }
+    ~PcmRenderFile() override
+    {
+        Close();
+        owner_->Release();
+        SysFreeString(name_);
+    }
+    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = SysAllocString(name_);
+        return *name ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG stream, _ZVFILESTREAMFORMATINFOv2 *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        memset(info, 0, sizeof *info);
+        info->cbSize = sizeof *info;
+        info->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+        info->llLength = (LONGLONG)(dataSize_ / format_.blockAlign);
+        memcpy(info->format, &format_, sizeof format_);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE BeginWrite(DWORD) override { return file_ ? S_OK : E_UNEXPECTED; }
+    // Whole frames from the token, appended behind the data written so far.
+    HRESULT STDMETHODCALLTYPE WriteSamples(LONG stream, _zvmemorytoken buffer, DWORD sampleCount,
+                                           DWORD *samplesWritten) override
+    {
+        if (!samplesWritten)
+            return E_POINTER;
+        *samplesWritten = 0;
+        if (stream != 0)
+            return E_INVALIDARG;
+        if (!file_)
+            return E_UNEXPECTED;
+        if (sampleCount == 0)
+            return S_OK;
+        ULONGLONG bytes = (ULONGLONG)sampleCount * format_.blockAlign;
+        if (bytes > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        // The RIFF size must still fit 32 bits with the pad byte and header.
+        if (dataOffset_ + dataSize_ + bytes + 1 > ZVRIFF_MAX_SIZE + 8ull)
+            return ZVERR_SIZE_LIMIT;
+        CMappingOfZvMemoryToken source(buffer, ZVMEMTOKEN_READ);
+        const BYTE *data = (const BYTE *)source.Pointer();
+        if (!data)
+            return E_FAIL;
+        HRESULT hr = WriteAll(file_, data, (DWORD)bytes);
+        source.Dispose();
+        if (FAILED(hr))
+            return hr;
+        dataSize_ += bytes;
+        *samplesWritten = sampleCount;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetProgress(DWORD *perMille) override
+    {
+        if (!perMille)
+            return E_POINTER;
+        *perMille = file_ ? 0 : 1000;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE EndWrite(DWORD) override { return Close(); }
+    // Leaves nothing behind: the half-written file is removed.
+    HRESULT STDMETHODCALLTYPE Abort() override
+    {
+        if (!file_)
+            return S_OK;
+        CloseHandle(file_);
+        file_ = NULL;
+        DeleteFileW(name_);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Close() override
+    {
+        if (!file_)
+            return S_OK;
+        HRESULT hr = S_OK;
+        if (dataSize_ & 1) {
+            BYTE pad = 0;
+            hr = WriteAll(file_, &pad, 1);
+        }
+        if (SUCCEEDED(hr))
+            hr = WriteDwordAt(file_, dataOffset_ - 4, (DWORD)dataSize_);
+        if (SUCCEEDED(hr))
+            hr = riff_SetRIFFSize(file_, (DWORD)(dataOffset_ - 8 + ((dataSize_ + 1) & ~1ull)));
+        if (!CloseHandle(file_) && SUCCEEDED(hr))
+            hr = ZVERR_FILE_WRITE;
+        file_ = NULL;
+        return hr;
+    }
+
+private:
+    IZvRenderFileClass *owner_;
+    HANDLE file_;
+    BSTR name_;
+    _zvwaveformat format_;
+    const DWORD dataOffset_;
+    ULONGLONG dataSize_ = 0;
+};
+
+// RIFF/WAVE header with an empty data chunk; the extensible form above two
+// channels or 16 bits, the 16-byte plain form otherwise. Returns the offset
+// of the first sample.
+HRESULT WriteHeader(HANDLE file, const _zvwaveformat &format, DWORD *dataOffset)
+{
+    WAVEFORMATEXTENSIBLE wfe;
+    bool extensible = format.channels > 2 || ZvAudio_BitsFromSampleType(format.sampleType) > 16;
+    if (!format.ToWfx(&wfe.Format, sizeof wfe, extensible ? ZVWFX_COPY_EXTENSIBLE : ZVWFX_COPY_PLAIN))
+        return ZVERR_UNSUPPORTED_MEDIA;
+    DWORD fmtSize = extensible ? (DWORD)sizeof wfe : 16;
+    DWORD written = 0;
+    HRESULT hr = riff_WriteFileID(file, ZVRIFF_WAVE, 4 + 8 + fmtSize + 8);
+    if (SUCCEEDED(hr))
+        hr = riff_WriteChunk(file, ZVRIFF_FMT, &wfe, fmtSize, &written);
+    if (SUCCEEDED(hr))
+        hr = riff_WriteChunkHeader(file, ZVRIFF_DATA, 0);
+    *dataOffset = 12 + written + 8;
+    return hr;
+}
+
+class PcmRenderClass : public zvsdk::ClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+public:
+    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
+    {
+        if (!classGuid)
+            return E_POINTER;
+        *classGuid = CLSID_PcmWaveRenderer;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
+    {
+        if (!mask)
+            return E_POINTER;
+        *mask = ZVFIO_STREAMMASK_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **readClass) override
+    {
+        if (!readClass)
+            return E_POINTER;
+        *readClass = nullptr;
+        return PcmCreateWaveReadClass(manager_, IID_IZvReadFileClass, (void **)readClass);
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
+    {
+        if (count < 0)
+            return E_INVALIDARG;
+        if (count > 0 && (!ids || !texts))
+            return E_POINTER;
+        for (LONG i = 0; i < count; i++) {
+            const wchar_t *text = nullptr;
+            switch (ids[i]) {
+            case ZVFIO_INFOTEXT_SHORTNAME: text = L"Wave"; break;
+            case ZVFIO_INFOTEXT_DESCRIPTION: text = L"Wave (PCM)"; break;
+            case ZVFIO_INFOTEXT_EXTENSIONS: text = L"*.wav"; break;
+            case ZVFIO_INFOTEXT_PLUGINNAME: text = L"PCM Audio"; break;
+            case ZVFIO_INFOTEXT_VERSION: text = L"1.0"; break;
+            default: break;
+            }
+            texts[i] = text ? SysAllocString(text) : NULL;
+            if (text && !texts[i]) {
+                for (LONG j = 0; j < i; j++)
+                    SysFreeString(texts[j]);
+                return E_OUTOFMEMORY;
+            }
+        }
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE CreateFile(IZvRenderFile **file, LPCWSTR path, PCZVTEMPLATE templ, DWORD streamMask,
+                                         DWORD) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        if (!path || !*path || !templ)
+            return E_INVALIDARG;
+        if (streamMask && !(streamMask & ZVFIO_STREAMMASK_AUDIO))
+            return ZVERR_TEMPLATE_REFUSED;
+        _zvwaveformat format;
+        HRESULT hr = TemplateFormat(templ, &format);
+        if (FAILED(hr))
+            return hr;
+        BSTR name = SysAllocString(path);
+        if (!name)
+            return E_OUTOFMEMORY;
+        HANDLE h = ::CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, NULL, CREATE_ALWAYS,
+                                 FILE_ATTRIBUTE_NORMAL, NULL);
+        if (h == INVALID_HANDLE_VALUE) {
+            hr = HRESULT_FROM_WIN32(GetLastError());
+            SysFreeString(name);
+            return hr;
+        }
+        DWORD dataOffset = 0;
+        hr = WriteHeader(h, format, &dataOffset);
+        if (FAILED(hr)) {
+            CloseHandle(h);
+            DeleteFileW(path);
+            SysFreeString(name);
+            return hr;
+        }
+        return Hand(new (std::nothrow) PcmRenderFile(this, h, name, format, dataOffset), IID_IZvRenderFile,
+                    (void **)file);
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = kPresetCount;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        if (index < 0 || index >= kPresetCount)
+            return E_INVALIDARG;
+        const Preset &p = kPresets[index];
+        BYTE scratch[ZVTEMPLATE_MIN_SIZE] = {};
+        tagZVTEMPLATExV2 *source = (tagZVTEMPLATExV2 *)scratch;
+        source->dwSize = ZVTEMPLATE_MIN_SIZE;
+        source->dwVersion = ZVTEMPLATE_VERSION_V2;
+        DWORD blockSize = ZVTEMPLATE_BLOCK_SIZE, streams = 1;
+        memcpy(source->audio, &blockSize, 4);
+        memcpy(source->audio + 4, &streams, 4);
+        ZvTemplateAt<_zvwaveformat>(source, ZVT_OFS_AUDIO_FORMAT)->Init(p.rate, p.type, 2);
+        tagZVTEMPLATExV2 *t = nullptr;
+        HRESULT hr = ZvFio_MakeTemplate(&t, ZVTEMPLATE_VERSION_V2, source, ZVFIO_STREAMMASK_AUDIO, 0, p.name, L"");
+        if (FAILED(hr))
+            return hr;
+        t->dwPresetId = (DWORD)index + 1;
+        t->rendererClass = CLSID_PcmWaveRenderer;
+        // Fixed per preset: the class id with the preset number in the last byte.
+        t->templateId = CLSID_PcmWaveRenderer;
+        t->templateId.Data4[7] = (BYTE)(index + 1);
+        *templ = t;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID id, PZVTEMPLATE *templ) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        for (LONG i = 0; i < kPresetCount; i++) {
+            HRESULT hr = GetTemplate(templ, i);
+            if (FAILED(hr))
+                return hr;
+            if (IsEqualGUID((*templ)->templateId, id))
+                return S_OK;
+            free(*templ);
+            *templ = nullptr;
+        }
+        return ZVERR_NOT_FOUND;
+    }
+    HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE templ) override
+    {
+        _zvwaveformat format;
+        HRESULT hr = TemplateFormat(templ, &format);
+        return hr == E_POINTER ? E_INVALIDARG : hr;
+    }
+    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
+                                               DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
+            return E_INVALIDARG;
+        *result = ZvFio_CopyTemplate(source);
+        return *result ? S_OK : E_OUTOFMEMORY;
+    }
+    // Audio bits per second (3) and whether this renderer writes the template (0x17).
+    HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE templ, BYTE *buffer, DWORD size, DWORD infoId) override
+    {
+        if (!templ || !buffer || size == 0)
+            return E_INVALIDARG;
+        if (size < 4)
+            return ZVERR_BUFFER_TOO_SMALL;
+        _zvwaveformat format;
+        HRESULT usable = TemplateFormat(templ, &format);
+        DWORD value;
+        switch (infoId) {
+        case 3:
+            if (FAILED(usable))
+                return usable;
+            value = format.samplesPerSec * format.blockAlign * 8;
+            break;
+        case 0x17: value = SUCCEEDED(usable); break;
+        default: return S_FALSE;
+        }
+        memset(buffer, 0, size);
+        memcpy(buffer, &value, 4);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
+    {
+        if (!page)
+            return E_POINTER;
+        *page = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
+    {
+        if (!index)
+            return E_POINTER;
+        *index = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        if (!status)
+            return E_POINTER;
+        *status = S_OK;
+        if (message && !(*message = SysAllocString(L"ready")))
+            return E_OUTOFMEMORY;
+        return S_OK;
+    }
+};
+
+} // namespace
+
+HRESULT PcmCreateWaveRenderClass(IZvFileIOManager *manager, REFIID iid, void **out)
+{
+    PcmRenderClass *c = new (std::nothrow) PcmRenderClass;
+    if (c)
+        c->SetManager(manager);
+    return Hand(c, iid, out);
+}

@@ -1,0 +1,345 @@
+// The wave renderer of pcm.dll: its presets rendered and read back through
+// the PCM reader byte for byte, 1 to 6 channels in every sample type, the
+// header form the channel count and width call for, sizes fixed up on close
+// (odd data included), and the results of templates it cannot write. Files
+// go to $ZV_PCM_RENDERED with a manifest, where render_sox.sh checks them
+// against sox's reading.
+#include <gtest/gtest.h>
+#include "testutil.h"
+#include "zvplugin_sdk.h"
+#include "audio/waveformat.h"
+#include "templates/zvtemplate.h"
+#include "filemng/zvmemtoken.h"
+#include <math.h>
+#include <stdio.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+const GUID kWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
+const GUID kWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+
+template <class T> HRESULT Create(const GUID &clsid, REFIID iid, T **out)
+{
+    *out = nullptr;
+    HMODULE module = LoadLibraryW((zvtest::ExeDir() + L"pcm.dll").c_str());
+    auto get = module ? (LPFNGETCLASSOBJECT)(void *)GetProcAddress(module, "DllGetClassObject") : nullptr;
+    if (!get)
+        return E_FAIL;
+    IClassFactory *factory = nullptr;
+    HRESULT hr = get(clsid, IID_IClassFactory, (void **)&factory);
+    if (FAILED(hr))
+        return hr;
+    hr = factory->CreateInstance(nullptr, iid, (void **)out);
+    factory->Release();
+    return hr;
+}
+
+// Where rendered files are kept for the sox check; a temp folder otherwise.
+std::wstring OutDir(const zvtest::TempDir &temp)
+{
+    const char *env = getenv("ZV_PCM_RENDERED");
+    if (!env || !*env)
+        return temp.path() + L"\\";
+    std::wstring dir = env[0] == '/' ? L"Z:" : L"";
+    for (const char *p = env; *p; p++)
+        dir += *p == '/' ? L'\\' : (wchar_t)*p;
+    CreateDirectoryW(dir.c_str(), NULL);
+    return dir + L"\\";
+}
+
+void Manifest(const std::wstring &dir, const char *line)
+{
+    FILE *f = _wfopen((dir + L"manifest.txt").c_str(), L"a");
+    if (f) {
+        fputs(line, f);
+        fclose(f);
+    }
+}
+
+const char *TypeName(ZVSAMPLETYPE t)
+{
+    switch (t) {
+    case ZVSAMPLE_U8: return "u8";
+    case ZVSAMPLE_S16: return "s16";
+    case ZVSAMPLE_S24: return "s24";
+    case ZVSAMPLE_S32: return "s32";
+    default: return "f32";
+    }
+}
+
+// A signal in the stored form: two sines and full-scale extremes, so sign,
+// byte order and the clipping points all show.
+std::vector<BYTE> Signal(ZVSAMPLETYPE type, unsigned channels, unsigned frames)
+{
+    unsigned bytes = ZvAudio_BytesFromSampleType(type);
+    std::vector<BYTE> out(frames * channels * bytes);
+    BYTE *p = out.data();
+    for (unsigned i = 0; i < frames; i++)
+        for (unsigned c = 0; c < channels; c++, p += bytes) {
+            double v = 0.6 * sin(i * 0.031 * (c + 1)) + 0.3 * sin(i * 0.47);
+            if (i % 97 == 5)
+                v = c & 1 ? -1.0 : 0.99999;
+            if (type == ZVSAMPLE_F32) {
+                float f = (float)v;
+                memcpy(p, &f, 4);
+                continue;
+            }
+            long long full = 1ll << (bytes * 8 - 1);
+            long long s = (long long)floor(v * full);
+            if (s >= full)
+                s = full - 1;
+            if (type == ZVSAMPLE_U8)
+                s += 128;
+            for (unsigned b = 0; b < bytes; b++)
+                p[b] = (BYTE)(s >> (8 * b));
+        }
+    return out;
+}
+
+_zvmemorytoken Local(void *data, DWORD size)
+{
+    _zvmemorytoken t;
+    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
+    return t;
+}
+
+struct Renderer : ::testing::Test {
+    IZvRenderFileClass *cls = nullptr;
+    IZvReadFileClass *reader = nullptr;
+    zvtest::TempDir temp;
+    void SetUp() override
+    {
+        ASSERT_EQ(Create(kWaveRenderer, IID_IZvRenderFileClass, &cls), S_OK);
+        ASSERT_EQ(Create(kWaveReader, IID_IZvReadFileClass, &reader), S_OK);
+    }
+    void TearDown() override
+    {
+        if (cls)
+            cls->Release();
+        if (reader)
+            reader->Release();
+    }
+
+    // Writes the signal in uneven pieces and closes.
+    void Render(const std::wstring &path, const tagZVTEMPLATExV2 *t, const std::vector<BYTE> &data, unsigned align)
+    {
+        IZvRenderFile *file = nullptr;
+        ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), S_OK);
+        ASSERT_EQ(file->BeginWrite(0), S_OK);
+        static const DWORD pieces[] = {1, 999, 17, 4096, 3};
+        DWORD frames = (DWORD)(data.size() / align), at = 0;
+        for (int i = 0; at < frames; i++) {
+            DWORD n = pieces[i % 5] < frames - at ? pieces[i % 5] : frames - at;
+            DWORD written = 0;
+            ASSERT_EQ(file->WriteSamples(0, Local((void *)(data.data() + at * align), n * align), n, &written), S_OK);
+            ASSERT_EQ(written, n);
+            at += n;
+        }
+        ASSERT_EQ(file->EndWrite(0), S_OK);
+        file->Release();
+    }
+
+    // The file through the PCM reader: its format and all its bytes.
+    void ReadBack(const std::wstring &path, _zvwaveformat *format, std::vector<BYTE> &out)
+    {
+        IZvReadFile *file = nullptr;
+        ASSERT_EQ(reader->OpenFile(&file, ZvSdk_HandleToWire(INVALID_HANDLE_VALUE), 0, path.c_str(), FALSE), S_OK);
+        IZvReadStream *stream = nullptr;
+        ASSERT_EQ(file->OpenStream(&stream, 0, 0, 0, 0), S_OK);
+        IZvReadAudioStream *audio = nullptr;
+        ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
+        _ZVFILESTREAMFORMATINFOv2 info = {};
+        info.cbSize = sizeof info;
+        ASSERT_EQ(audio->GetStreamFormatInfo(&info), S_OK);
+        memcpy(format, info.format, sizeof *format);
+        out.assign((size_t)info.llLength * format->blockAlign, 0);
+        DWORD got = 0;
+        if (info.llLength > 0) {
+            EXPECT_EQ(audio->ReadSamples(0, 0, Local(out.data(), (DWORD)out.size()), (DWORD)info.llLength, &got), S_OK);
+        }
+        EXPECT_EQ(got, (DWORD)info.llLength);
+        audio->Release();
+        stream->Release();
+        file->Release();
+    }
+
+    // A template of the renderer's first preset with another audio format.
+    tagZVTEMPLATExV2 *WithFormat(DWORD rate, ZVSAMPLETYPE type, unsigned channels)
+    {
+        tagZVTEMPLATExV2 *t = nullptr;
+        EXPECT_EQ(cls->GetTemplate(&t, 0), S_OK);
+        if (t)
+            ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT)->Init(rate, type, channels);
+        return t;
+    }
+};
+
+// File bytes as little-endian words.
+DWORD Word(const std::vector<BYTE> &b, size_t at)
+{
+    DWORD v = 0;
+    if (at + 4 <= b.size())
+        memcpy(&v, &b[at], 4);
+    return v;
+}
+
+TEST_F(Renderer, PresetsRoundTripThroughTheReader)
+{
+    static const struct { DWORD rate; ZVSAMPLETYPE type; } want[] = {
+        {44100, ZVSAMPLE_S16}, {48000, ZVSAMPLE_S24}, {96000, ZVSAMPLE_F32}};
+    LONG count = 0;
+    ASSERT_EQ(cls->GetTemplateCount(&count), S_OK);
+    ASSERT_EQ(count, 3);
+    std::wstring dir = OutDir(temp);
+    for (LONG i = 0; i < count; i++) {
+        tagZVTEMPLATExV2 *t = nullptr;
+        ASSERT_EQ(cls->GetTemplate(&t, i), S_OK);
+        EXPECT_EQ(t->dwPresetId, (DWORD)i + 1);
+        EXPECT_TRUE(IsEqualGUID(t->rendererClass, kWaveRenderer));
+        EXPECT_NE(ZvFio_GetTemplateName(t)[0], 0);
+        EXPECT_EQ(cls->CheckTemplate(t), S_OK);
+        tagZVTEMPLATExV2 *found = nullptr;
+        EXPECT_EQ(cls->FindTemplate(t->templateId, &found), S_OK);
+        EXPECT_TRUE(found && found->dwPresetId == t->dwPresetId);
+        free(found);
+        const _zvwaveformat *f = ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT);
+        EXPECT_EQ(f->samplesPerSec, want[i].rate);
+        EXPECT_EQ(f->sampleType, want[i].type);
+        EXPECT_EQ(f->channels, 2);
+        DWORD bitsPerSecond = 0;
+        EXPECT_EQ(cls->GetTemplateInfo(t, (BYTE *)&bitsPerSecond, 4, 3), S_OK);
+        EXPECT_EQ(bitsPerSecond, want[i].rate * 2 * ZvAudio_BitsFromSampleType(want[i].type));
+
+        std::vector<BYTE> signal = Signal(want[i].type, 2, 10007);
+        wchar_t name[32];
+        swprintf(name, 32, L"preset%ld.wav", (long)i);
+        Render(dir + name, t, signal, f->blockAlign);
+        std::vector<BYTE> back;
+        _zvwaveformat got = {};
+        ReadBack(dir + name, &got, back);
+        EXPECT_EQ(got.samplesPerSec, want[i].rate);
+        EXPECT_EQ(got.sampleType, want[i].type);
+        EXPECT_EQ(got.channels, 2);
+        EXPECT_TRUE(back == signal) << "preset " << i;
+        char line[128];
+        snprintf(line, sizeof line, "preset%ld.wav %s %u 2 %lu\n", (long)i, TypeName(want[i].type),
+                 ZvAudio_BitsFromSampleType(want[i].type), (unsigned long)want[i].rate);
+        Manifest(dir, line);
+        std::vector<BYTE> raw(signal);
+        zvtest::WriteFileBytes(dir + name + L".raw", raw.data(), raw.size());
+        free(t);
+    }
+}
+
+// Every width from mono to 6 channels: plain header (fmt 16) only up to two
+// channels of up to 16 bits, sizes right even when the data is odd.
+TEST_F(Renderer, ChannelsAndWidthsPickTheHeaderForm)
+{
+    static const ZVSAMPLETYPE types[] = {ZVSAMPLE_U8, ZVSAMPLE_S16, ZVSAMPLE_S24, ZVSAMPLE_S32, ZVSAMPLE_F32};
+    std::wstring dir = OutDir(temp);
+    for (ZVSAMPLETYPE type : types)
+        for (unsigned ch = 1; ch <= 6; ch++) {
+            SCOPED_TRACE(testing::Message() << TypeName(type) << " x" << ch);
+            tagZVTEMPLATExV2 *t = WithFormat(22050, type, ch);
+            ASSERT_NE(t, nullptr);
+            unsigned align = ch * ZvAudio_BytesFromSampleType(type);
+            std::vector<BYTE> signal = Signal(type, ch, 1001);
+            wchar_t name[40];
+            swprintf(name, 40, L"%hs_%u.wav", TypeName(type), ch);
+            Render(dir + name, t, signal, align);
+            free(t);
+
+            std::vector<BYTE> file;
+            ASSERT_TRUE(zvtest::ReadFileBytes(dir + name, file));
+            bool extensible = ch > 2 || ZvAudio_BitsFromSampleType(type) > 16;
+            DWORD fmtSize = extensible ? 40 : 16;
+            EXPECT_EQ(Word(file, 16), fmtSize);
+            EXPECT_EQ(Word(file, 20) & 0xFFFF, extensible ? 0xFFFEu : type == ZVSAMPLE_F32 ? 3u : 1u);
+            size_t dataAt = 20 + fmtSize;
+            EXPECT_EQ(Word(file, dataAt), 0x61746164u);
+            EXPECT_EQ(Word(file, dataAt + 4), (DWORD)signal.size());
+            EXPECT_EQ(file.size(), dataAt + 8 + signal.size() + (signal.size() & 1));
+            EXPECT_EQ(Word(file, 4), (DWORD)file.size() - 8);
+            if (extensible) {
+                EXPECT_EQ(Word(file, 20 + 20), (1u << ch) - 1) << "speaker mask";
+            }
+
+            std::vector<BYTE> back;
+            _zvwaveformat got = {};
+            ReadBack(dir + name, &got, back);
+            EXPECT_EQ(got.channels, ch);
+            EXPECT_EQ(got.sampleType, type);
+            EXPECT_TRUE(back == signal);
+            char line[128];
+            snprintf(line, sizeof line, "%s_%u.wav %s %u %u 22050\n", TypeName(type), ch, TypeName(type),
+                     ZvAudio_BitsFromSampleType(type), ch);
+            Manifest(dir, line);
+            zvtest::WriteFileBytes(dir + name + L".raw", signal.data(), signal.size());
+        }
+}
+
+TEST_F(Renderer, RefusalsAndAbort)
+{
+    tagZVTEMPLATExV2 *t = WithFormat(48000, ZVSAMPLE_F64, 2);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(cls->CheckTemplate(t), ZVERR_TEMPLATE_REFUSED);
+    IZvRenderFile *file = nullptr;
+    std::wstring path = temp.file(L"x.wav");
+    EXPECT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), ZVERR_TEMPLATE_REFUSED);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    DWORD usable = 1;
+    EXPECT_EQ(cls->GetTemplateInfo(t, (BYTE *)&usable, 4, 0x17), S_OK);
+    EXPECT_EQ(usable, 0u);
+    ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT)->Init(48000, ZVSAMPLE_S16, 0);
+    EXPECT_EQ(cls->CheckTemplate(t), ZVERR_TEMPLATE_REFUSED);
+    ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT)->Init(48000, ZVSAMPLE_S16, 2);
+    DWORD none = 0;
+    memcpy(t->audio, &none, 4);
+    EXPECT_EQ(cls->CheckTemplate(t), ZVERR_TEMPLATE_REFUSED);
+    EXPECT_EQ(cls->CheckTemplate(nullptr), E_INVALIDARG);
+    EXPECT_EQ(cls->CreateFile(&file, nullptr, t, 1, 0), E_INVALIDARG);
+    free(t);
+
+    t = WithFormat(44100, ZVSAMPLE_S16, 2);
+    ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), S_OK);
+    BYTE four[4] = {};
+    DWORD written = 7;
+    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 2, &written), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(file->WriteSamples(1, Local(four, 4), 1, &written), E_INVALIDARG);
+    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 1, &written), S_OK);
+    EXPECT_EQ(file->Abort(), S_OK);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 1, &written), E_UNEXPECTED);
+    EXPECT_EQ(file->Close(), S_OK);
+    file->Release();
+
+    // Nothing written: a valid empty file.
+    ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, 0, 0), S_OK);
+    file->Release();
+    std::vector<BYTE> back;
+    _zvwaveformat got = {};
+    ReadBack(path, &got, back);
+    EXPECT_TRUE(back.empty());
+    free(t);
+}
+
+// The wave reader names the renderer as its companion and back.
+TEST_F(Renderer, ReaderAndRendererAreCompanions)
+{
+    IZvRenderFileClass *other = nullptr;
+    ASSERT_EQ(reader->GetRenderClass(&other), S_OK);
+    GUID guid = {};
+    EXPECT_EQ(other->GetClassGuid(&guid), S_OK);
+    EXPECT_TRUE(IsEqualGUID(guid, kWaveRenderer));
+    IZvReadFileClass *back = nullptr;
+    ASSERT_EQ(other->GetReadClass(&back), S_OK);
+    EXPECT_EQ(back->GetClassGuid(&guid), S_OK);
+    EXPECT_TRUE(IsEqualGUID(guid, kWaveReader));
+    back->Release();
+    other->Release();
+}
+
+} // namespace
