@@ -46,12 +46,15 @@ std::wstring OutDir(const zvtest::TempDir &temp)
     for (const char *p = env; *p; p++)
         dir += *p == '/' ? L'\\' : (wchar_t)*p;
     CreateDirectoryW(dir.c_str(), NULL);
+    // A fresh manifest per run of the executable.
+    static bool cleared = DeleteFileW((dir + L"\\manifest.txt").c_str()) || true;
+    (void)cleared;
     return dir + L"\\";
 }
 
 void Manifest(const std::wstring &dir, const char *line)
 {
-    FILE *f = _wfopen((dir + L"manifest.txt").c_str(), L"a");
+    FILE *f = _wfopen((dir + L"manifest.txt").c_str(), L"ab");
     if (f) {
         fputs(line, f);
         fclose(f);
