@@ -565,6 +565,11 @@ HRESULT CreateRenderObject(const void *, REFIID iid, void **out)
 
 } // namespace
 
+HRESULT PcmWaveInfoTexts(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
+{
+    return InfoTexts(&kClasses[0], ids, count, texts);
+}
+
 HRESULT PcmCreateWaveReadClass(IZvFileIOManager *manager, REFIID iid, void **out)
 {
     PcmReadClass *c = new (std::nothrow) PcmReadClass(&kClasses[0]);

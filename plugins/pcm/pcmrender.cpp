@@ -71,35 +71,14 @@ HRESULT WriteDwordAt(HANDLE file, DWORD offset, DWORD value)
     return WriteAll(file, &value, 4);
 }
 
-class PcmRenderFile : public zvsdk::Com<IZvRenderFile, &IID_IZvRenderFile> {
+class PcmRenderFile : public zvsdk::RenderFileObject {
 public:
     PcmRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name, const _zvwaveformat &format,
                   DWORD dataOffset)
-        : owner_(owner), file_(file), name_(name), format_(format), dataOffset_(dataOffset)
+        : RenderFileObject(owner, name), file_(file), format_(format), dataOffset_(dataOffset)
     {
-        owner_->AddRef();
     }
-    ~PcmRenderFile() override
-    {
-        Close();
-        owner_->Release();
-        SysFreeString(name_);
-    }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
-    {
-        if (!renderClass)
-            return E_POINTER;
-        *renderClass = owner_;
-        owner_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = SysAllocString(name_);
-        return *name ? S_OK : E_OUTOFMEMORY;
-    }
+    ~PcmRenderFile() override { Close(); }
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
         if (!count)
@@ -120,9 +99,6 @@ public:
         memcpy(info->format, &format_, sizeof format_);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE BeginWrite(DWORD) override { return file_ ? S_OK : E_UNEXPECTED; }
     // Whole frames from the token, appended behind the data written so far.
     HRESULT STDMETHODCALLTYPE WriteSamples(LONG stream, _zvmemorytoken buffer, DWORD sampleCount,
@@ -155,8 +131,6 @@ public:
         *samplesWritten = sampleCount;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetProgress(DWORD *perMille) override
     {
         if (!perMille)
@@ -195,9 +169,7 @@ public:
     }
 
 private:
-    IZvRenderFileClass *owner_;
     HANDLE file_;
-    BSTR name_;
     _zvwaveformat format_;
     const DWORD dataOffset_;
     ULONGLONG dataSize_ = 0;
@@ -248,28 +220,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
-        if (count < 0)
-            return E_INVALIDARG;
-        if (count > 0 && (!ids || !texts))
-            return E_POINTER;
-        for (LONG i = 0; i < count; i++) {
-            const wchar_t *text = nullptr;
-            switch (ids[i]) {
-            case ZVFIO_INFOTEXT_SHORTNAME: text = L"Wave"; break;
-            case ZVFIO_INFOTEXT_DESCRIPTION: text = L"Wave (PCM)"; break;
-            case ZVFIO_INFOTEXT_EXTENSIONS: text = L"*.wav"; break;
-            case ZVFIO_INFOTEXT_PLUGINNAME: text = L"PCM Audio"; break;
-            case ZVFIO_INFOTEXT_VERSION: text = L"1.0"; break;
-            default: break;
-            }
-            texts[i] = text ? SysAllocString(text) : NULL;
-            if (text && !texts[i]) {
-                for (LONG j = 0; j < i; j++)
-                    SysFreeString(texts[j]);
-                return E_OUTOFMEMORY;
-            }
-        }
-        return S_OK;
+        return PcmWaveInfoTexts(ids, count, texts);
     }
     HRESULT STDMETHODCALLTYPE CreateFile(IZvRenderFile **file, LPCWSTR path, PCZVTEMPLATE templ, DWORD streamMask,
                                          DWORD) override

@@ -8,3 +8,5 @@ extern const GUID CLSID_PcmWaveRenderer;
 // Class objects, handed out as iid with the manager set (it may be null).
 HRESULT PcmCreateWaveRenderClass(IZvFileIOManager *manager, REFIID iid, void **out);
 HRESULT PcmCreateWaveReadClass(IZvFileIOManager *manager, REFIID iid, void **out);
+// The wave class's texts (names, extensions), shared by reader and renderer.
+HRESULT PcmWaveInfoTexts(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts);

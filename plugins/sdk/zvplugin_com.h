@@ -236,6 +236,43 @@ protected:
     BSTR name_;
 };
 
+// What a file being rendered answers without knowing its format: the class
+// that created it, its name (owned), and no file info, metadata, frames or
+// text. A renderer overrides what its format takes.
+class RenderFileObject : public Com<IZvRenderFile, &IID_IZvRenderFile> {
+public:
+    RenderFileObject(IZvRenderFileClass *owner, BSTR name) : owner_(owner), name_(name) { owner_->AddRef(); }
+    ~RenderFileObject() override
+    {
+        owner_->Release();
+        SysFreeString(name_);
+    }
+    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = owner_;
+        owner_->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
+    {
+        if (!name)
+            return E_POINTER;
+        *name = name_ ? SysAllocString(name_) : NULL;
+        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
+
+protected:
+    IZvRenderFileClass *owner_;
+    BSTR name_;
+};
+
 // A class factory that makes its objects through a function with a context
 // (a class record, a kind number: whatever the DLL keys its classes by).
 class Factory : public Com<IClassFactory, &IID_IClassFactory> {
