@@ -4,6 +4,7 @@
 // RIFF and data sizes are fixed up on close, so a file left open by a crash
 // is still one the repair functions can rebuild.
 #include "pcmrender.h"
+#include "pcmformat.h"
 #include "media/riff.h"
 #include "templates/zvtemplate.h"
 #include "audio/waveformat.h"
@@ -48,7 +49,8 @@ HRESULT TemplateFormat(const tagZVTEMPLATExV2 *t, _zvwaveformat *out)
     case ZVSAMPLE_U8: case ZVSAMPLE_S16: case ZVSAMPLE_S24: case ZVSAMPLE_S32: case ZVSAMPLE_F32: break;
     default: return ZVERR_TEMPLATE_REFUSED;
     }
-    if (out->samplesPerSec == 0 || out->channels == 0 || out->channels > 32)
+    // Nothing the reader of this plug-in would not open again.
+    if (out->samplesPerSec == 0 || out->samplesPerSec > PCM_MAX_RATE || out->channels == 0 || out->channels > 32)
         return ZVERR_TEMPLATE_REFUSED;
     out->Init(out->samplesPerSec, out->sampleType, out->channels, out->channelMask);
     return S_OK;

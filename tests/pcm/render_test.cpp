@@ -329,6 +329,50 @@ TEST_F(Renderer, RefusalsAndAbort)
     free(t);
 }
 
+// Templates with damaged audio blocks: refused with the system's codes or
+// written as a file the reader takes back, never a crash; no block leaks.
+TEST_F(Renderer, MutatedTemplates)
+{
+    tagZVTEMPLATExV2 *base = nullptr;
+    ASSERT_EQ(cls->GetTemplate(&base, 1), S_OK);
+    std::wstring path = temp.file(L"m.wav");
+    zvtest::Rng rng{7};
+    long long before = zvtest::HeapBusyBlocks();
+    int written = 0;
+    for (int i = 0; i < 3000; i++) {
+        tagZVTEMPLATExV2 *t = ZvFio_CopyTemplate(base);
+        ASSERT_NE(t, nullptr);
+        for (unsigned n = 1 + rng.below(4); n; n--) {
+            // mostly the format record, sometimes the block head
+            unsigned at = rng.below(4) ? ZVT_OFS_AUDIO_FORMAT + rng.below(32) : ZVT_OFS_AUDIO + rng.below(16);
+            ((BYTE *)t)[at] = rng.below(3) ? (BYTE)rng.next() : (BYTE)(((BYTE *)t)[at] ^ (1u << rng.below(8)));
+        }
+        HRESULT check = cls->CheckTemplate(t);
+        ASSERT_TRUE(check == S_OK || check == ZVERR_TEMPLATE_REFUSED) << std::hex << check;
+        if (check == S_OK && ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT)->channels <= 8) {
+            IZvRenderFile *file = nullptr;
+            ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), S_OK);
+            BYTE frames[8 * 4 * 3] = {1, 2, 3};
+            DWORD n = 0;
+            EXPECT_EQ(file->WriteSamples(0, Local(frames, sizeof frames), 3, &n), S_OK);
+            EXPECT_EQ(file->Close(), S_OK);
+            file->Release();
+            const _zvwaveformat *f = ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT);
+            SCOPED_TRACE(testing::Message() << f->samplesPerSec << " Hz type " << f->sampleType << " x"
+                                            << f->channels << " mask " << std::hex << f->channelMask);
+            std::vector<BYTE> back;
+            _zvwaveformat got = {};
+            ReadBack(path, &got, back);
+            EXPECT_EQ(back.size(), 3u * got.blockAlign);
+            written++;
+        }
+        free(t);
+    }
+    free(base);
+    EXPECT_GT(written, 10);
+    EXPECT_LE(zvtest::HeapBusyBlocks() - before, 8);
+}
+
 // The wave reader names the renderer as its companion and back.
 TEST_F(Renderer, ReaderAndRendererAreCompanions)
 {
