@@ -1,7 +1,8 @@
 // The PCM reader put in a surrogate by its configuration: identification
 // and opening hand the file across, the samples come back unchanged, no
 // handle of the file stays open in either process, and the group a
-// configuration gives survives the plug-in cache once it was written anew.
+// configuration gives survives the plug-in cache once it was written anew;
+// its wave renderer, reached from the routed reader, writes from there.
 #include <gtest/gtest.h>
 #include "mockreader.h"
 #include "filemng/fiodiscovery.h"
@@ -245,5 +246,66 @@ TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
     WriteConfig(d, -1, 0);
     EXPECT_EQ(-1, group(ZVFIO_CREATE_FULLLISTING)) << "the way back";
     EXPECT_EQ(-1, group(0));
+    RemoveFolder(d);
+}
+
+// The wave renderer in the surrogate: its preset crosses as a template
+// record, the samples go over from private memory, and the file it closes
+// reads back unchanged in process.
+TEST_F(RoutedPcm, RenderedInTheSurrogate)
+{
+    const GUID kWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+    const std::wstring d = NewFolder();
+    WriteConfig(d, 1, 5);
+    {
+        Routed w(d, ZVFIO_CREATE_NOCACHE);
+        ASSERT_EQ(S_OK, w.listed);
+        // reached as the companion of the routed reader of a wave file
+        const std::wstring seed = WriteTemp(d, L"seed.wav", WaveBytes(100));
+        IZvReadFile *opened = nullptr;
+        ASSERT_EQ(S_OK, w.mgr->OpenReader(seed.c_str(), &opened, 0));
+        IZvReadFileClass *readClass = nullptr;
+        ASSERT_EQ(S_OK, opened->GetClass(&readClass));
+        DWORD pid = 0;
+        EXPECT_TRUE(ZvFioRecordProcess(w.waveRecord(), &pid));
+        EXPECT_NE(GetCurrentProcessId(), pid) << "the plug-in runs in its surrogate";
+        opened->Close();
+        opened->Release();
+        IZvRenderFileClass *cls = nullptr;
+        ASSERT_EQ(S_OK, readClass->GetRenderClass(&cls));
+        readClass->Release();
+        GUID guid = {};
+        EXPECT_EQ(S_OK, cls->GetClassGuid(&guid));
+        EXPECT_TRUE(IsEqualGUID(guid, kWaveRenderer));
+        tagZVTEMPLATExV2 *t = nullptr;
+        ASSERT_EQ(S_OK, cls->GetTemplate(&t, 0));
+        ASSERT_TRUE(t);
+        EXPECT_TRUE(IsEqualGUID(t->rendererClass, kWaveRenderer));
+        const std::wstring path = d + L"\\out.wav";
+        IZvRenderFile *file = nullptr;
+        ASSERT_EQ(S_OK, cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0));
+        std::vector<BYTE> samples(4 * 20000);
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = (BYTE)((i * 2654435761u) >> 13);
+        _zvmemorytoken token;
+        ZvMemoryToken_InitLocal(&token, samples.data(), (DWORD)samples.size(), ZVMEMTOKEN_KIND_LOCAL);
+        DWORD written = 0;
+        EXPECT_EQ(S_OK, file->WriteSamples(0, token, 20000, &written));
+        EXPECT_EQ(20000u, written);
+        EXPECT_EQ(S_OK, file->Close());
+        file->Release();
+        free(t);
+        cls->Release();
+        EXPECT_TRUE(NobodyHolds(path)) << "the surrogate closed the file";
+
+        IZvReadFile *reader = nullptr;
+        ASSERT_EQ(S_OK, w.mgr->OpenReader(path.c_str(), &reader, 0));
+        std::vector<BYTE> local(64 * 1024), back;
+        ZvMemoryToken_InitLocal(&token, local.data(), (DWORD)local.size(), ZVMEMTOKEN_KIND_LOCAL);
+        EXPECT_EQ(S_OK, ReadAll(reader, token, local.data(), &back));
+        EXPECT_TRUE(back == samples);
+        reader->Close();
+        reader->Release();
+    }
     RemoveFolder(d);
 }
