@@ -182,22 +182,22 @@ protected:
     const ZVFILESTREAMTYPE type_;
 };
 
-// What an open file answers without knowing its format: the class that
-// opened it, its name (owned, may be null), no info blocks, no siblings,
-// no refresh. A reader overrides what its format offers.
-class ReadFileObject : public Com<IZvReadFile, &IID_IZvReadFile> {
+// A file object's class (held) and its name (owned, may be null), as both
+// read and render files answer them.
+template <class Itf, const IID *Iid, class ClassItf>
+class OwnedFile : public Com<Itf, Iid> {
 public:
-    ReadFileObject(IZvReadFileClass *owner, BSTR name) : owner_(owner), name_(name) { owner_->AddRef(); }
-    ~ReadFileObject() override
+    OwnedFile(ClassItf *owner, BSTR name) : owner_(owner), name_(name) { owner_->AddRef(); }
+    ~OwnedFile() override
     {
         owner_->Release();
         SysFreeString(name_);
     }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvReadFileClass **readClass) override
+    HRESULT STDMETHODCALLTYPE GetClass(ClassItf **cls) override
     {
-        if (!readClass)
+        if (!cls)
             return E_POINTER;
-        *readClass = owner_;
+        *cls = owner_;
         owner_->AddRef();
         return S_OK;
     }
@@ -208,6 +208,18 @@ public:
         *name = name_ ? SysAllocString(name_) : NULL;
         return *name || !name_ ? S_OK : E_OUTOFMEMORY;
     }
+
+protected:
+    ClassItf *owner_;
+    BSTR name_;
+};
+
+// What an open file answers without knowing its format: the class that
+// opened it, its name, no info blocks, no siblings, no refresh. A reader
+// overrides what its format offers.
+class ReadFileObject : public OwnedFile<IZvReadFile, &IID_IZvReadFile, IZvReadFileClass> {
+public:
+    ReadFileObject(IZvReadFileClass *owner, BSTR name) : OwnedFile(owner, name) {}
     HRESULT STDMETHODCALLTYPE GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
@@ -230,47 +242,19 @@ public:
         *meta = nullptr;
         return E_NOTIMPL;
     }
-
-protected:
-    IZvReadFileClass *owner_;
-    BSTR name_;
 };
 
 // What a file being rendered answers without knowing its format: the class
-// that created it, its name (owned), and no file info, metadata, frames or
-// text. A renderer overrides what its format takes.
-class RenderFileObject : public Com<IZvRenderFile, &IID_IZvRenderFile> {
+// that created it, its name, and no file info, metadata, frames or text. A
+// renderer overrides what its format takes.
+class RenderFileObject : public OwnedFile<IZvRenderFile, &IID_IZvRenderFile, IZvRenderFileClass> {
 public:
-    RenderFileObject(IZvRenderFileClass *owner, BSTR name) : owner_(owner), name_(name) { owner_->AddRef(); }
-    ~RenderFileObject() override
-    {
-        owner_->Release();
-        SysFreeString(name_);
-    }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
-    {
-        if (!renderClass)
-            return E_POINTER;
-        *renderClass = owner_;
-        owner_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = name_ ? SysAllocString(name_) : NULL;
-        return *name || !name_ ? S_OK : E_OUTOFMEMORY;
-    }
+    RenderFileObject(IZvRenderFileClass *owner, BSTR name) : OwnedFile(owner, name) {}
     HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
-
-protected:
-    IZvRenderFileClass *owner_;
-    BSTR name_;
 };
 
 // A class factory that makes its objects through a function with a context
