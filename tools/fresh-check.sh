@@ -6,10 +6,11 @@
 #
 #   sh tools/fresh-check.sh [--keep] [REV]     (as root; REV defaults to HEAD)
 #
-# Takes about 20 minutes on a 2-core machine: ~2 for the root filesystem, ~1
-# for the bootstrap's packages, the rest for both builds and the tests. The
-# log of each step is left in $FRESH_DIR (default /tmp/vantry-fresh), and the
-# root is removed at the end unless --keep is given.
+# Takes about 32 minutes on a 2-core machine: ~2 for the root filesystem, ~29
+# for `make test` (the bootstrap's packages, both builds without a compiler
+# cache, the tests), ~1.5 for `make demo`. The log of each step is left in
+# $FRESH_DIR (default /tmp/vantry-fresh), and the root is removed at the end
+# unless --keep is given.
 set -e
 keep=0
 [ "$1" = "--keep" ] && { keep=1; shift; }
