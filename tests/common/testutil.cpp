@@ -40,6 +40,14 @@ std::wstring ExeDir()
     return p.substr(0, p.find_last_of(L"\\/") + 1);
 }
 
+std::wstring TestkitDir()
+{
+    std::wstring here = ExeDir();
+    if (GetFileAttributesW((here + L"testkit.Fio2007-Config").c_str()) != INVALID_FILE_ATTRIBUTES)
+        return here;
+    return here + L"testkit\\";
+}
+
 TempDir::TempDir()
 {
     static LONG serial;

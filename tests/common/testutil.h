@@ -20,6 +20,10 @@ int RunChild(const char *name, int argc, char **argv);
 // Full path of the running executable and of its folder (with a trailing "\").
 std::wstring ExePath();
 std::wstring ExeDir();
+// The test plug-ins' folder (with a trailing "\"): bin\testkit, kept out of
+// the program folder so that the tools there never list them; or the
+// running executable's own folder when it was copied there.
+std::wstring TestkitDir();
 
 // A fresh empty folder below the temporary folder, removed with its files
 // when the object goes.

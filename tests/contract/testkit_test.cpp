@@ -32,7 +32,7 @@ struct Plugin {
     explicit Plugin(const wchar_t *name)
     {
         Counters();
-        module = LoadLibraryW((zvtest::ExeDir() + name).c_str());
+        module = LoadLibraryW((zvtest::TestkitDir() + name).c_str());
         if (module)
             getClassObject = (GetClassObjectFn)(void *)GetProcAddress(module, "DllGetClassObject");
     }

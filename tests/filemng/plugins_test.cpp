@@ -29,7 +29,7 @@ struct Host {
     {
         exe = dir.file(L"fiohost.exe");
         CopyFileW(zvtest::ExePath().c_str(), exe.c_str(), FALSE);
-        std::wstring bin = zvtest::ExeDir();
+        std::wstring bin = zvtest::TestkitDir();
         for (const wchar_t *d : kDlls)
             CopyFileW((bin + d).c_str(), dir.file(d).c_str(), FALSE);
         CopyFileW((bin + L"testkit.Fio2007-Config").c_str(), dir.file(L"testkit.Fio2007-Config").c_str(), FALSE);
@@ -275,9 +275,9 @@ struct InProcess : BareManager {
         std::vector<std::wstring> paths;
         for (const wchar_t *d : dlls) {
             paths.push_back(dir.file(d));
-            CopyFileW((zvtest::ExeDir() + d).c_str(), paths.back().c_str(), FALSE);
+            CopyFileW((zvtest::TestkitDir() + d).c_str(), paths.back().c_str(), FALSE);
         }
-        CopyFileW((zvtest::ExeDir() + L"tk_preloaded.dll").c_str(), dir.file(L"tk_preloaded.dll").c_str(), FALSE);
+        CopyFileW((zvtest::TestkitDir() + L"tk_preloaded.dll").c_str(), dir.file(L"tk_preloaded.dll").c_str(), FALSE);
         // a first start in another process lists them into the cache
         std::wstring cmd = L"\"" + zvtest::ExePath() + L"\" --child fio_list \"" + dir.file(L"host.exe") + L"\"";
         for (auto &p : paths)
@@ -501,8 +501,8 @@ TEST(FioPlugins, SurrogateSideListAndLoad)
     TestkitCounters counters(nullptr);
     fiotest::DataFolder data;
     std::wstring reader = data.dir.file(L"tk_reader.dll"), dual = data.dir.file(L"tk_dual.dll");
-    CopyFileW((zvtest::ExeDir() + L"tk_reader.dll").c_str(), reader.c_str(), FALSE);
-    CopyFileW((zvtest::ExeDir() + L"tk_dual.dll").c_str(), dual.c_str(), FALSE);
+    CopyFileW((zvtest::TestkitDir() + L"tk_reader.dll").c_str(), reader.c_str(), FALSE);
+    CopyFileW((zvtest::TestkitDir() + L"tk_dual.dll").c_str(), dual.c_str(), FALSE);
     IZvFileIOMgrForApp *mgr = nullptr;
     ASSERT_EQ(S_OK, ZVFileIO_CreateSurrogateManagerInstance(&mgr, ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
                                                             data.dir.file(L"host.exe").c_str()));

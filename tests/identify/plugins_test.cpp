@@ -7,6 +7,7 @@
 #include "filemng/fioidentify.h"
 #include "filemng/zvmemtoken.h"
 #include "zverror.h"
+#include "testutil.h"
 #include "../../plugins/testkit/testkit.h"
 
 using namespace idtest;
@@ -66,10 +67,17 @@ _zvmemorytoken Token(void *data, DWORD size)
 const std::vector<const wchar_t *> kOnlyReaders = {L"tk_badlist.dll", L"tk_noentry.dll", L"tk_notadll.dll",
                                                    L"tk_preload.dll", L"pcm.dll"};
 
+// The manager lists the folder of the running program: these tests run from
+// the copy of this program in the test plug-ins' folder (test_identify_testkit).
+#define NEED_TESTKIT_BESIDE()                                                              \
+    if (zvtest::TestkitDir() != zvtest::ExeDir())                                         \
+    GTEST_SKIP() << "the test plug-ins are not beside this program; run from bin\\testkit"
+
 } // namespace
 
 TEST(IdentifyPlugins, TestReaderFileIsFoundOpenedAndRead)
 {
+    NEED_TESTKIT_BESIDE();
     Discovered d(kOnlyReaders);
     ASSERT_NE(nullptr, d.mgr);
     LONG readers = 0;
@@ -101,6 +109,7 @@ TEST(IdentifyPlugins, TestReaderFileIsFoundOpenedAndRead)
 
 TEST(IdentifyPlugins, WrongExtensionFoundByTheListAndBadFilesRefused)
 {
+    NEED_TESTKIT_BESIDE();
     Discovered d(kOnlyReaders);
     ASSERT_NE(nullptr, d.mgr);
     // a tk_dual file named like tk_reader's: the extension class says no, the list finds it
@@ -143,6 +152,7 @@ TEST(IdentifyPlugins, WrongExtensionFoundByTheListAndBadFilesRefused)
 
 TEST(IdentifyPlugins, PluginPathOfARenderer)
 {
+    NEED_TESTKIT_BESIDE();
     Discovered d(kOnlyReaders);
     ASSERT_NE(nullptr, d.mgr);
     IZvRenderFileClass *r = nullptr;

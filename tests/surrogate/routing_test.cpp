@@ -140,7 +140,7 @@ TEST_F(SurrogateTest, ServedObjectRefusesBadCallsInOrder)
     EXPECT_EQ(E_FAIL, ZvFioServed_EditTemplate(&state, 0, nullptr, 0, nullptr, 0, nullptr, nullptr, &edited));
     EXPECT_EQ(nullptr, edited);
     // any other interface comes straight from the DLL
-    std::wstring noEntry = zvtest::ExeDir() + L"tk_noentry.dll";
+    std::wstring noEntry = zvtest::TestkitDir() + L"tk_noentry.dll";
     EXPECT_EQ(CO_E_ERRORINDLL, ZvFioServed_CreateObject(&state, noEntry.c_str(), CLSID_ZvPluginInfo,
                                                         IID_IZvUnsharedFIOPluginInfo, &out));
     std::wstring missing = zvtest::ExeDir() + L"no_such_plugin.dll";

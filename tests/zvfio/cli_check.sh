@@ -38,13 +38,34 @@ call read --raw "$(win "$out/o.raw")" "$f"; expect 0 "8820 samples" "read --raw"
 if cmp -s "$out/o.raw" "$out/stdout.raw" && [ -s "$out/o.raw" ]; then echo "ok   read --raw - writes the samples to standard output"
 else fail "read --raw - differs from read --raw FILE"; fi
 ls "$out"/*.zvfio-partial >/dev/null 2>&1 && fail "a partial output was left behind"
+# Ctrl-C mid-read: a sparse 3.9 GB wave keeps the read busy for seconds
+python3 - "$out/huge.wav" <<'PY'
+import struct, sys
+n = 3900000000
+with open(sys.argv[1], 'wb') as f:
+    f.write(b'RIFF' + struct.pack('<I', n + 36) + b'WAVEfmt ' + struct.pack('<IHHIIHH', 16, 1, 2, 48000, 192000, 4, 16)
+            + b'data' + struct.pack('<I', n))
+    f.truncate(44 + n)
+PY
+"$run" "$bin/zvfio.exe" read --raw "$(win "$out/huge.raw")" "$(win "$out/huge.wav")" >"$out/.out" 2>&1 &
+reader=$!
+i=0; while [ $i -lt 100 ] && ! [ -s "$out/huge.raw.zvfio-partial" ]; do sleep 0.1; i=$((i + 1)); done
+kill -INT $reader; wait $reader; rc=$?; text=$(tr -d '\r' <"$out/.out")
+expect 1 "interrupted; no output kept" "Ctrl-C stops read --raw"
+ls "$out"/huge.raw* >/dev/null 2>&1 && fail "Ctrl-C left an output behind"
+rm -f "$out/huge.wav"
 call read --progress --raw "$(win "$out/o2.raw")" "$f"; expect 0 "frames" "--progress shows progress"
 
+# the program folder lists no test plug-in
+call plugins
+case "$text" in *tk_*) fail "the program folder lists test plug-ins: $text" ;; esac
+
 # plug-ins that offer nothing are listed with their reason: the test plug-ins
-# beside the tool include one that isn't a DLL, one without the entry point
-# and one whose class list is bad; a host folder of its own names a DLL that
-# isn't there
-call plugins --load
+# (copied beside the tool) include one that isn't a DLL, one without the entry
+# point and one whose class list is bad; a host folder of its own names a DLL
+# that isn't there
+mkdir -p "$out/tkhost" && cp "$bin"/testkit/tk_*.dll "$bin"/testkit/*.Fio2007-Config "$bin/zvfio.exe" "$out/tkhost/"
+"$run" "$out/tkhost/zvfio.exe" plugins --load >"$out/.out" 2>&1; rc=$?; text=$(tr -d '\r' <"$out/.out")
 expect 0 "tk_notadll.dll" "plugins --load lists a file that isn't a DLL"
 printf '%s\n' "$text" | grep -A2 "tk_notadll.dll" | grep -q "reason    not a DLL" || fail "tk_notadll.dll: no 'not a DLL' reason: $text"
 printf '%s\n' "$text" | grep -A2 "tk_noentry.dll" | grep -q "reason    no entry point" || fail "tk_noentry.dll: no 'no entry point' reason"
