@@ -4,4 +4,4 @@
 static const TkClass kClasses[] = {
     {&CLSID_TkBadListReader, true, L"Testkit Unlisted Reader", L"TkBadList", L"*.tkb", "TKB1", false},
 };
-extern const TkModule g_tkModule = {TK_DLL_BADLIST, kClasses, 1, true, L"Testkit Unlisted"};
+extern const TkModule g_tkModule = {TK_DLL_BADLIST, kClasses, 1, true, L"Testkit Unlisted", TK_FAULT_NONE};

@@ -202,6 +202,29 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 class TkReadFile;
 
+// TK_FAULT_DEADLOCK: a read that finds another one in flight waits forever.
+class InFlight {
+public:
+    InFlight()
+    {
+        if (g_tkModule.fault != TK_FAULT_DEADLOCK)
+            return;
+        static volatile LONG busy;
+        counter_ = &busy;
+        if (InterlockedIncrement(counter_) > 1)
+            Sleep(INFINITE);
+        Sleep(2);
+    }
+    ~InFlight()
+    {
+        if (counter_)
+            InterlockedDecrement(counter_);
+    }
+
+private:
+    volatile LONG *counter_ = nullptr;
+};
+
 class TkAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
     TkAudioStream(IZvReadFile *file, LONGLONG frames) : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO), frames_(frames) {}
@@ -211,7 +234,7 @@ public:
     {
         if (!samples)
             return E_POINTER;
-        *samples = frames_;
+        *samples = frames_ + (g_tkModule.fault == TK_FAULT_WRONG_COUNT ? 1 : 0);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
@@ -246,6 +269,7 @@ public:
             return ZVERR_BUFFER_TOO_SMALL;
         if (position >= frames_)
             return S_FALSE;
+        InFlight flight;
         DWORD n = (DWORD)((frames_ - position) < sampleCount ? (frames_ - position) : sampleCount);
         short *data = (short *)HeapAlloc(GetProcessHeap(), 0, (SIZE_T)n * 4 + 4);
         if (!data)
@@ -413,6 +437,8 @@ public:
         } else {
             return E_INVALIDARG;
         }
+        if (!mine && g_tkModule.fault == TK_FAULT_CRASH_ON_FOREIGN)
+            *(volatile int *)(ULONG_PTR)info->cbSize = 1;
         if (mine && cls_->needsPreload && !PreloadPresent())
             return ZVERR_PLUGIN_NOT_INITIALIZED;
         return mine ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
@@ -461,6 +487,8 @@ public:
         if (name && !copy)
             return E_OUTOFMEMORY;
         TkCount(TK_OPEN);
+        if (g_tkModule.fault == TK_FAULT_LEAK_HANDLE)
+            CreateEventW(NULL, TRUE, FALSE, NULL);
         return Hand(new (std::nothrow) TkReadFile(this, copy, size.QuadPart, frames), IID_IZvReadFile,
                     (void **)file);
     }

@@ -15,12 +15,23 @@ struct TkClass {
     bool needsPreload;           // refuses to read without tk_preloaded.dll
 };
 
+// The one fault of a deliberately broken reader (tk_broken.cpp), for the
+// validator's own tests.
+enum TkFault {
+    TK_FAULT_NONE,
+    TK_FAULT_CRASH_ON_FOREIGN,   // IdentifyFile crashes on a file that isn't its own
+    TK_FAULT_LEAK_HANDLE,        // each open leaks an event handle
+    TK_FAULT_WRONG_COUNT,        // says it has one frame more than it reads
+    TK_FAULT_DEADLOCK,           // a second read in flight at once never returns
+};
+
 struct TkModule {
     TestkitDll row;
     const TkClass *classes;
     int classCount;
     bool listingFails;
     const wchar_t *pluginName;
+    TkFault fault;
 };
 
 // Defined by each DLL.

@@ -5,4 +5,4 @@
 static const TkClass kClasses[] = {
     {&CLSID_TkNoEntryReader, true, L"Testkit Unreachable Reader", L"TkNoEntry", L"*.tkn", "TKN1", false},
 };
-extern const TkModule g_tkModule = {TK_DLL_NOENTRY, kClasses, 1, false, L"Testkit Unreachable"};
+extern const TkModule g_tkModule = {TK_DLL_NOENTRY, kClasses, 1, false, L"Testkit Unreachable", TK_FAULT_NONE};

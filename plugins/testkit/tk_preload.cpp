@@ -5,4 +5,4 @@
 static const TkClass kClasses[] = {
     {&CLSID_TkPreloadReader, true, L"Testkit Preload Reader", L"TkPreload", L"*.tkp", TK_MAGIC_PRELOAD, true},
 };
-extern const TkModule g_tkModule = {TK_DLL_PRELOAD, kClasses, 1, false, L"Testkit Preload"};
+extern const TkModule g_tkModule = {TK_DLL_PRELOAD, kClasses, 1, false, L"Testkit Preload", TK_FAULT_NONE};

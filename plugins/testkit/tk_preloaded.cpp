@@ -2,4 +2,4 @@
 // it only counts that it was loaded.
 #include "tk_common.h"
 
-extern const TkModule g_tkModule = {TK_DLL_PRELOADED, nullptr, 0, false, L"Testkit Preload Module"};
+extern const TkModule g_tkModule = {TK_DLL_PRELOADED, nullptr, 0, false, L"Testkit Preload Module", TK_FAULT_NONE};
