@@ -15,6 +15,7 @@
 #include "zvlist.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
+#include "audio/waveformat.h"
 #include <psapi.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -461,6 +462,94 @@ Verdict CheckSamples(Child &c)
     return Pass("%zu sample files read to the end at 1, 7, 4096 and 1 MiB a call, seeks in place", c.samples.size());
 }
 
+// The file a renderer class writes with one of its presets: a short signal
+// in the format the file says it takes, read back through the manager.
+std::string RenderOne(Child &c, IZvRenderFileClass *cls, const tagZVTEMPLATExV2 *t, const std::wstring &path)
+{
+    IZvRenderFile *file = nullptr;
+    HRESULT hr = cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0);
+    if (FAILED(hr) || !file)
+        return "CreateFile gave " + Code(hr);
+    _ZVFILESTREAMFORMATINFOv2 format = {};
+    format.cbSize = sizeof format;
+    hr = file->GetStreamFormatInfo(0, &format);
+    const ZVWAVEFORMAT *wf = (const ZVWAVEFORMAT *)format.format;
+    if (FAILED(hr) || !wf->blockAlign || !wf->channels || !wf->samplesPerSec) {
+        file->Abort();
+        file->Release();
+        return "GetStreamFormatInfo of the new file gave " + Code(hr);
+    }
+    const DWORD frames = wf->samplesPerSec / 10 + 7, align = wf->blockAlign;
+    std::vector<BYTE> signal((size_t)frames * align);
+    for (size_t i = 0; i < signal.size(); ++i)
+        signal[i] = (BYTE)(i * 7 + i / align);
+    if (FAILED(hr = file->BeginWrite(0))) {
+        file->Release();
+        return "BeginWrite gave " + Code(hr);
+    }
+    for (DWORD at = 0; at < frames && SUCCEEDED(hr);) {
+        DWORD n = std::min<DWORD>(frames - at, 4093), written = 0;
+        _zvmemorytoken token;
+        ZvMemoryToken_InitLocal(&token, &signal[(size_t)at * align], n * align, ZVMEMTOKEN_KIND_LOCAL);
+        hr = file->WriteSamples(0, token, n, &written);
+        if (SUCCEEDED(hr) && written != n)
+            hr = E_FAIL;
+        at += n;
+    }
+    HRESULT end = SUCCEEDED(hr) ? file->EndWrite(0) : file->Abort();
+    file->Release();
+    if (FAILED(hr) || FAILED(end))
+        return "WriteSamples/EndWrite gave " + Code(FAILED(hr) ? hr : end);
+    Stream back;
+    std::string failure = OpenAudio(c.mgr.get(), path, back);
+    if (!failure.empty())
+        return "reading it back: " + failure;
+    if (back.frames != frames)
+        return "it reads back with " + std::to_string(back.frames) + " frames, " + std::to_string(frames) + " written";
+    std::vector<BYTE> data;
+    if (!(failure = ReadRange(back.audio, back.align, 0, back.frames, 4096, data)).empty())
+        return "reading it back: " + failure;
+    if (back.align == align && data != signal)
+        return "it reads back with other samples than were written";
+    return "";
+}
+
+Verdict CheckRenderers(Child &c)
+{
+    int rendered = 0;
+    for (const ZVFIO_PLUGININFO *r : Records(c.mgr.get())) {
+        if (!(r->Access & ZVFIO_ACCESS_RENDERER))
+            continue;
+        IZvRenderFileClass *cls = nullptr;
+        HRESULT hr = c.mgr->FindRendererClass(&cls, r->clsidRenderer);
+        if (FAILED(hr) || !cls)
+            return Fail("FindRendererClass(%s) gave %s", Guid(r->clsidRenderer).c_str(), Code(hr).c_str());
+        const wchar_t *e = r->ExtRenderer ? wcschr(r->ExtRenderer, L'.') : nullptr;
+        const std::wstring ext = e ? std::wstring(e, wcscspn(e, L";, ")) : L".out";
+        LONG count = 0;
+        cls->GetTemplateCount(&count);
+        for (LONG i = 0; i < count; ++i) {
+            PZVTEMPLATE t = nullptr;
+            if (FAILED(hr = cls->GetTemplate(&t, i)) || !t) {
+                cls->Release();
+                return Fail("%s: GetTemplate(%ld) gave %s", Utf8(r->szName).c_str(), (long)i, Code(hr).c_str());
+            }
+            std::wstring path = c.scratch + L"\\render" + std::to_wstring(rendered) + ext;
+            std::string failure = RenderOne(c, cls, (const tagZVTEMPLATExV2 *)t, path);
+            free(t);   // the record is the caller's, from the C run-time
+            if (!failure.empty()) {
+                cls->Release();
+                return Fail("%s, preset %ld: %s", Utf8(r->szName).c_str(), (long)i, failure.c_str());
+            }
+            ++rendered;
+        }
+        cls->Release();
+    }
+    if (!rendered)
+        return Skip("no renderer class with a preset");
+    return Pass("%d presets rendered a signal that reads back", rendered);
+}
+
 Verdict CheckThreads(Child &c)
 {
     if (c.samples.empty())
@@ -625,7 +714,8 @@ struct CheckDef {
 };
 const CheckDef kChecks[] = {
     {"listing", CheckListing, 60}, {"identify", CheckIdentify, 60}, {"samples", CheckSamples, 300},
-    {"threads", CheckThreads, 120}, {"leaks", CheckLeaks, 300},     {"kill", CheckKill, 60},
+    {"renderers", CheckRenderers, 120}, {"threads", CheckThreads, 120}, {"leaks", CheckLeaks, 300},
+    {"kill", CheckKill, 60},
 };
 
 LONG WINAPI CrashFilter(EXCEPTION_POINTERS *pointers)
@@ -898,6 +988,8 @@ extern const Command kValidateCommand = {
     "            clear error, never a crash\n"
     "  samples   each sample file opens and reads to its end at 1, 7, 4096\n"
     "            and 1 MiB a call with the same bytes; seeks land in place\n"
+    "  renderers each preset of each renderer class renders a short signal\n"
+    "            that reads back through the manager's readers\n"
     "  threads   8 threads on one stream read what one thread reads\n"
     "  leaks     1,000 open/read/close cycles grow neither handles nor memory\n"
     "  kill      (--routed) killing the surrogate mid-read gives the caller\n"
