@@ -17,13 +17,7 @@ namespace {
 
 const GUID kWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
 
-std::wstring PcmDll()
-{
-    wchar_t exe[MAX_PATH];
-    GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring dll(exe);
-    return dll.substr(0, dll.rfind(L'\\') + 1) + L"pcm.dll";
-}
+std::wstring PcmDll() { return zvtest::ExeDir() + L"pcm.dll"; }
 
 // Writes the folder's configuration: pcm.dll by its full path, with a group
 // when `group` isn't -1, and a merit for the wave reader when `merit` isn't 0.
@@ -103,16 +97,6 @@ struct Routed {
     }
 };
 
-std::wstring NewFolder()
-{
-    wchar_t tmp[MAX_PATH], d[MAX_PATH];
-    GetTempPathW(MAX_PATH, tmp);
-    GetTempFileNameW(tmp, L"zrt", 0, d);
-    DeleteFileW(d);
-    CreateDirectoryW(d, nullptr);
-    return d;
-}
-
 // True when nothing, in any process, holds the file open any more.
 bool NobodyHolds(const std::wstring &path)
 {
@@ -166,7 +150,8 @@ protected:
 
 TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
 {
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     // a merit makes the open ask the reader once more, outside identification
     WriteConfig(d, 1, 5);
     {
@@ -225,12 +210,12 @@ TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
         EXPECT_TRUE(NobodyHolds(wave)) << "the reader's handle went with it";
         EXPECT_EQ(-1, slot->hDuplicate);
     }
-    RemoveFolder(d);
 }
 
 TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
 {
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     auto group = [&](DWORD flags) {
         Routed w(d, flags);
         EXPECT_EQ(S_OK, w.listed);
@@ -246,7 +231,6 @@ TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
     WriteConfig(d, -1, 0);
     EXPECT_EQ(-1, group(ZVFIO_CREATE_FULLLISTING)) << "the way back";
     EXPECT_EQ(-1, group(0));
-    RemoveFolder(d);
 }
 
 // The wave renderer in the surrogate: its preset crosses as a template
@@ -255,7 +239,8 @@ TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
 TEST_F(RoutedPcm, RenderedInTheSurrogate)
 {
     const GUID kWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     WriteConfig(d, 1, 5);
     {
         Routed w(d, ZVFIO_CREATE_NOCACHE);
@@ -307,5 +292,4 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
         reader->Close();
         reader->Release();
     }
-    RemoveFolder(d);
 }

@@ -131,6 +131,7 @@ TEST_F(SurrogateTest, ServedObjectRefusesBadCallsInOrder)
     void *out = (void *)1;
     EXPECT_EQ(E_INVALIDARG, ZvFioServed_CreateObject(&state, L"", CLSID_ZvPluginInfo, IID_IUnknown, &out));
     EXPECT_EQ(nullptr, out);
+    EXPECT_EQ(E_INVALIDARG, ZvFioServed_CreateObject(&state, nullptr, CLSID_ZvPluginInfo, IID_IUnknown, &out));
     EXPECT_EQ(E_INVALIDARG, ZvFioServed_CreateObject(&state, L"x.dll", CLSID_ZvPluginInfo, IID_IUnknown, nullptr));
     // plug-in classes need the manager first
     EXPECT_EQ(E_UNEXPECTED,
