@@ -5,6 +5,7 @@
 // its wave renderer, reached from the routed reader, writes from there.
 #include <gtest/gtest.h>
 #include "mockreader.h"
+#include "childguard.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
@@ -67,22 +68,13 @@ struct Routed {
     }
     ~Routed()
     {
-        std::vector<HANDLE> children;
-        ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-        for (LONG i = 0; t && i < t->used; ++i)
-            if (HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, t->slots[i].processId))
-                children.push_back(h);
+        zvtest::ChildGuard guard;
+        guard.adoptTable();
         if (app) {
             app->CleanUp();
             app->Release();
         }
-        for (HANDLE h : children) {
-            if (WaitForSingleObject(h, 5000) != WAIT_OBJECT_0) {
-                ADD_FAILURE() << "a surrogate outlived its manager";
-                TerminateProcess(h, 1);
-            }
-            CloseHandle(h);
-        }
+        guard.check(5000);
         ZvFioResetDataPaths();
     }
     ZVFIO_PLUGININFO *waveRecord() const

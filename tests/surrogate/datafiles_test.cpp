@@ -29,7 +29,7 @@ TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
     zvtest::RemoveTree(strayCache);
 
     ZvFioResetDataPaths();
-    ChildGuard guard;
+    zvtest::ChildGuard guard;
     IZvFileIOMgrForApp *app = nullptr;
     long reserved = 0;
     ASSERT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY, nullptr, reserved));
