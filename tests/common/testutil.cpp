@@ -60,7 +60,7 @@ TempDir::TempDir()
     path_ = name;
 }
 
-static void removeTree(const std::wstring &dir)
+void RemoveTree(const std::wstring &dir)
 {
     WIN32_FIND_DATAW fd;
     HANDLE h = FindFirstFileW((dir + L"\\*").c_str(), &fd);
@@ -71,7 +71,7 @@ static void removeTree(const std::wstring &dir)
                 continue;
             std::wstring full = dir + L"\\" + name;
             if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                removeTree(full);
+                RemoveTree(full);
             else {
                 SetFileAttributesW(full.c_str(), FILE_ATTRIBUTE_NORMAL);
                 DeleteFileW(full.c_str());
@@ -84,7 +84,36 @@ static void removeTree(const std::wstring &dir)
 
 TempDir::~TempDir()
 {
-    removeTree(path_);
+    RemoveTree(path_);
+}
+
+std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key)
+{
+    wchar_t buf[1024];
+    GetPrivateProfileStringW(section.c_str(), key.c_str(), L"<none>", buf, 1024, file.c_str());
+    return buf;
+}
+
+DWORD RunProcess(std::wstring commandLine, const wchar_t *folder, DWORD ms)
+{
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    if (!CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, folder, &si, &pi))
+        return 1000;
+    DWORD code = 1001;
+    if (WaitForSingleObject(pi.hProcess, ms) == WAIT_OBJECT_0)
+        GetExitCodeProcess(pi.hProcess, &code);
+    else
+        TerminateProcess(pi.hProcess, 1001);
+    CloseHandle(pi.hProcess);
+    CloseHandle(pi.hThread);
+    return code;
+}
+
+DWORD RunChildProcess(const std::wstring &nameAndArgs, const wchar_t *folder, DWORD ms)
+{
+    return RunProcess(L"\"" + ExePath() + L"\" --child " + nameAndArgs, folder, ms);
 }
 
 bool WriteFileBytes(const std::wstring &path, const void *data, size_t size)

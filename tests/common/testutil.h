@@ -40,6 +40,17 @@ private:
 // Whole-file helpers.
 bool WriteFileBytes(const std::wstring &path, const void *data, size_t size);
 bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out);
+// Removes a folder with everything below it.
+void RemoveTree(const std::wstring &dir);
+// One value of an .ini file, "<none>" when it is missing.
+std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key);
+
+// Runs a command line in `folder` (null: this one) and returns its exit
+// code: 1000 when it doesn't start, 1001 when it runs past `ms` (then it
+// is terminated).
+DWORD RunProcess(std::wstring commandLine, const wchar_t *folder = nullptr, DWORD ms = 60000);
+// The same with this executable as "--child NAME args".
+DWORD RunChildProcess(const std::wstring &nameAndArgs, const wchar_t *folder = nullptr, DWORD ms = 60000);
 
 // A small seeded generator for mutation tests, the same sequence everywhere.
 struct Rng {

@@ -8,7 +8,7 @@
 #include "zvplugin.h"
 #include "zvmanager.h"
 #include "zvsurrogate.h"
-#include "contract_child.h"
+#include "childserver.h"
 
 namespace {
 

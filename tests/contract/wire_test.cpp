@@ -10,10 +10,6 @@ static_assert(offsetof(_zvmemorytoken, cbData) == 16, "token layout");
 static_assert(offsetof(_zvmemorytoken, dwKind) == 32, "token layout");
 static_assert(offsetof(_ZVFILESTREAMFORMATINFOv2, extension) == 24, "format record layout");
 static_assert(offsetof(_ZVFILESTREAMFORMATINFOv2, format) == 88, "format record layout");
-static_assert(offsetof(tagZVTEMPLATExV2, rendererClass) == 24, "template layout");
-static_assert(offsetof(tagZVTEMPLATExV2, audio) == 56, "template layout");
-static_assert(offsetof(tagZVTEMPLATExV2, video) == 256, "template layout");
-static_assert(offsetof(tagZVTEMPLATExV2, dwTextCapacity) == 528, "template layout");
 
 TEST(ContractRecords, HandlesCrossAsSignExtended64BitValues)
 {

@@ -15,13 +15,7 @@ inline std::wstring GuidText(const GUID &g)
     return t;
 }
 
-// One value of an .ini file, "<none>" when it is missing.
-inline std::wstring Ini(const std::wstring &file, const std::wstring &section, const std::wstring &key)
-{
-    wchar_t buf[1024];
-    GetPrivateProfileStringW(section.c_str(), key.c_str(), L"<none>", buf, 1024, file.c_str());
-    return buf;
-}
+using zvtest::Ini;
 
 // Gives a file a last write time that differs by the minute.
 inline void SetMinute(const std::wstring &path, WORD minute)

@@ -2,6 +2,7 @@
 // acceleration blocks and the surrogate table.
 #include <gtest/gtest.h>
 #include "fiotest.h"
+#include "memlogger.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
@@ -22,48 +23,12 @@ IZvFileIOMgrForApp *CreateBare(DWORD flags = 0, _ZVFIO_KEYED_INFO *info = nullpt
     return mgr;
 }
 
-// A logger that only counts.
-struct CountingLogger : IZvLogger {
-    LONG refs = 1;
-    std::vector<std::wstring> lines;
-    STDMETHODIMP QueryInterface(REFIID riid, void **out) override
-    {
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IZvLogger)) {
-            *out = this;
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return (ULONG)InterlockedIncrement(&refs); }
-    STDMETHODIMP_(ULONG) Release() override { return (ULONG)InterlockedDecrement(&refs); }
-    STDMETHODIMP Init(LPCWSTR, DWORD, LONG, LONG) override { return S_OK; }
-    STDMETHODIMP Shutdown() override { return S_OK; }
-    STDMETHODIMP Write(DWORD, LPCWSTR, LONG, LPCWSTR text) override
-    {
-        lines.push_back(text ? text : L"");
-        return S_OK;
-    }
-    STDMETHODIMP GetLogFileName(WCHAR *buffer, LONG length) override
-    {
-        if (length > 0)
-            buffer[0] = 0;
-        return S_OK;
-    }
-};
+using CountingLogger = zvtest::MemoryLogger;
 
 } // namespace
 
-TEST(FioManagerCore, RecordSizesAndLayout)
-{
-    EXPECT_EQ(452u, sizeof(_ZVFIO_INITIALIZATION_METRICS));
-    EXPECT_EQ(92u, offsetof(_ZVFIO_INITIALIZATION_METRICS, values));
-#ifndef _WIN64
-    EXPECT_EQ(1216u, sizeof(ZVFIO_PLUGININFO));
-#endif
-    EXPECT_EQ(48u, sizeof(_ZVFIO_ACCELERATION_INFO));
-}
+static_assert(offsetof(_ZVFIO_INITIALIZATION_METRICS, values) == 92, "metrics layout");
+static_assert(sizeof(_ZVFIO_ACCELERATION_INFO) == 48, "acceleration layout");
 
 TEST(FioManagerCore, ManagerOnlyCreationAnswersEverySlot)
 {

@@ -29,24 +29,11 @@ bool holds(const void *p, size_t n, DWORD seed)
 // Exit codes of the child: 0 done, 1 wrong bytes, 2 the token was invalid.
 DWORD runChild(const char *op, const _zvmemorytoken &t, DWORD access, DWORD seed)
 {
-    wchar_t cmd[1024];
-    swprintf(cmd, 1024, L"\"%ls\" --child memtoken %hs %llx %llx %lx %lx %lx %lx %lx %lx", zvtest::ExePath().c_str(), op,
-             (unsigned long long)t.hMapping, (unsigned long long)t.qwBase, (unsigned long)t.cbData,
-             (unsigned long)t.dwOffset, (unsigned long)t.dwKind, (unsigned long)t.dwProcessId,
-             (unsigned long)access, (unsigned long)seed);
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi;
-    if (!CreateProcessW(NULL, cmd, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi))
-        return 99;
-    DWORD code = 98;
-    if (WaitForSingleObject(pi.hProcess, 30000) == WAIT_OBJECT_0)
-        GetExitCodeProcess(pi.hProcess, &code);
-    else
-        TerminateProcess(pi.hProcess, 97);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
-    return code;
+    wchar_t args[512];
+    swprintf(args, 512, L"memtoken %hs %llx %llx %lx %lx %lx %lx %lx %lx", op, (unsigned long long)t.hMapping,
+             (unsigned long long)t.qwBase, (unsigned long)t.cbData, (unsigned long)t.dwOffset, (unsigned long)t.dwKind,
+             (unsigned long)t.dwProcessId, (unsigned long)access, (unsigned long)seed);
+    return zvtest::RunChildProcess(args, nullptr, 30000);
 }
 
 } // namespace

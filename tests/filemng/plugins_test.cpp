@@ -45,22 +45,9 @@ struct Host {
     DWORD start(DWORD flags = 0)
     {
         DeleteFileW(result().c_str());
-        wchar_t cmd[1024];
-        swprintf(cmd, 1024, L"\"%ls\" --child fio_start %lu \"%ls\"", exe.c_str(), (unsigned long)flags,
-                 result().c_str());
-        STARTUPINFOW si = {};
-        si.cb = sizeof si;
-        PROCESS_INFORMATION pi = {};
-        if (!CreateProcessW(nullptr, cmd, nullptr, nullptr, FALSE, 0, nullptr, dir.path().c_str(), &si, &pi))
-            return 1000;
-        DWORD code = 1001;
-        if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0)
-            GetExitCodeProcess(pi.hProcess, &code);
-        else
-            TerminateProcess(pi.hProcess, 1002);
-        CloseHandle(pi.hProcess);
-        CloseHandle(pi.hThread);
-        return code;
+        return zvtest::RunProcess(L"\"" + exe + L"\" --child fio_start " + std::to_wstring(flags) + L" \"" +
+                                      result() + L"\"",
+                                  dir.path().c_str());
     }
     // The child's report on the record of a class (by name).
     std::wstring rec(const wchar_t *name, const wchar_t *key) const
@@ -279,18 +266,10 @@ struct InProcess : BareManager {
         }
         CopyFileW((zvtest::TestkitDir() + L"tk_preloaded.dll").c_str(), dir.file(L"tk_preloaded.dll").c_str(), FALSE);
         // a first start in another process lists them into the cache
-        std::wstring cmd = L"\"" + zvtest::ExePath() + L"\" --child fio_list \"" + dir.file(L"host.exe") + L"\"";
+        std::wstring args = L"fio_list \"" + dir.file(L"host.exe") + L"\"";
         for (auto &p : paths)
-            cmd += L" \"" + p + L"\"";
-        STARTUPINFOW si = {};
-        si.cb = sizeof si;
-        PROCESS_INFORMATION pi = {};
-        if (CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) {
-            WaitForSingleObject(pi.hProcess, 60000);
-            GetExitCodeProcess(pi.hProcess, &childCode);
-            CloseHandle(pi.hProcess);
-            CloseHandle(pi.hThread);
-        }
+            args += L" \"" + p + L"\"";
+        childCode = zvtest::RunChildProcess(args);
         // this start is warm: nothing is loaded yet
         std::vector<const wchar_t *> raw;
         for (auto &p : paths)

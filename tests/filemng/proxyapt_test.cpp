@@ -4,29 +4,9 @@
 #include <thread>
 #include "zvproxy.h"
 #include "zvlogger.h"
+#include "memlogger.h"
 
 namespace {
-
-// A logger that only counts, living in the multithreaded apartment.
-struct CountingLogger : IZvLogger {
-    std::atomic<LONG> refs{1}, writes{0};
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
-    {
-        if (iid == IID_IUnknown || iid == IID_IZvLogger) {
-            *out = static_cast<IZvLogger *>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
-    ULONG STDMETHODCALLTYPE Release() override { return --refs; }
-    HRESULT STDMETHODCALLTYPE Init(LPCWSTR, DWORD, LONG, LONG) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Shutdown() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Write(DWORD, LPCWSTR, LONG, LPCWSTR) override { writes++; return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetLogFileName(WCHAR *, LONG) override { return S_OK; }
-};
 
 HRESULT callFromApartment(DWORD cookie, DWORD model)
 {
@@ -58,7 +38,7 @@ TEST(ProxyRegistration, ContractInterfacesCrossApartments)
 {
     CoInitializeEx(NULL, COINIT_MULTITHREADED);
     ZvProxy_Register();
-    CountingLogger logger;
+    zvtest::MemoryLogger logger; // lives in the multithreaded apartment
     IGlobalInterfaceTable *git = nullptr;
     ASSERT_EQ(CoCreateInstance(CLSID_StdGlobalInterfaceTable, NULL, CLSCTX_INPROC_SERVER, IID_IGlobalInterfaceTable,
                                (void **)&git), S_OK);
@@ -67,7 +47,7 @@ TEST(ProxyRegistration, ContractInterfacesCrossApartments)
     EXPECT_EQ(callFromApartment(cookie, COINIT_MULTITHREADED), S_OK);
     EXPECT_EQ(callFromApartment(cookie, COINIT_APARTMENTTHREADED), S_OK);
     EXPECT_EQ(callFromApartment(cookie, COINIT_APARTMENTTHREADED), S_OK);
-    EXPECT_EQ(logger.writes, 3);
+    EXPECT_EQ(logger.lines.size(), 3u);
     git->RevokeInterfaceFromGlobal(cookie);
     git->Release();
     CoUninitialize();

@@ -12,6 +12,7 @@
 #include <vector>
 
 using namespace idtest;
+using zvtest::Ini;
 
 namespace {
 
@@ -44,13 +45,6 @@ std::wstring CacheOf(const wchar_t *product)
     wchar_t name[64];
     _snwprintf(name, 64, L"FFCache_x86_%d.ini", (int)GetSystemDefaultLCID());
     return std::wstring(local) + L"\\" + product + L"\\" + name;
-}
-
-std::wstring Ini(const std::wstring &file, const wchar_t *section, const wchar_t *key)
-{
-    wchar_t buf[1024];
-    GetPrivateProfileStringW(section, key, L"<none>", buf, 1024, file.c_str());
-    return buf;
 }
 
 // One run of a host with its output (both streams) in a file.

@@ -3,6 +3,7 @@
 // readers that say they aren't ready.
 #include <gtest/gtest.h>
 #include "mockreader.h"
+#include "memlogger.h"
 #include "filemng/fioidentify.h"
 #include "media/quickid.h"
 #include <set>
@@ -14,40 +15,7 @@ namespace {
 const HRESULT kUnsupported = (HRESULT)0x8004E016;
 const HRESULT kNotReady = (HRESULT)0x8004E047;
 
-struct Logger : IZvLogger {
-    std::vector<std::wstring> lines;
-    STDMETHODIMP QueryInterface(REFIID riid, void **out) override
-    {
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IZvLogger)) {
-            *out = this;
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP Init(LPCWSTR, DWORD, LONG, LONG) override { return S_OK; }
-    STDMETHODIMP Shutdown() override { return S_OK; }
-    STDMETHODIMP Write(DWORD, LPCWSTR, LONG, LPCWSTR text) override
-    {
-        lines.push_back(text ? text : L"");
-        return S_OK;
-    }
-    STDMETHODIMP GetLogFileName(WCHAR *b, LONG n) override
-    {
-        if (n > 0)
-            b[0] = 0;
-        return S_OK;
-    }
-    bool has(const wchar_t *part) const
-    {
-        for (const auto &l : lines)
-            if (l.find(part) != std::wstring::npos)
-                return true;
-        return false;
-    }
-};
+using Logger = zvtest::MemoryLogger;
 
 // Identifies a file by path through the manager.
 HRESULT Identify(CZvFileIOManager *mgr, const std::wstring &path, LONG *index, DWORD access = GENERIC_READ)

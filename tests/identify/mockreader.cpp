@@ -112,12 +112,6 @@ STDMETHODIMP MockReader::OpenFile(IZvReadFile **file, UINT64 handle, DWORD, LPCW
 
 MockSetup::MockSetup(const std::vector<Entry> &entries)
 {
-    wchar_t tmp[MAX_PATH], dir[MAX_PATH];
-    GetTempPathW(MAX_PATH, tmp);
-    GetTempFileNameW(tmp, L"zid", 0, dir);
-    DeleteFileW(dir);
-    CreateDirectoryW(dir, nullptr);
-    dataDir = dir;
     ZvFioResetDataPaths();
     ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dataDir + L"\\host.exe").c_str());
     long reserved = 0;
@@ -150,21 +144,6 @@ MockSetup::~MockSetup()
     if (app)
         app->Release();
     ZvFioResetDataPaths();
-    RemoveFolder(dataDir);
-}
-
-void RemoveFolder(const std::wstring &dir)
-{
-    std::wstring pattern = dir + L"\\*";
-    WIN32_FIND_DATAW fd;
-    HANDLE h = FindFirstFileW(pattern.c_str(), &fd);
-    if (h != INVALID_HANDLE_VALUE) {
-        do
-            DeleteFileW((dir + L"\\" + fd.cFileName).c_str());
-        while (FindNextFileW(h, &fd));
-        FindClose(h);
-    }
-    RemoveDirectoryW(dir.c_str());
 }
 
 LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }
@@ -172,13 +151,7 @@ LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }
 std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::vector<unsigned char> &bytes)
 {
     std::wstring path = dir + L"\\" + name;
-    HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD done = 0;
-    if (h != INVALID_HANDLE_VALUE) {
-        if (!bytes.empty())
-            WriteFile(h, bytes.data(), (DWORD)bytes.size(), &done, nullptr);
-        CloseHandle(h);
-    }
+    zvtest::WriteFileBytes(path, bytes.data(), bytes.size());
     return path;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 #include "filemng/filemng.h"
+#include "testutil.h"
 
 namespace idtest {
 
@@ -68,16 +69,14 @@ struct MockSetup {
     };
     IZvFileIOMgrForApp *app = nullptr;
     CZvFileIOManager *mgr = nullptr;
-    std::wstring dataDir;
+    zvtest::TempDir tmp;
+    const std::wstring dataDir = tmp.path();
 
     explicit MockSetup(const std::vector<Entry> &entries);
     ~MockSetup();
     // reader list index of a class
     LONG indexOf(const MockReader &r) const;
 };
-
-// Removes a folder and the files in it.
-void RemoveFolder(const std::wstring &dir);
 
 // Writes a file into the test's temporary folder and returns its path.
 std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::vector<unsigned char> &bytes);

@@ -18,17 +18,12 @@ namespace {
 // its data files in a folder of its own.
 struct Discovered {
     TestkitCounters counters;
-    std::wstring dir;
+    zvtest::TempDir tmp;
+    const std::wstring dir = tmp.path();
     IZvFileIOMgrForApp *app = nullptr;
     CZvFileIOManager *mgr = nullptr;
     explicit Discovered(std::vector<const wchar_t *> skip)
     {
-        wchar_t tmp[MAX_PATH], d[MAX_PATH];
-        GetTempPathW(MAX_PATH, tmp);
-        GetTempFileNameW(tmp, L"zip", 0, d);
-        DeleteFileW(d);
-        CreateDirectoryW(d, nullptr);
-        dir = d;
         ZvFioResetDataPaths();
         ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dir + L"\\host.exe").c_str());
         static _ZVFIO_KEYED_INFO info;
@@ -45,7 +40,6 @@ struct Discovered {
         if (app)
             app->Release();
         ZvFioResetDataPaths();
-        RemoveFolder(dir);
     }
 };
 
@@ -173,11 +167,7 @@ namespace {
 
 bool HavePcm()
 {
-    wchar_t exe[MAX_PATH];
-    GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring dll(exe);
-    dll = dll.substr(0, dll.rfind(L'\\') + 1) + L"pcm.dll";
-    return GetFileAttributesW(dll.c_str()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW((zvtest::ExeDir() + L"pcm.dll").c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 const std::vector<const wchar_t *> kOnlyPcm = {L"tk_dual.dll",    L"tk_reader.dll",  L"tk_badlist.dll",
@@ -235,60 +225,17 @@ void Put32(std::vector<unsigned char> &b, size_t at, DWORD v) { memcpy(&b[at], &
 
 } // namespace
 
-TEST(IdentifyPcm, BadWaveFilesGiveTheSystemsCodes)
-{
-    if (!HavePcm())
-        GTEST_SKIP() << "pcm.dll is not built";
-    Discovered d(kOnlyPcm);
-    ASSERT_NE(nullptr, d.mgr);
-    std::vector<unsigned char> good = WaveBytes(4800);
-    LONGLONG frames = 0;
-    ASSERT_EQ(S_OK, OpenAndRead(d.mgr, WriteTemp(d.dir, L"good.wav", good), &frames));
-    EXPECT_EQ(4800, frames);
-
-    struct Bad {
-        const wchar_t *name;
-        std::vector<unsigned char> bytes;
-    };
-    std::vector<Bad> bad;
-    bad.push_back({L"truncated.wav", std::vector<unsigned char>(good.begin(), good.begin() + 30)});
-    auto past = good;
-    Put32(past, 16, 0x7FFFFFF0); // fmt chunk past the end
-    bad.push_back({L"fmtpast.wav", past});
-    auto zero = good;
-    zero[22] = zero[23] = 0; // no channels
-    bad.push_back({L"nochannels.wav", zero});
-    auto rate = good;
-    Put32(rate, 24, 0); // sample rate 0
-    bad.push_back({L"rate0.wav", rate});
-    auto huge = good;
-    Put32(huge, 24, 0xFFFFFFFF);
-    bad.push_back({L"ratehuge.wav", huge});
-    std::vector<unsigned char> noise(20000);
-    for (size_t i = 0; i < noise.size(); ++i)
-        noise[i] = (unsigned char)((i * 2654435761u) >> 11);
-    bad.push_back({L"noise.wav", noise});
-    for (const Bad &b : bad) {
-        HRESULT hr = OpenAndRead(d.mgr, WriteTemp(d.dir, b.name, b.bytes), &frames);
-        std::string name(b.name, b.name + wcslen(b.name));
-        EXPECT_TRUE(FAILED(hr)) << name;
-        EXPECT_EQ(4, HRESULT_FACILITY(hr)) << name << " 0x" << std::hex << hr;
-        EXPECT_NE(nullptr, ZvErrorHandler_GetHresultString(hr)) << name;
-    }
-}
-
 TEST(IdentifyPcm, MutatedFilesNeverCrashOrHang)
 {
     if (!HavePcm())
         GTEST_SKIP() << "pcm.dll is not built";
     Discovered d(kOnlyPcm);
     ASSERT_NE(nullptr, d.mgr);
+    // the damaged headers themselves are the PCM reader's tests; here they
+    // go through identification and the manager's open
     const std::vector<unsigned char> base = WaveBytes(2000, true);
-    DWORD seed = 12345;
-    auto next = [&seed]() {
-        seed = seed * 1103515245u + 12345u;
-        return seed >> 8;
-    };
+    zvtest::Rng rng{12345};
+    auto next = [&rng]() { return rng.next(); };
     int opened = 0, refused = 0;
     for (int i = 0; i < 2000; ++i) {
         std::vector<unsigned char> b = base;
@@ -317,6 +264,8 @@ TEST(IdentifyPcm, MutatedFilesNeverCrashOrHang)
             EXPECT_LE(frames, (LONGLONG)b.size()) << i; // at least a byte a frame
         } else {
             ++refused;
+            EXPECT_EQ(4, HRESULT_FACILITY(hr)) << i << " 0x" << std::hex << hr;
+            EXPECT_NE(nullptr, ZvErrorHandler_GetHresultString(hr)) << i;
         }
     }
     EXPECT_GT(opened, 0);

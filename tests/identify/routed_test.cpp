@@ -5,6 +5,7 @@
 // its wave renderer, reached from the routed reader, writes from there.
 #include <gtest/gtest.h>
 #include "mockreader.h"
+#include "childguard.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
@@ -17,13 +18,7 @@ namespace {
 
 const GUID kWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
 
-std::wstring PcmDll()
-{
-    wchar_t exe[MAX_PATH];
-    GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring dll(exe);
-    return dll.substr(0, dll.rfind(L'\\') + 1) + L"pcm.dll";
-}
+std::wstring PcmDll() { return zvtest::ExeDir() + L"pcm.dll"; }
 
 // Writes the folder's configuration: pcm.dll by its full path, with a group
 // when `group` isn't -1, and a merit for the wave reader when `merit` isn't 0.
@@ -73,22 +68,13 @@ struct Routed {
     }
     ~Routed()
     {
-        std::vector<HANDLE> children;
-        ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-        for (LONG i = 0; t && i < t->used; ++i)
-            if (HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, t->slots[i].processId))
-                children.push_back(h);
+        zvtest::ChildGuard guard;
+        guard.adoptTable();
         if (app) {
             app->CleanUp();
             app->Release();
         }
-        for (HANDLE h : children) {
-            if (WaitForSingleObject(h, 5000) != WAIT_OBJECT_0) {
-                ADD_FAILURE() << "a surrogate outlived its manager";
-                TerminateProcess(h, 1);
-            }
-            CloseHandle(h);
-        }
+        guard.check(5000);
         ZvFioResetDataPaths();
     }
     ZVFIO_PLUGININFO *waveRecord() const
@@ -102,16 +88,6 @@ struct Routed {
         return nullptr;
     }
 };
-
-std::wstring NewFolder()
-{
-    wchar_t tmp[MAX_PATH], d[MAX_PATH];
-    GetTempPathW(MAX_PATH, tmp);
-    GetTempFileNameW(tmp, L"zrt", 0, d);
-    DeleteFileW(d);
-    CreateDirectoryW(d, nullptr);
-    return d;
-}
 
 // True when nothing, in any process, holds the file open any more.
 bool NobodyHolds(const std::wstring &path)
@@ -166,7 +142,8 @@ protected:
 
 TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
 {
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     // a merit makes the open ask the reader once more, outside identification
     WriteConfig(d, 1, 5);
     {
@@ -225,12 +202,12 @@ TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
         EXPECT_TRUE(NobodyHolds(wave)) << "the reader's handle went with it";
         EXPECT_EQ(-1, slot->hDuplicate);
     }
-    RemoveFolder(d);
 }
 
 TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
 {
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     auto group = [&](DWORD flags) {
         Routed w(d, flags);
         EXPECT_EQ(S_OK, w.listed);
@@ -246,7 +223,6 @@ TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
     WriteConfig(d, -1, 0);
     EXPECT_EQ(-1, group(ZVFIO_CREATE_FULLLISTING)) << "the way back";
     EXPECT_EQ(-1, group(0));
-    RemoveFolder(d);
 }
 
 // The wave renderer in the surrogate: its preset crosses as a template
@@ -255,7 +231,8 @@ TEST_F(RoutedPcm, ConfiguredGroupReachesTheCacheOnlyWithAFullListing)
 TEST_F(RoutedPcm, RenderedInTheSurrogate)
 {
     const GUID kWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     WriteConfig(d, 1, 5);
     {
         Routed w(d, ZVFIO_CREATE_NOCACHE);
@@ -307,5 +284,4 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
         reader->Close();
         reader->Release();
     }
-    RemoveFolder(d);
 }

@@ -6,6 +6,7 @@
 #include "testutil.h"
 #include "zvlog.h"
 #include "zvproxy.h"
+#include "childserver.h"
 
 namespace {
 
@@ -299,66 +300,25 @@ TEST(LogObject, TimingScopesAndTrace)
     ZvTrace(nullptr, nullptr);
 }
 
-// Serves one logger to another process until the named event is set.
+// Serves one logger to another process.
 ZVTEST_CHILD(logger_server)
 {
-    if (argc < 2)
-        return 2;
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    ZvProxy_Register();
     IZvLogger *logger = nullptr;
-    IStream *stream = nullptr;
-    if (FAILED(ZvLogger_Create(&logger)) || FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &stream)) ||
-        FAILED(CoMarshalInterface(stream, IID_IZvLogger, logger, MSHCTX_LOCAL, nullptr, MSHLFLAGS_NORMAL)))
+    if (FAILED(contracttest::InitComOnce()) || FAILED(ZvLogger_Create(&logger)))
         return 3;
-    HGLOBAL block = nullptr;
-    GetHGlobalFromStream(stream, &block);
-    ULARGE_INTEGER size = {};
-    LARGE_INTEGER zero = {};
-    stream->Seek(zero, STREAM_SEEK_CUR, &size);
-    std::string file = argv[0], temp = file + ".tmp";
-    std::wstring wfile(file.begin(), file.end()), wtemp(temp.begin(), temp.end());
-    if (!zvtest::WriteFileBytes(wtemp, GlobalLock(block), (size_t)size.QuadPart))
-        return 4;
-    GlobalUnlock(block);
-    MoveFileW(wtemp.c_str(), wfile.c_str());
-    HANDLE done = OpenEventA(SYNCHRONIZE, FALSE, argv[1]);
-    if (done)
-        WaitForSingleObject(done, 30000);
-    stream->Release();
+    int rc = contracttest::ServeObject(logger, argc, argv);
     logger->Release();
-    CoUninitialize();
-    return 0;
+    return rc;
 }
 
 TEST(LogObject, WorksFromAnotherProcess)
 {
-    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-    ZvProxy_Register();
+    ASSERT_TRUE(SUCCEEDED(contracttest::InitComOnce()));
     zvtest::TempDir dir;
-    std::wstring marshal = dir.file(L"logger.bin");
-    char event[64];
-    snprintf(event, sizeof(event), "zvtest_logger_%lu", GetCurrentProcessId());
-    HANDLE done = CreateEventA(nullptr, TRUE, FALSE, event);
-    std::wstring cmd = L"\"" + zvtest::ExePath() + L"\" --child logger_server \"" + marshal + L"\" " +
-                       std::wstring(event, event + strlen(event));
-    STARTUPINFOW si = {};
-    si.cb = sizeof(si);
-    PROCESS_INFORMATION pi = {};
-    ASSERT_TRUE(CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi));
-    std::vector<unsigned char> bytes;
-    for (int i = 0; i < 200 && !zvtest::ReadFileBytes(marshal, bytes); i++)
-        Sleep(50);
-    ASSERT_FALSE(bytes.empty());
-    IStream *stream = nullptr;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &stream), S_OK);
-    stream->Write(bytes.data(), (ULONG)bytes.size(), nullptr);
-    LARGE_INTEGER zero = {};
-    stream->Seek(zero, STREAM_SEEK_SET, nullptr);
+    contracttest::ChildServer child("logger_server", dir.file(L"logger.bin"));
+    ASSERT_NE(child.object(), nullptr);
     IZvLogger *logger = nullptr;
-    ASSERT_EQ(CoUnmarshalInterface(stream, IID_IZvLogger, (void **)&logger), S_OK);
-    stream->Release();
-
+    ASSERT_EQ(child.object()->QueryInterface(IID_IZvLogger, (void **)&logger), S_OK);
     std::wstring path = dir.file(L"remote.log");
     EXPECT_EQ(logger->Init(nullptr, 4, 0, 0), E_INVALIDARG);
     EXPECT_EQ(logger->Init(path.c_str(), 0x20004, 0, 0x20), S_OK);
@@ -371,15 +331,6 @@ TEST(LogObject, WorksFromAnotherProcess)
     EXPECT_STREQ(name, path.c_str());
     EXPECT_EQ(logger->Shutdown(), S_OK);
     logger->Release();
-    SetEvent(done);
-    EXPECT_EQ(WaitForSingleObject(pi.hProcess, 30000), WAIT_OBJECT_0);
-    DWORD code = 1;
-    GetExitCodeProcess(pi.hProcess, &code);
-    EXPECT_EQ(code, 0u);
-    CloseHandle(pi.hProcess);
-    CloseHandle(pi.hThread);
-    CloseHandle(done);
     EXPECT_EQ(Lines(ReadShared(path)),
               (std::vector<std::string>{"INFO      remote.cpp(   5): across %s", "INFO                (   6): "}));
-    CoUninitialize();
 }

@@ -18,20 +18,6 @@ std::wstring UserFolder(int csidl, const wchar_t *below)
 
 bool Exists(const std::wstring &path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
-// Removes a folder and the files in it.
-void RemoveFolder(const std::wstring &dir)
-{
-    WIN32_FIND_DATAW fd;
-    HANDLE h = FindFirstFileW((dir + L"\\*").c_str(), &fd);
-    if (h != INVALID_HANDLE_VALUE) {
-        do
-            DeleteFileW((dir + L"\\" + fd.cFileName).c_str());
-        while (FindNextFileW(h, &fd));
-        FindClose(h);
-    }
-    RemoveDirectoryW(dir.c_str());
-}
-
 } // namespace
 
 TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
@@ -39,11 +25,11 @@ TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
     // the name a surrogate would take without its host's
     const std::wstring strayMetrics = UserFolder(CSIDL_APPDATA, L"Unspecified");
     const std::wstring strayCache = UserFolder(CSIDL_LOCAL_APPDATA, L"Unspecified");
-    RemoveFolder(strayMetrics);
-    RemoveFolder(strayCache);
+    zvtest::RemoveTree(strayMetrics);
+    zvtest::RemoveTree(strayCache);
 
     ZvFioResetDataPaths();
-    ChildGuard guard;
+    zvtest::ChildGuard guard;
     IZvFileIOMgrForApp *app = nullptr;
     long reserved = 0;
     ASSERT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY, nullptr, reserved));

@@ -3,6 +3,7 @@
 #pragma once
 #include <gtest/gtest.h>
 #include "testutil.h"
+#include "childguard.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
@@ -14,60 +15,6 @@
 #include <vector>
 
 namespace tsworld {
-
-// Every surrogate the table started: after the test each must have ended
-// (within 3 s of the last clean-up); one still running is terminated and
-// the test fails.
-class ChildGuard {
-public:
-    ~ChildGuard() { check(); }
-    void adoptTable()
-    {
-        ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
-        for (LONG i = 0; t && i < t->used; ++i) {
-            DWORD pid = t->slots[i].processId;
-            if (!pid || pid == GetCurrentProcessId() || known(pid))
-                continue;
-            HANDLE h = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION, FALSE, pid);
-            if (h)
-                children_.push_back({pid, h});
-        }
-    }
-    // True if every child ended within `ms`.
-    bool waitAll(DWORD ms)
-    {
-        DWORD start = GetTickCount();
-        for (auto &c : children_) {
-            DWORD spent = GetTickCount() - start;
-            if (WaitForSingleObject(c.second, spent < ms ? ms - spent : 0) != WAIT_OBJECT_0)
-                return false;
-        }
-        return true;
-    }
-    size_t count() const { return children_.size(); }
-    void check()
-    {
-        for (auto &c : children_) {
-            if (WaitForSingleObject(c.second, 3000) != WAIT_OBJECT_0) {
-                TerminateProcess(c.second, 1);
-                WaitForSingleObject(c.second, 5000);
-                ADD_FAILURE() << "Vantry.exe " << c.first << " was still running and had to be terminated";
-            }
-            CloseHandle(c.second);
-        }
-        children_.clear();
-    }
-
-private:
-    bool known(DWORD pid) const
-    {
-        for (auto &c : children_)
-            if (c.first == pid)
-                return true;
-        return false;
-    }
-    std::vector<std::pair<DWORD, HANDLE>> children_;
-};
 
 inline std::wstring PluginFolder()
 {
@@ -146,7 +93,7 @@ public:
     zvtest::TempDir dir_;
     IZvFileIOMgrForApp *mgr = nullptr;
     HRESULT created = E_FAIL;
-    ChildGuard guard; // checked after ~World has cleaned up
+    zvtest::ChildGuard guard; // checked after ~World has cleaned up
 };
 
 // Opens a file of `cls` and the stream `index` of it.

@@ -4,37 +4,34 @@
 
 namespace {
 
-LANGID parsedLanguage(const wchar_t *line, LANGID before = 0x1234)
+TEST(VantryCommandLine, LanguageIsTheLastTokenWhenItIsANumber)
 {
-    LANGID lang = before;
-    Vantry_ParseLanguage(line, &lang);
-    return lang;
-}
-
-TEST(VantryCommandLine, LanguageIsTheLastBlankSeparatedNumber)
-{
-    EXPECT_EQ(0x409, parsedLanguage(L"\"C:\\app\\x86\\Vantry.exe\" 1033"));
-    EXPECT_EQ(0x407, parsedLanguage(L"\"C:\\my app\\Vantry.exe\" 9 1031"));
-    EXPECT_EQ(0xFFFF, parsedLanguage(L"Vantry.exe 65535"));
-}
-
-TEST(VantryCommandLine, LanguageStaysWhenTheLastTokenIsNoNumber)
-{
-    // no blank at all
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe"));
-    EXPECT_EQ(0x1234, parsedLanguage(L"\"C:\\app\\Vantry.exe\""));
-    // a letter after the digits, a sign, an empty token, a value out of range
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe 1033x"));
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe -1033"));
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe +1033"));
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe 1033 "));
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe 65536"));
-    EXPECT_EQ(0x1234, parsedLanguage(L"Vantry.exe 99999999999999999999"));
-    EXPECT_EQ(0x1234, parsedLanguage(L""));
-    EXPECT_EQ(0x1234, parsedLanguage(NULL));
-    LANGID lang = 7;
-    EXPECT_FALSE(Vantry_ParseLanguage(L"Vantry.exe 12a", &lang));
-    EXPECT_EQ(7, lang);
+    const LANGID kept = 0x1234;
+    const struct {
+        const wchar_t *line;
+        LANGID lang;
+    } cases[] = {
+        {L"\"C:\\app\\x86\\Vantry.exe\" 1033", 0x409},
+        {L"\"C:\\my app\\Vantry.exe\" 9 1031", 0x407},
+        {L"Vantry.exe 65535", 0xFFFF},
+        // no blank at all
+        {L"Vantry.exe", kept},
+        {L"\"C:\\app\\Vantry.exe\"", kept},
+        // a letter after the digits, a sign, an empty token, a value out of range
+        {L"Vantry.exe 1033x", kept},
+        {L"Vantry.exe -1033", kept},
+        {L"Vantry.exe +1033", kept},
+        {L"Vantry.exe 1033 ", kept},
+        {L"Vantry.exe 65536", kept},
+        {L"Vantry.exe 99999999999999999999", kept},
+        {L"", kept},
+        {NULL, kept},
+    };
+    for (const auto &c : cases) {
+        LANGID lang = kept;
+        EXPECT_EQ(c.lang != kept, Vantry_ParseLanguage(c.line, &lang) != FALSE) << (c.line ? c.line : L"(null)");
+        EXPECT_EQ(c.lang, lang) << (c.line ? c.line : L"(null)");
+    }
 }
 
 TEST(VantryCommandLine, LanguageZeroIsTheUsersLanguage)
@@ -46,30 +43,33 @@ TEST(VantryCommandLine, LanguageZeroIsTheUsersLanguage)
     EXPECT_EQ(0x400, lang & 0xFC00);
 }
 
-TEST(VantryCommandLine, SwitchesIgnoreCaseAndPrefix)
+TEST(VantryCommandLine, SwitchesIgnoreCaseAndPrefixAnythingElseRuns)
 {
-    EXPECT_EQ(VANTRY_REGSERVER, Vantry_ParseSwitch(L"Vantry.exe /RegServer"));
-    EXPECT_EQ(VANTRY_REGSERVER, Vantry_ParseSwitch(L"Vantry.exe -regserver"));
-    EXPECT_EQ(VANTRY_UNREGSERVER, Vantry_ParseSwitch(L"Vantry.exe -UNREGSERVER 1033"));
-    EXPECT_EQ(VANTRY_REGSERVER_PERUSER, Vantry_ParseSwitch(L"Vantry.exe /regServerPerUser\t9"));
-    EXPECT_EQ(VANTRY_UNREGSERVER_PERUSER, Vantry_ParseSwitch(L"Vantry.exe -UnregServerPerUser"));
-}
-
-TEST(VantryCommandLine, AnythingElseRuns)
-{
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"\"C:\\app\\x86\\Vantry.exe\" 1033"));
-    // a further letter makes the token none of the switches
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"Vantry.exe /RegServerX 1033"));
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"Vantry.exe -UnregServerPerUsers"));
-    // a switch must be followed by a blank, a tab or the end
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"\"Z:/build/RegServer\" 1033"));
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"Vantry.exe /Reg Server"));
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L"Vantry.exe / -"));
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(L""));
-    EXPECT_EQ(VANTRY_RUN, Vantry_ParseSwitch(NULL));
-    // the scan goes on after a token that matched nothing
-    EXPECT_EQ(VANTRY_UNREGSERVER, Vantry_ParseSwitch(L"Vantry.exe /RegServerX -unregserver"));
-    EXPECT_EQ(VANTRY_REGSERVER, Vantry_ParseSwitch(L"C:/x/-y/Vantry.exe /regserver"));
+    const struct {
+        const wchar_t *line;
+        int mode;
+    } cases[] = {
+        {L"Vantry.exe /RegServer", VANTRY_REGSERVER},
+        {L"Vantry.exe -regserver", VANTRY_REGSERVER},
+        {L"Vantry.exe -UNREGSERVER 1033", VANTRY_UNREGSERVER},
+        {L"Vantry.exe /regServerPerUser\t9", VANTRY_REGSERVER_PERUSER},
+        {L"Vantry.exe -UnregServerPerUser", VANTRY_UNREGSERVER_PERUSER},
+        {L"\"C:\\app\\x86\\Vantry.exe\" 1033", VANTRY_RUN},
+        // a further letter makes the token none of the switches
+        {L"Vantry.exe /RegServerX 1033", VANTRY_RUN},
+        {L"Vantry.exe -UnregServerPerUsers", VANTRY_RUN},
+        // a switch must be followed by a blank, a tab or the end
+        {L"\"Z:/build/RegServer\" 1033", VANTRY_RUN},
+        {L"Vantry.exe /Reg Server", VANTRY_RUN},
+        {L"Vantry.exe / -", VANTRY_RUN},
+        {L"", VANTRY_RUN},
+        {NULL, VANTRY_RUN},
+        // the scan goes on after a token that matched nothing
+        {L"Vantry.exe /RegServerX -unregserver", VANTRY_UNREGSERVER},
+        {L"C:/x/-y/Vantry.exe /regserver", VANTRY_REGSERVER},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.mode, (int)Vantry_ParseSwitch(c.line)) << (c.line ? c.line : L"(null)");
 }
 
 TEST(VantryCommandLine, ProcessClassIdChangesOnlyData1)

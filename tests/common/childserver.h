@@ -1,5 +1,5 @@
-// A second process that serves test objects to the contract tests: it
-// marshals one object into a file and keeps serving calls until the parent
+// A second process that serves one test object across a process border: it
+// marshals the object into a file and keeps serving calls until the parent
 // says it is done (or has gone).
 #pragma once
 #include <windows.h>

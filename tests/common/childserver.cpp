@@ -1,4 +1,4 @@
-#include "contract_child.h"
+#include "childserver.h"
 #include "testutil.h"
 #include "zvproxy.h"
 #include <vector>
