@@ -5,7 +5,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all setup build build-x64 build-x86 test demo bench clean
+.PHONY: all setup build build-x64 build-x86 test demo bench sdk clean
 
 all: build
 
@@ -37,6 +37,10 @@ demo: build
 
 bench: build
 	@sh tools/bench.sh $(BUILD)
+
+# build/sdk and build/sdk.zip for plug-in authors
+sdk: build
+	@sh tools/sdk.sh $(BUILD)
 
 clean:
 	rm -rf $(BUILD)

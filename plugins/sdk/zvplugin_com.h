@@ -317,4 +317,46 @@ inline HRESULT AdoptHandle(UINT64 wire, DWORD processId, HANDLE *out)
     return hr;
 }
 
+// Bytes into the memory a token names: in this process, through a mapping
+// of the owner, or into the owner's own memory.
+inline HRESULT WriteToken(const _zvmemorytoken &t, const void *data, DWORD size)
+{
+    if (size > t.cbData)
+        return ZVERR_BUFFER_TOO_SMALL;
+    if (size == 0)
+        return S_OK;
+    if (t.dwProcessId == GetCurrentProcessId()) {
+        memcpy((BYTE *)(ULONG_PTR)t.qwBase + t.dwOffset, data, size);
+        return S_OK;
+    }
+    HRESULT hr = E_FAIL;
+    if (t.dwKind == ZVMEMTOKEN_KIND_MAPPING) {
+        HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId);
+        HANDLE mapping = NULL;
+        if (process && DuplicateHandle(process, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(),
+                                       &mapping, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+            BYTE *view = (BYTE *)MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, t.dwOffset + size);
+            if (view) {
+                memcpy(view + t.dwOffset, data, size);
+                UnmapViewOfFile(view);
+                hr = S_OK;
+            }
+            CloseHandle(mapping);
+        }
+        if (process)
+            CloseHandle(process);
+    } else if (t.dwKind == ZVMEMTOKEN_KIND_LOCAL) {
+        HANDLE process = OpenProcess(PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, t.dwProcessId);
+        SIZE_T done = 0;
+        if (process && WriteProcessMemory(process, (BYTE *)(ULONG_PTR)t.qwBase + t.dwOffset, data,
+                                          size, &done) && done == size)
+            hr = S_OK;
+        if (process)
+            CloseHandle(process);
+    } else {
+        hr = E_INVALIDARG;
+    }
+    return hr;
+}
+
 } // namespace zvsdk

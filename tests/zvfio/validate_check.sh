@@ -53,6 +53,19 @@ validate "$tk/tk_broken_crash.dll" 1 identify --routed --only identify
 validate "$bin/pcm.dll" 0 - --sample "$(win "$out/s.wav")"
 validate "$bin/pcm.dll" 0 - --routed --sample "$(win "$out/s.wav")"
 
+# the SDK's sample reader builds from the SDK folder alone and passes
+if [ -f "$bin/../../x86/bin/Vantry.exe" ]; then
+    sh "$root/tools/sdk.sh" "$bin/../.." "$out" >/dev/null || fail "make sdk failed"
+    cmake -S "$out/sdk/sample" -B "$out/sample-build" -G Ninja \
+          -DCMAKE_TOOLCHAIN_FILE="$out/sdk/sample/mingw-x86_64.cmake" >"$out/.cmake" 2>&1 &&
+        cmake --build "$out/sample-build" >>"$out/.cmake" 2>&1 || fail "the SDK's sample doesn't build: $(tail -5 "$out/.cmake")"
+    python3 -c "import struct,sys; open(sys.argv[1],'wb').write(b'ZVS1'+struct.pack('<I',30000)+bytes(range(256))*469)" "$out/s.zvs"
+    validate "$out/sample-build/zvsample.dll" 0 - --sample "$(win "$out/s.zvs")"
+    validate "$out/sample-build/zvsample.dll" 0 - --routed --sample "$(win "$out/s.zvs")"
+else
+    echo "skip the SDK's sample: no i686 build beside this one"
+fi
+
 # the validator's own usage errors
 "$run" "$bin/zvfio.exe" validate >/dev/null 2>&1; [ $? = 2 ] || fail "validate without a plug-in must exit 2"
 "$run" "$bin/zvfio.exe" validate "$(win "$out/none.dll")" >"$out/.out" 2>&1

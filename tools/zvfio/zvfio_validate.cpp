@@ -172,7 +172,9 @@ std::string OpenAudio(CZvFileIOManager *mgr, const std::wstring &path, Stream &s
 std::string ReadRange(IZvReadAudioStream *audio, DWORD align, LONGLONG from, LONGLONG count, DWORD per,
                       std::vector<BYTE> &out, bool exact = true)
 {
-    out.assign((size_t)count * align, 0);
+    // grown as frames arrive: a stream may claim far more than it holds
+    out.clear();
+    out.reserve((size_t)std::min<LONGLONG>(count, 1 << 20) * align);
     std::vector<BYTE> buffer((size_t)per * align);
     _zvmemorytoken token;
     ZvMemoryToken_InitLocal(&token, buffer.data(), (DWORD)buffer.size(), ZVMEMTOKEN_KIND_LOCAL);
@@ -183,14 +185,12 @@ std::string ReadRange(IZvReadAudioStream *audio, DWORD align, LONGLONG from, LON
         HRESULT hr = audio->ReadSamples((DWORD)at, (LONG)(at >> 32), token, want, &got);
         if (FAILED(hr))
             return "ReadSamples(" + std::to_string(at) + ", " + std::to_string(want) + ") gave " + Code(hr);
-        if (got == 0 && !exact) {
-            out.resize((size_t)done * align);
+        if (got == 0 && !exact)
             return "";
-        }
         if (got == 0 || got > want)
             return "ReadSamples(" + std::to_string(at) + ", " + std::to_string(want) + ") delivered " +
                    std::to_string(got) + " frames, " + std::to_string(count - done) + " before the end";
-        memcpy(&out[(size_t)done * align], buffer.data(), (size_t)got * align);
+        out.insert(out.end(), buffer.begin(), buffer.begin() + (size_t)got * align);
         done += got;
     }
     return "";

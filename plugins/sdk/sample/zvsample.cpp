@@ -1,0 +1,349 @@
+// zvsample.dll: the smallest useful reader, a starting point for a plug-in
+// of your own. It reads ".zvs" files: the 4 bytes "ZVS1", the number of
+// sample frames (32-bit, little-endian), then that many frames of 16-bit
+// stereo PCM at 48000 Hz. Everything a host needs from a plug-in is here:
+// the listing object, a reader class that identifies and opens its files,
+// an open file with one audio stream, and the DLL's two entry points. The
+// kit (zvplugin_com.h) supplies reference counting, the class factory and
+// the answers that don't depend on the format.
+#include "zvplugin_com.h"
+#include <mmreg.h>
+#include <new>
+#include <string.h>
+
+// {6A1D37E2-3C0B-4E51-9A77-0C5E8B2D9F41}: pick a new GUID for your reader.
+static const GUID CLSID_ZvSampleReader = {0x6a1d37e2, 0x3c0b, 0x4e51, {0x9a, 0x77, 0x0c, 0x5e, 0x8b, 0x2d, 0x9f, 0x41}};
+
+namespace {
+
+const char kMagic[4] = {'Z', 'V', 'S', '1'};
+const DWORD kRate = 48000, kChannels = 2, kAlign = 4, kHeader = 8;
+
+using zvsdk::Hand;
+
+// Reads `size` bytes at `offset` without moving the handle's file pointer.
+DWORD ReadAt(HANDLE file, ULONGLONG offset, void *buffer, DWORD size)
+{
+    OVERLAPPED at = {};
+    at.Offset = (DWORD)offset;
+    at.OffsetHigh = (DWORD)(offset >> 32);
+    DWORD got = 0;
+    return ReadFile(file, buffer, size, &got, &at) ? got : 0;
+}
+
+class SampleStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+public:
+    SampleStream(IZvReadFile *file, HANDLE data, LONGLONG frames)
+        : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO), data_(data), frames_(frames)
+    {
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
+    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
+    {
+        if (!samples)
+            return E_POINTER;
+        *samples = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        memset(format, 0, sizeof *format);
+        format->cbSize = sizeof *format;
+        format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+        format->llLength = frames_;
+        WAVEFORMATEX wf = {WAVE_FORMAT_PCM, (WORD)kChannels, kRate, kRate * kAlign, (WORD)kAlign, 16, 0};
+        memcpy(format->format, &wf, sizeof wf);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        return GetStreamFormatInfo(format);
+    }
+    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
+    {
+        if (!sample)
+            return E_POINTER;
+        *sample = next_;
+        return S_OK;
+    }
+    // Frames from `position` into the caller's memory token. S_FALSE at or
+    // past the end, with nothing read.
+    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
+                                          DWORD sampleCount, DWORD *samplesRead) override
+    {
+        if (!samplesRead)
+            return E_POINTER;
+        *samplesRead = 0;
+        LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
+        if (position < 0)
+            return E_INVALIDARG;
+        if ((ULONGLONG)sampleCount * kAlign > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        if (position >= frames_)
+            return S_FALSE;
+        DWORD n = (DWORD)(frames_ - position < sampleCount ? frames_ - position : sampleCount);
+        BYTE *bytes = new (std::nothrow) BYTE[(size_t)n * kAlign + 1];
+        if (!bytes)
+            return E_OUTOFMEMORY;
+        DWORD got = ReadAt(data_, kHeader + (ULONGLONG)position * kAlign, bytes, n * kAlign) / kAlign;
+        HRESULT hr = got ? zvsdk::WriteToken(buffer, bytes, got * kAlign) : ZVERR_UNSUPPORTED_FORMAT;
+        delete[] bytes;
+        if (SUCCEEDED(hr)) {
+            *samplesRead = got;
+            next_ = position + got;
+        }
+        return hr;
+    }
+    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
+    {
+        if (!bytesPerSample)
+            return E_POINTER;
+        *bytesPerSample = kAlign;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+
+private:
+    HANDLE data_;   // the file's handle, owned by the file object
+    LONGLONG frames_;
+    LONGLONG next_ = 0;
+};
+
+class SampleFile : public zvsdk::ReadFileObject {
+public:
+    SampleFile(IZvReadFileClass *owner, BSTR name, HANDLE data, LONGLONG frames)
+        : ReadFileObject(owner, name), data_(data), frames_(frames)
+    {
+    }
+    ~SampleFile() override { CloseHandle(data_); }
+    HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        LARGE_INTEGER size = {};
+        GetFileSizeEx(data_, &size);
+        *length = size.QuadPart;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream, DWORD) override
+    {
+        if (stream != 0)
+            return E_INVALIDARG;
+        SampleStream s(this, data_, frames_);
+        return s.GetStreamFormatInfo(format);
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
+    {
+        if (!type || !value)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        *value = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = nullptr;
+        if (index != 0 || (type != 0 && type != ZVFILESTREAMTYPE_AUDIO))
+            return E_INVALIDARG;
+        return Hand(new (std::nothrow) SampleStream(this, data_, frames_), IID_IZvReadStream, (void **)stream);
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *length = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
+
+private:
+    HANDLE data_;
+    LONGLONG frames_;
+};
+
+// The frames a file holds by its header, or -1 when it is not ours.
+LONGLONG FramesOf(const BYTE *head, DWORD size, LONGLONG fileSize)
+{
+    if (size < kHeader || memcmp(head, kMagic, 4) != 0)
+        return -1;
+    DWORD frames;
+    memcpy(&frames, head + 4, 4);
+    // a header that promises more than the file holds is damage, not ours
+    return fileSize >= 0 && kHeader + (LONGLONG)frames * kAlign > fileSize ? -1 : (LONGLONG)frames;
+}
+
+class SampleClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+public:
+    HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override
+    {
+        if (!id)
+            return E_POINTER;
+        *id = CLSID_ZvSampleReader;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
+    {
+        if (!mask)
+            return E_POINTER;
+        *mask = ZVFIO_STREAMMASK_AUDIO;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **render) override
+    {
+        if (!render)
+            return E_POINTER;
+        *render = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
+    {
+        if (count < 0 || (count && (!ids || !texts)))
+            return count < 0 ? E_INVALIDARG : E_POINTER;
+        for (LONG i = 0; i < count; i++) {
+            const wchar_t *text = ids[i] == ZVFIO_INFOTEXT_SHORTNAME                                    ? L"ZvSample"
+                                  : ids[i] == ZVFIO_INFOTEXT_DESCRIPTION || ids[i] == ZVFIO_INFOTEXT_PLUGINNAME ? L"Sample Reader"
+                                  : ids[i] == ZVFIO_INFOTEXT_READEXTENSIONS || ids[i] == ZVFIO_INFOTEXT_EXTENSIONS ? L"*.zvs"
+                                                                                                               : nullptr;
+            texts[i] = text ? SysAllocString(text) : NULL;
+        }
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE IdentifyFile(const ZVFIO_IDENTIFYINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (info->cbSize < sizeof *info)
+            return E_INVALIDARG;
+        BYTE head[kHeader];
+        DWORD got = 0;
+        LONGLONG size = -1;
+        HANDLE file = NULL;
+        if (SUCCEEDED(zvsdk::AdoptHandle(info->hFile, info->dwProcessId, &file))) {
+            got = ReadAt(file, 0, head, kHeader);
+            LARGE_INTEGER s = {};
+            if (GetFileSizeEx(file, &s))
+                size = s.QuadPart;
+            CloseHandle(file);
+        } else if (info->pChunk) {
+            got = info->cbChunk < kHeader ? info->cbChunk : kHeader;
+            memcpy(head, info->pChunk, got);
+        } else {
+            return ZVERR_UNSUPPORTED_FORMAT;
+        }
+        return FramesOf(head, got, size) >= 0 ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
+    }
+    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **file, UINT64 handle, DWORD processId, LPCWSTR name,
+                                       BOOL) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        HANDLE data = NULL;
+        if (FAILED(zvsdk::AdoptHandle(handle, processId, &data))) {
+            if (!name || !*name)
+                return E_INVALIDARG;
+            data = CreateFileW(name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING, 0, NULL);
+            if (data == INVALID_HANDLE_VALUE)
+                return HRESULT_FROM_WIN32(GetLastError());
+        }
+        BYTE head[kHeader];
+        LARGE_INTEGER size = {};
+        GetFileSizeEx(data, &size);
+        LONGLONG frames = FramesOf(head, ReadAt(data, 0, head, kHeader), size.QuadPart);
+        if (frames < 0) {
+            CloseHandle(data);
+            return ZVERR_UNSUPPORTED_FORMAT;
+        }
+        BSTR copy = name ? SysAllocString(name) : NULL;
+        SampleFile *opened = new (std::nothrow) SampleFile(this, copy, data, frames);
+        if (!opened) {
+            SysFreeString(copy);
+            CloseHandle(data);
+            return E_OUTOFMEMORY;
+        }
+        return Hand(opened, IID_IZvReadFile, (void **)file);
+    }
+    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **, IStream *, LPCWSTR, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        if (!status)
+            return E_POINTER;
+        *status = S_OK;
+        if (message)
+            *message = SysAllocString(L"ready");
+        return S_OK;
+    }
+};
+
+// What the manager lists without opening anything: one reader class.
+class SampleListing : public zvsdk::Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
+public:
+    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (index != 0)
+            return E_INVALIDARG;
+        memset(info, 0, sizeof *info);
+        info->classId = CLSID_ZvSampleReader;
+        wcscpy(info->name, L"Sample Reader");
+        info->dwAccess = ZVFIO_ACCESS_READER;
+        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+        info->dwVersionMajor = 1;
+        return S_OK;
+    }
+};
+
+HRESULT CreateObject(const void *context, REFIID iid, void **out)
+{
+    if (context)
+        return Hand(new (std::nothrow) SampleClass, iid, out);
+    return Hand(new (std::nothrow) SampleListing, iid, out);
+}
+
+} // namespace
+
+extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
+{
+    if (!out)
+        return E_POINTER;
+    *out = nullptr;
+    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
+        return zvsdk::ServeFactory(CreateObject, nullptr, iid, out);
+    if (IsEqualCLSID(clsid, CLSID_ZvSampleReader))
+        return zvsdk::ServeFactory(CreateObject, &CLSID_ZvSampleReader, iid, out);
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
+extern "C" HRESULT WINAPI DllCanUnloadNow(void)
+{
+    return zvsdk::CanUnloadNow();
+}
