@@ -115,6 +115,9 @@ HRESULT RunRender(const Args &args)
         return ZVFIO_E_REPORTED;
     }
     ZVWAVEFORMAT to = *ZvTemplateAt<ZVWAVEFORMAT>(t, ZVT_OFS_AUDIO_FORMAT);
+    LARGE_INTEGER t0, t1, freq;
+    QueryPerformanceFrequency(&freq);
+    QueryPerformanceCounter(&t0);
     OpenedFile f;
     IZvReadAudioStream *as = nullptr;
     AudioFormat a;
@@ -150,11 +153,13 @@ HRESULT RunRender(const Args &args)
     }
     if (as)
         as->Release();
+    QueryPerformanceCounter(&t1);
     if (SUCCEEDED(hr)) {
         // what an application would offer next time
         ZvFio_SaveAppLastUsedTemplate(cls, t, L"", TRUE);
-        Out("%s: %lld samples, %s, template '%s'\n", Utf8(outPath).c_str(), (long long)done, FormatText(t).c_str(),
-            Utf8(ZvFio_GetTemplateName(t)).c_str());
+        Out("%s: %lld samples, %s, template '%s', %.3f s\n", Utf8(outPath).c_str(), (long long)done,
+            FormatText(t).c_str(), Utf8(ZvFio_GetTemplateName(t)).c_str(),
+            (double)(t1.QuadPart - t0.QuadPart) / (double)freq.QuadPart);
     } else if (hr != ZVFIO_E_REPORTED) {
         Err("zvfio render: %s: %s (0x%08lX)\n", Utf8(outPath).c_str(), FailureText(outPath, hr).c_str(),
             (unsigned long)hr);
