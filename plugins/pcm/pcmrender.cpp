@@ -208,7 +208,7 @@ bool WantsAifc(LPCWSTR path)
     return n >= 5 && _wcsicmp(path + n - 5, L".aifc") == 0;
 }
 
-class PcmRenderClass : public zvsdk::ClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+class PcmRenderClass : public zvsdk::RenderClassObject {
 public:
     explicit PcmRenderClass(PcmContainer container) : container_(container) {}
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
@@ -306,45 +306,11 @@ public:
         *templ = t;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID id, PZVTEMPLATE *templ) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        for (LONG i = 0; i < kPresetCount; i++) {
-            HRESULT hr = GetTemplate(templ, i);
-            if (FAILED(hr))
-                return hr;
-            if (IsEqualGUID((*templ)->templateId, id))
-                return S_OK;
-            free(*templ);
-            *templ = nullptr;
-        }
-        return ZVERR_NOT_FOUND;
-    }
     HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE templ) override
     {
         _zvwaveformat format;
         HRESULT hr = TemplateFormat(templ, &format);
         return hr == E_POINTER ? E_INVALIDARG : hr;
-    }
-    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
-                                               DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
-            return E_INVALIDARG;
-        *result = ZvFio_CopyTemplate(source);
-        return *result ? S_OK : E_OUTOFMEMORY;
     }
     // Audio bits per second (3) and whether this renderer writes the template (0x17).
     HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE templ, BYTE *buffer, DWORD size, DWORD infoId) override
@@ -367,33 +333,6 @@ public:
         }
         memset(buffer, 0, size);
         memcpy(buffer, &value, 4);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
-    {
-        if (!page)
-            return E_POINTER;
-        *page = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
-    {
-        if (!index)
-            return E_POINTER;
-        *index = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message && !(*message = SysAllocString(L"ready")))
-            return E_OUTOFMEMORY;
         return S_OK;
     }
 
