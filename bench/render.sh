@@ -9,19 +9,7 @@ dir="${ZV_BUILD:-/tmp}/bench-render"
 mkdir -p "$dir"
 big="$dir/big.wav" out="$dir/out.wav"
 trap 'rm -f "$big" "$out"' EXIT INT TERM
-python3 - "$big" <<'PY'
-import os, struct, sys
-size = 1 << 30
-rate, channels, bits = 48000, 2, 16
-hdr = b'RIFF' + struct.pack('<I', 36 + size) + b'WAVE'
-hdr += b'fmt ' + struct.pack('<IHHIIHH', 16, 1, channels, rate, rate * channels * bits // 8, channels * bits // 8, bits)
-hdr += b'data' + struct.pack('<I', size)
-block = os.urandom(4 << 20)
-with open(sys.argv[1], 'wb') as f:
-    f.write(hdr)
-    for _ in range(size // len(block)):
-        f.write(block)
-PY
+python3 "$(dirname "$0")/bigwave.py" "$big"
 win() { echo "Z:$1" | tr '/' '\\'; }
 min() { echo "if ($1 < $2) $1 else $2" | bc -l; }
 

@@ -496,15 +496,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message) {
-            *message = SysAllocString(L"ready");
-            if (!*message)
-                return E_OUTOFMEMORY;
-        }
-        return S_OK;
+        return zvsdk::ReadyStatus(status, message);
     }
 
 private:

@@ -259,6 +259,17 @@ public:
     HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
 };
 
+// GetPluginStatus of a class with nothing to report: S_OK and "ready".
+inline HRESULT ReadyStatus(HRESULT *status, BSTR *message)
+{
+    if (!status)
+        return E_POINTER;
+    *status = S_OK;
+    if (message && !(*message = SysAllocString(L"ready")))
+        return E_OUTOFMEMORY;
+    return S_OK;
+}
+
 // What a renderer class answers when it has no template editor: a preset
 // found by its id among its own, nothing to add to old templates, the
 // record to edit copied as it is, no edit pages, and a ready status. A
@@ -322,12 +333,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message && !(*message = SysAllocString(L"ready")))
-            return E_OUTOFMEMORY;
-        return S_OK;
+        return ReadyStatus(status, message);
     }
 };
 
