@@ -6,19 +6,7 @@ dir="${ZV_BUILD:-/tmp}/bench-zvfio"
 mkdir -p "$dir"
 big="$dir/big.wav"
 trap 'rm -f "$big"' EXIT INT TERM
-python3 - "$big" <<'PY'
-import os, struct, sys
-size = 1 << 30
-rate, channels, bits = 48000, 2, 16
-hdr = b'RIFF' + struct.pack('<I', 36 + size) + b'WAVE'
-hdr += b'fmt ' + struct.pack('<IHHIIHH', 16, 1, channels, rate, rate * channels * bits // 8, channels * bits // 8, bits)
-hdr += b'data' + struct.pack('<I', size)
-block = os.urandom(4 << 20)
-with open(sys.argv[1], 'wb') as f:
-    f.write(hdr)
-    for _ in range(size // len(block)):
-        f.write(block)
-PY
+python3 "$(dirname "$0")/bigwave.py" "$big"
 win=$(echo "Z:$big" | tr '/' '\\')
 bytes=$((1 << 30))
 

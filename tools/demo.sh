@@ -5,6 +5,8 @@
 # reader each file gets, its streams, and a full read whose decode must
 # equal sox's byte for byte. Then the same from bin/pcm-surrogate, a host
 # folder whose configuration runs the PCM reader in a surrogate process.
+# Last, a file rendered through each preset of the PCM renderers and read
+# back, both ways.
 build=$(cd "${1:-build}" && pwd)
 root=$(cd "$(dirname "$0")/.." && pwd)
 prefix="$build/x64/wineprefix"
@@ -17,7 +19,11 @@ echo "### in process"
 sh "$root/tools/zvfio_check.sh" "$bin" "$build/demo/inproc" || status=1
 echo "### through a surrogate (plug-in group 1)"
 sh "$root/tools/zvfio_check.sh" "$bin/pcm-surrogate" "$build/demo/surrogate" surrogate || status=1
+echo "### rendering, in process"
+sh "$root/tools/render_demo.sh" "$bin" "$build/demo/render-inproc" || status=1
+echo "### rendering through a surrogate"
+sh "$root/tools/render_demo.sh" "$bin/pcm-surrogate" "$build/demo/render-surrogate" || status=1
 # a process left under the prefix (a surrogate that didn't end) fails the demo
 "$root/cmake/wine-prefix.sh" stop "$prefix" >"$build/demo/.stop" 2>&1 || { cat "$build/demo/.stop"; status=1; }
-[ $status -eq 0 ] && echo "demo: all files identified, opened and read as sox reads them, in process and through a surrogate"
+[ $status -eq 0 ] && echo "demo: all files identified, opened, read and rendered as sox reads and converts them, in process and through a surrogate"
 exit $status

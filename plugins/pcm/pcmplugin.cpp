@@ -1,7 +1,7 @@
 // pcm.dll: reader of linear PCM in wave, Wave64 and AIFF/AIFC files. Three
 // reader classes, one per container, under the class ids that the
-// manager's signature table names for those file types, and a wave renderer
-// (pcmrender.cpp) listed behind them.
+// manager's signature table names for those file types, and a renderer
+// class for each (pcmrender.cpp) listed behind them.
 //
 // The DLL is self-contained: the chunk layers, the wave format record and
 // the memory token mapping are compiled into it, so it needs nothing of the
@@ -408,9 +408,7 @@ public:
         if (!renderClass)
             return E_POINTER;
         *renderClass = nullptr;
-        if (cls_->container != PCM_WAVE)
-            return E_NOINTERFACE;
-        return PcmCreateWaveRenderClass(manager_, IID_IZvRenderFileClass, (void **)renderClass);
+        return PcmCreateRenderClass(cls_->container, manager_, IID_IZvRenderFileClass, (void **)renderClass);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
@@ -498,15 +496,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message) {
-            *message = SysAllocString(L"ready");
-            if (!*message)
-                return E_OUTOFMEMORY;
-        }
-        return S_OK;
+        return zvsdk::ReadyStatus(status, message);
     }
 
 private:
@@ -521,28 +511,22 @@ public:
     {
         if (!count)
             return E_POINTER;
-        *count = kClassCount + 1;
+        *count = 2 * kClassCount;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
     {
         if (!info)
             return E_POINTER;
-        if (index < 0 || index > kClassCount)
+        if (index < 0 || index >= 2 * kClassCount)
             return E_INVALIDARG;
         memset(info, 0, sizeof *info);
-        if (index == kClassCount) {
-            info->classId = CLSID_PcmWaveRenderer;
-            wcsncpy(info->name, L"Wave (PCM)", 259);
-            info->dwAccess = ZVFIO_ACCESS_RENDERER;
-            info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
-            info->dwVersionMajor = 1;
-            return S_OK;
-        }
-        const PcmClassInfo &cls = kClasses[index];
-        info->classId = *cls.clsid;
+        // the readers, then their renderers in the same order
+        bool renderer = index >= kClassCount;
+        const PcmClassInfo &cls = kClasses[index % kClassCount];
+        info->classId = renderer ? PcmRendererClsid(cls.container) : *cls.clsid;
         wcsncpy(info->name, cls.name, 259);
-        info->dwAccess = ZVFIO_ACCESS_READER;
+        info->dwAccess = renderer ? ZVFIO_ACCESS_RENDERER : ZVFIO_ACCESS_READER;
         info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
         info->dwVersionMajor = 1;
         return S_OK;
@@ -558,21 +542,29 @@ HRESULT CreatePcmObject(const void *context, REFIID iid, void **out)
     return Hand(new (std::nothrow) PcmReadClass(cls), iid, out);
 }
 
-HRESULT CreateRenderObject(const void *, REFIID iid, void **out)
+HRESULT CreateRenderObject(const void *context, REFIID iid, void **out)
 {
-    return PcmCreateWaveRenderClass(nullptr, iid, out);
+    return PcmCreateRenderClass(((const PcmClassInfo *)context)->container, nullptr, iid, out);
+}
+
+const PcmClassInfo *ClassOf(PcmContainer container)
+{
+    for (const PcmClassInfo &c : kClasses)
+        if (c.container == container)
+            return &c;
+    return &kClasses[0];
 }
 
 } // namespace
 
-HRESULT PcmWaveInfoTexts(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
+HRESULT PcmInfoTexts(PcmContainer container, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
 {
-    return InfoTexts(&kClasses[0], ids, count, texts);
+    return InfoTexts(ClassOf(container), ids, count, texts);
 }
 
-HRESULT PcmCreateWaveReadClass(IZvFileIOManager *manager, REFIID iid, void **out)
+HRESULT PcmCreateReadClass(PcmContainer container, IZvFileIOManager *manager, REFIID iid, void **out)
 {
-    PcmReadClass *c = new (std::nothrow) PcmReadClass(&kClasses[0]);
+    PcmReadClass *c = new (std::nothrow) PcmReadClass(ClassOf(container));
     if (c)
         c->SetManager(manager);
     return Hand(c, iid, out);
@@ -585,11 +577,12 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
     *out = nullptr;
     if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
         return zvsdk::ServeFactory(CreatePcmObject, nullptr, iid, out);
-    for (int i = 0; i < kClassCount; i++)
+    for (int i = 0; i < kClassCount; i++) {
         if (IsEqualCLSID(clsid, *kClasses[i].clsid))
             return zvsdk::ServeFactory(CreatePcmObject, &kClasses[i], iid, out);
-    if (IsEqualCLSID(clsid, CLSID_PcmWaveRenderer))
-        return zvsdk::ServeFactory(CreateRenderObject, nullptr, iid, out);
+        if (IsEqualCLSID(clsid, PcmRendererClsid(kClasses[i].container)))
+            return zvsdk::ServeFactory(CreateRenderObject, &kClasses[i], iid, out);
+    }
     return CLASS_E_CLASSNOTAVAILABLE;
 }
 

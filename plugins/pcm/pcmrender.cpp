@@ -1,18 +1,32 @@
-// Wave renderer of pcm.dll: linear PCM (8, 16, 24, 32 bits) and 32-bit
-// float, one audio stream, written through the RIFF chunk layer. The samples
-// arrive in the template's decoded format and are stored as they come; the
-// RIFF and data sizes are fixed up on close, so a file left open by a crash
-// is still one the repair functions can rebuild.
+// Renderers of pcm.dll, one class per container (wave, Wave64, AIFF/AIFC):
+// linear PCM (8, 16, 24, 32 bits) and 32-bit float, one audio stream. The
+// samples arrive in the template's decoded format; wave and Wave64 store
+// them as they come, AIFF big-endian (pcmwrite.h). The sizes are fixed up on
+// close, so a wave file left open by a crash is still one the repair
+// functions can rebuild.
 #include "pcmrender.h"
 #include "pcmformat.h"
-#include "media/riff.h"
+#include "pcmwrite.h"
 #include "templates/zvtemplate.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
 #include <new>
+#include <stdlib.h>
 #include <string.h>
+#include <wchar.h>
 
 const GUID CLSID_PcmWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+const GUID CLSID_PcmWave64Renderer = {0x7C1E5B2B, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+const GUID CLSID_PcmAiffRenderer = {0x7C1E5B2C, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+
+const GUID &PcmRendererClsid(PcmContainer container)
+{
+    switch (container) {
+    case PCM_WAVE64: return CLSID_PcmWave64Renderer;
+    case PCM_AIFF: return CLSID_PcmAiffRenderer;
+    default: return CLSID_PcmWaveRenderer;
+    }
+}
 
 namespace {
 
@@ -56,31 +70,18 @@ HRESULT TemplateFormat(const tagZVTEMPLATExV2 *t, _zvwaveformat *out)
     return S_OK;
 }
 
-HRESULT WriteAll(HANDLE file, const void *data, DWORD size)
-{
-    DWORD put = 0;
-    if (!WriteFile(file, data, size, &put, NULL) || put != size)
-        return ZVERR_FILE_WRITE;
-    return S_OK;
-}
-
-HRESULT WriteDwordAt(HANDLE file, DWORD offset, DWORD value)
-{
-    LARGE_INTEGER at;
-    at.QuadPart = offset;
-    if (!SetFilePointerEx(file, at, NULL, FILE_BEGIN))
-        return ZVERR_FILE_WRITE;
-    return WriteAll(file, &value, 4);
-}
-
 class PcmRenderFile : public zvsdk::RenderFileObject {
 public:
     PcmRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name, const _zvwaveformat &format,
-                  DWORD dataOffset)
-        : RenderFileObject(owner, name), file_(file), format_(format), dataOffset_(dataOffset)
+                  const PcmWriteLayout &layout)
+        : RenderFileObject(owner, name), file_(file), format_(format), layout_(layout)
     {
     }
-    ~PcmRenderFile() override { Close(); }
+    ~PcmRenderFile() override
+    {
+        Close();
+        free(scratch_);
+    }
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
         if (!count)
@@ -118,14 +119,13 @@ public:
         ULONGLONG bytes = (ULONGLONG)sampleCount * format_.blockAlign;
         if (bytes > buffer.cbData)
             return ZVERR_BUFFER_TOO_SMALL;
-        // The RIFF size must still fit 32 bits with the pad byte and header.
-        if (dataOffset_ + dataSize_ + bytes + 1 > ZVRIFF_MAX_SIZE + 8ull)
+        if (dataSize_ + bytes > layout_.maxData)
             return ZVERR_SIZE_LIMIT;
         CMappingOfZvMemoryToken source(buffer, ZVMEMTOKEN_READ);
         const BYTE *data = (const BYTE *)source.Pointer();
         if (!data)
             return E_FAIL;
-        HRESULT hr = WriteAll(file_, data, (DWORD)bytes);
+        HRESULT hr = PcmNeedsEncode(layout_) ? WriteEncoded(data, bytes) : WriteAll(data, bytes);
         source.Dispose();
         if (FAILED(hr))
             return hr;
@@ -155,15 +155,7 @@ public:
     {
         if (!file_)
             return S_OK;
-        HRESULT hr = S_OK;
-        if (dataSize_ & 1) {
-            BYTE pad = 0;
-            hr = WriteAll(file_, &pad, 1);
-        }
-        if (SUCCEEDED(hr))
-            hr = WriteDwordAt(file_, dataOffset_ - 4, (DWORD)dataSize_);
-        if (SUCCEEDED(hr))
-            hr = riff_SetRIFFSize(file_, (DWORD)(dataOffset_ - 8 + ((dataSize_ + 1) & ~1ull)));
+        HRESULT hr = PcmFinishFile(file_, layout_, dataSize_);
         if (!CloseHandle(file_) && SUCCEEDED(hr))
             hr = ZVERR_FILE_WRITE;
         file_ = NULL;
@@ -171,39 +163,59 @@ public:
     }
 
 private:
+    // In pieces of at most 1 GiB: one call per piece keeps the writes large.
+    HRESULT WriteAll(const BYTE *data, ULONGLONG size)
+    {
+        while (size) {
+            DWORD n = size > (1u << 30) ? 1u << 30 : (DWORD)size, put = 0;
+            if (!WriteFile(file_, data, n, &put, NULL) || put != n)
+                return ZVERR_FILE_WRITE;
+            data += n;
+            size -= n;
+        }
+        return S_OK;
+    }
+    // Through a scratch buffer of whole frames, turned into the stored form.
+    HRESULT WriteEncoded(const BYTE *data, ULONGLONG size)
+    {
+        const DWORD frames = (1u << 20) / format_.blockAlign + 1, chunk = frames * format_.blockAlign;
+        if (!scratch_ && !(scratch_ = (BYTE *)malloc(chunk)))
+            return E_OUTOFMEMORY;
+        while (size) {
+            DWORD n = size > chunk ? chunk : (DWORD)size;
+            memcpy(scratch_, data, n);
+            PcmDecode(layout_.stored, scratch_, n / format_.blockAlign);
+            HRESULT hr = WriteAll(scratch_, n);
+            if (FAILED(hr))
+                return hr;
+            data += n;
+            size -= n;
+        }
+        return S_OK;
+    }
+
     HANDLE file_;
     _zvwaveformat format_;
-    const DWORD dataOffset_;
+    const PcmWriteLayout layout_;
     ULONGLONG dataSize_ = 0;
+    BYTE *scratch_ = nullptr;
 };
 
-// RIFF/WAVE header with an empty data chunk; the extensible form above two
-// channels or 16 bits, the 16-byte plain form otherwise. Returns the offset
-// of the first sample.
-HRESULT WriteHeader(HANDLE file, const _zvwaveformat &format, DWORD *dataOffset)
+// A name that asks for the AIFC form.
+bool WantsAifc(LPCWSTR path)
 {
-    WAVEFORMATEXTENSIBLE wfe;
-    bool extensible = format.channels > 2 || ZvAudio_BitsFromSampleType(format.sampleType) > 16;
-    if (!format.ToWfx(&wfe.Format, sizeof wfe, extensible ? ZVWFX_COPY_EXTENSIBLE : ZVWFX_COPY_PLAIN))
-        return ZVERR_UNSUPPORTED_MEDIA;
-    DWORD fmtSize = extensible ? (DWORD)sizeof wfe : 16;
-    DWORD written = 0;
-    HRESULT hr = riff_WriteFileID(file, ZVRIFF_WAVE, 4 + 8 + fmtSize + 8);
-    if (SUCCEEDED(hr))
-        hr = riff_WriteChunk(file, ZVRIFF_FMT, &wfe, fmtSize, &written);
-    if (SUCCEEDED(hr))
-        hr = riff_WriteChunkHeader(file, ZVRIFF_DATA, 0);
-    *dataOffset = 12 + written + 8;
-    return hr;
+    size_t n = wcslen(path);
+    return n >= 5 && _wcsicmp(path + n - 5, L".aifc") == 0;
 }
 
-class PcmRenderClass : public zvsdk::ClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+class PcmRenderClass : public zvsdk::RenderClassObject {
 public:
+    explicit PcmRenderClass(PcmContainer container) : container_(container) {}
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
         if (!classGuid)
             return E_POINTER;
-        *classGuid = CLSID_PcmWaveRenderer;
+        *classGuid = PcmRendererClsid(container_);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
@@ -218,11 +230,11 @@ public:
         if (!readClass)
             return E_POINTER;
         *readClass = nullptr;
-        return PcmCreateWaveReadClass(manager_, IID_IZvReadFileClass, (void **)readClass);
+        return PcmCreateReadClass(container_, manager_, IID_IZvReadFileClass, (void **)readClass);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
-        return PcmWaveInfoTexts(ids, count, texts);
+        return PcmInfoTexts(container_, ids, count, texts);
     }
     HRESULT STDMETHODCALLTYPE CreateFile(IZvRenderFile **file, LPCWSTR path, PCZVTEMPLATE templ, DWORD streamMask,
                                          DWORD) override
@@ -248,15 +260,15 @@ public:
             SysFreeString(name);
             return hr;
         }
-        DWORD dataOffset = 0;
-        hr = WriteHeader(h, format, &dataOffset);
+        PcmWriteLayout layout;
+        hr = PcmWriteHeader(h, container_, format, WantsAifc(path), &layout);
         if (FAILED(hr)) {
             CloseHandle(h);
             DeleteFileW(path);
             SysFreeString(name);
             return hr;
         }
-        return Hand(new (std::nothrow) PcmRenderFile(this, h, name, format, dataOffset), IID_IZvRenderFile,
+        return Hand(new (std::nothrow) PcmRenderFile(this, h, name, format, layout), IID_IZvRenderFile,
                     (void **)file);
     }
     HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
@@ -287,52 +299,18 @@ public:
         if (FAILED(hr))
             return hr;
         t->dwPresetId = (DWORD)index + 1;
-        t->rendererClass = CLSID_PcmWaveRenderer;
+        t->rendererClass = PcmRendererClsid(container_);
         // Fixed per preset: the class id with the preset number in the last byte.
-        t->templateId = CLSID_PcmWaveRenderer;
+        t->templateId = t->rendererClass;
         t->templateId.Data4[7] = (BYTE)(index + 1);
         *templ = t;
         return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID id, PZVTEMPLATE *templ) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        for (LONG i = 0; i < kPresetCount; i++) {
-            HRESULT hr = GetTemplate(templ, i);
-            if (FAILED(hr))
-                return hr;
-            if (IsEqualGUID((*templ)->templateId, id))
-                return S_OK;
-            free(*templ);
-            *templ = nullptr;
-        }
-        return ZVERR_NOT_FOUND;
     }
     HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE templ) override
     {
         _zvwaveformat format;
         HRESULT hr = TemplateFormat(templ, &format);
         return hr == E_POINTER ? E_INVALIDARG : hr;
-    }
-    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
-                                               DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
-            return E_INVALIDARG;
-        *result = ZvFio_CopyTemplate(source);
-        return *result ? S_OK : E_OUTOFMEMORY;
     }
     // Audio bits per second (3) and whether this renderer writes the template (0x17).
     HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE templ, BYTE *buffer, DWORD size, DWORD infoId) override
@@ -357,40 +335,16 @@ public:
         memcpy(buffer, &value, 4);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
-    {
-        if (!page)
-            return E_POINTER;
-        *page = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
-    {
-        if (!index)
-            return E_POINTER;
-        *index = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message && !(*message = SysAllocString(L"ready")))
-            return E_OUTOFMEMORY;
-        return S_OK;
-    }
+
+private:
+    const PcmContainer container_;
 };
 
 } // namespace
 
-HRESULT PcmCreateWaveRenderClass(IZvFileIOManager *manager, REFIID iid, void **out)
+HRESULT PcmCreateRenderClass(PcmContainer container, IZvFileIOManager *manager, REFIID iid, void **out)
 {
-    PcmRenderClass *c = new (std::nothrow) PcmRenderClass;
+    PcmRenderClass *c = new (std::nothrow) PcmRenderClass(container);
     if (c)
         c->SetManager(manager);
     return Hand(c, iid, out);

@@ -6,6 +6,7 @@
  *     class MyStream : public zvsdk::Com<IZvReadAudioStream, &IID_IZvReadAudioStream,
  *                                        &IID_IZvReadStream> { ... };
  *     class MyClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> { ... };
+ *     class MyRenderer : public zvsdk::RenderClassObject { ... };
  *
  *     extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
  *     {   ... return zvsdk::ServeFactory(CreateMyClass, context, iid, out); }
@@ -14,6 +15,7 @@
 #pragma once
 #include "zvplugin_sdk.h"
 #include <new>
+#include <string.h>
 
 namespace zvsdk {
 
@@ -255,6 +257,84 @@ public:
     HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
+};
+
+// GetPluginStatus of a class with nothing to report: S_OK and "ready".
+inline HRESULT ReadyStatus(HRESULT *status, BSTR *message)
+{
+    if (!status)
+        return E_POINTER;
+    *status = S_OK;
+    if (message && !(*message = SysAllocString(L"ready")))
+        return E_OUTOFMEMORY;
+    return S_OK;
+}
+
+// What a renderer class answers when it has no template editor: a preset
+// found by its id among its own, nothing to add to old templates, the
+// record to edit copied as it is, no edit pages, and a ready status. A
+// renderer overrides what it does differently.
+class RenderClassObject : public ClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+public:
+    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID id, PZVTEMPLATE *templ) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        LONG count = 0;
+        HRESULT hr = GetTemplateCount(&count);
+        for (LONG i = 0; SUCCEEDED(hr) && i < count; i++) {
+            if (FAILED(hr = GetTemplate(templ, i)))
+                return hr;
+            if (IsEqualGUID((*templ)->templateId, id))
+                return S_OK;
+            free(*templ);
+            *templ = nullptr;
+        }
+        return FAILED(hr) ? hr : ZVERR_NOT_FOUND;
+    }
+    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
+                                               DWORD) override
+    {
+        if (!result)
+            return E_POINTER;
+        *result = nullptr;
+        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
+            return E_INVALIDARG;
+        if (!(*result = (PZVTEMPLATE)malloc(source->dwSize)))
+            return E_OUTOFMEMORY;
+        memcpy(*result, source, source->dwSize);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
+    {
+        if (!page)
+            return E_POINTER;
+        *page = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
+    {
+        if (!index)
+            return E_POINTER;
+        *index = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        return ReadyStatus(status, message);
+    }
 };
 
 // A class factory that makes its objects through a function with a context

@@ -176,6 +176,44 @@ HRESULT ZvFio_InitBasicAudioTemplate(tagZVTEMPLATExV2 **record, const ZVWAVEFORM
     return S_OK;
 }
 
+HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, const _ZVFILESTREAMFORMATINFOv2 *formats,
+                               const _ZVFILESTREAMFORMATINFOv2 *encoded, LONG count, DWORD extra, LPCWSTR name,
+                               LPCWSTR notes)
+{
+    if (!record || (count > 0 && !formats))
+        return E_POINTER;
+    BYTE source[ZVTEMPLATE_MIN_SIZE] = {};
+    tagZVTEMPLATExV2 *t = (tagZVTEMPLATExV2 *)source;
+    t->dwSize = ZVTEMPLATE_MIN_SIZE;
+    t->dwVersion = ZVTEMPLATE_VERSION_V2;
+    DWORD mask = 0;
+    static const BYTE kEmpty[96] = {};
+    for (LONG i = 0; i < count; i++) {
+        const _ZVFILESTREAMFORMATINFOv2 &f = formats[i];
+        bool audio = f.dwStreamType == ZVFILESTREAMTYPE_AUDIO;
+        if (!audio && f.dwStreamType != ZVFILESTREAMTYPE_VIDEO)
+            continue;
+        // block size, one stream, decoded format and extension; the encoded
+        // format where the stream has one (96 bytes of audio, a frame header)
+        const DWORD block = audio ? ZVT_OFS_AUDIO : ZVT_OFS_VIDEO;
+        *ZvTemplateAt<DWORD>(t, block) = ZVTEMPLATE_BLOCK_SIZE;
+        *ZvTemplateAt<DWORD>(t, block + 4) = 1;
+        memcpy(ZvTemplateAt<BYTE>(t, audio ? ZVT_OFS_AUDIO_FORMAT : ZVT_OFS_VIDEO_FRAME), f.format, 40);
+        memcpy(ZvTemplateAt<BYTE>(t, audio ? ZVT_OFS_AUDIO_EXT : ZVT_OFS_VIDEO_EXT), f.extension, audio ? 32 : 64);
+        if (encoded && memcmp(encoded[i].format, kEmpty, sizeof kEmpty) != 0)
+            memcpy(ZvTemplateAt<BYTE>(t, audio ? ZVT_OFS_AUDIO_ENCODED : ZVT_OFS_VIDEO_ENCODED), encoded[i].format,
+                   audio ? 96 : 40);
+        mask |= audio ? 1 : 2;
+    }
+    tagZVTEMPLATExV2 *made = NULL;
+    HRESULT hr = ZvFio_MakeTemplate(&made, ZVTEMPLATE_VERSION_V2, t, mask, extra, name, notes);
+    if (FAILED(hr))
+        return hr;
+    ZvFio_ReleaseTemplate(*record);
+    *record = made;
+    return S_OK;
+}
+
 DWORD ZvFio_CountSetBits(DWORD value)
 {
     DWORD n = 0;

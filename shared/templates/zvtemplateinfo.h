@@ -28,4 +28,10 @@ ZVAPI HRESULT ZvFio_GetTemplateInfo(const tagZVTEMPLATExV2 *t, DWORD streamMask,
 // A 540-byte record with one audio stream of the format; an encoded format
 // goes to the encoded place with 16-bit PCM as the decoded form.
 ZVAPI HRESULT ZvFio_InitBasicAudioTemplate(tagZVTEMPLATExV2 **record, const ZVWAVEFORMAT *format);
+// A template of the streams described (one record per stream, audio or
+// video; others are passed over), with the matching encoded record of each
+// if given and carrying a format. E_POINTER for a null out or array.
+ZVAPI HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, const _ZVFILESTREAMFORMATINFOv2 *formats,
+                                     const _ZVFILESTREAMFORMATINFOv2 *encoded, LONG count, DWORD extra,
+                                     LPCWSTR name, LPCWSTR notes);
 ZVAPI DWORD ZvFio_CountSetBits(DWORD value);

@@ -223,14 +223,14 @@ bool IsSystemCode(HRESULT hr)
 
 // ------------------------------------------------------------ the module
 
-TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIds)
+TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
 {
     ASSERT_NE(Dll().module, (HMODULE)NULL);
     IZvUnsharedFIOPluginInfo *listing = nullptr;
     ASSERT_EQ(Dll().create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
     LONG count = 0;
     ASSERT_EQ(listing->GetClassCount(&count), S_OK);
-    ASSERT_EQ(count, 4);
+    ASSERT_EQ(count, 6);
     for (LONG i = 0; i < 3; i++) {
         ZVFIO_PLUGINCLASSINFO info = {};
         ASSERT_EQ(listing->GetPluginClassInfo(i, &info), S_OK);
@@ -243,9 +243,15 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIds)
         EXPECT_TRUE(IsEqualGUID(guid, *kClasses[i]));
     }
     ZVFIO_PLUGINCLASSINFO info = {};
-    ASSERT_EQ(listing->GetPluginClassInfo(3, &info), S_OK);
-    EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
-    EXPECT_EQ(listing->GetPluginClassInfo(4, &info), E_INVALIDARG);
+    for (LONG i = 3; i < 6; i++) {
+        ASSERT_EQ(listing->GetPluginClassInfo(i, &info), S_OK);
+        EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
+        IClassFactory *factory = nullptr;
+        EXPECT_EQ(Dll().getClassObject(info.classId, IID_IClassFactory, (void **)&factory), S_OK);
+        if (factory)
+            factory->Release();
+    }
+    EXPECT_EQ(listing->GetPluginClassInfo(6, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
     listing->Release();
 

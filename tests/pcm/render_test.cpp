@@ -1,9 +1,9 @@
-// The wave renderer of pcm.dll: its presets rendered and read back through
-// the PCM reader byte for byte, 1 to 6 channels in every sample type, the
-// header form the channel count and width call for, sizes fixed up on close
-// (odd data included), and the results of templates it cannot write. Files
-// go to $ZV_PCM_RENDERED with a manifest, where render_sox.sh checks them
-// against sox's reading.
+// The renderers of pcm.dll (wave, Wave64, AIFF/AIFC): their presets
+// rendered and read back through the PCM reader byte for byte, 1 to 6
+// channels in every sample type, the header form the channel count and width
+// call for, sizes fixed up on close (odd data included), and the results of
+// templates they cannot write. Files go to $ZV_PCM_RENDERED with a manifest,
+// where render_sox.sh checks them against sox's reading.
 #include <gtest/gtest.h>
 #include "testutil.h"
 #include "zvplugin_sdk.h"
@@ -19,6 +19,23 @@ namespace {
 
 const GUID kWaveReader = {0x0A30C422, 0xB91B, 0x11D3, {0xA4, 0x84, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
 const GUID kWaveRenderer = {0x7C1E5B2A, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}};
+
+struct Container {
+    const char *name;
+    GUID renderer, reader;
+    const wchar_t *ext;
+};
+const Container kContainers[] = {
+    {"wave", kWaveRenderer, kWaveReader, L".wav"},
+    {"wave64",
+     {0x7C1E5B2B, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}},
+     {0x605F1174, 0x83E4, 0x4420, {0x85, 0xA1, 0xB5, 0xA4, 0xDC, 0x1E, 0xA0, 0x28}},
+     L".w64"},
+    {"aiff",
+     {0x7C1E5B2C, 0x3D4F, 0x4A8B, {0x9E, 0x21, 0x6F, 0x0B, 0x5C, 0x3D, 0x8A, 0x14}},
+     {0x3CBBA9C2, 0x75AD, 0x11D3, {0xA4, 0x83, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}},
+     L".aif"},
+};
 
 template <class T> HRESULT Create(const GUID &clsid, REFIID iid, T **out)
 {
@@ -108,14 +125,15 @@ _zvmemorytoken Local(void *data, DWORD size)
     return t;
 }
 
-struct Renderer : ::testing::Test {
+struct Renderer : ::testing::TestWithParam<int> {
     IZvRenderFileClass *cls = nullptr;
     IZvReadFileClass *reader = nullptr;
     zvtest::TempDir temp;
+    const Container &kind = kContainers[GetParam()];
     void SetUp() override
     {
-        ASSERT_EQ(Create(kWaveRenderer, IID_IZvRenderFileClass, &cls), S_OK);
-        ASSERT_EQ(Create(kWaveReader, IID_IZvReadFileClass, &reader), S_OK);
+        ASSERT_EQ(Create(kind.renderer, IID_IZvRenderFileClass, &cls), S_OK);
+        ASSERT_EQ(Create(kind.reader, IID_IZvReadFileClass, &reader), S_OK);
     }
     void TearDown() override
     {
@@ -177,6 +195,22 @@ struct Renderer : ::testing::Test {
             ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT)->Init(rate, type, channels);
         return t;
     }
+
+    // The file for render_sox.sh with the samples as written; AIFF keeps
+    // 8-bit samples signed, so sox reads them as such.
+    void ForSox(const std::wstring &dir, const std::wstring &name, ZVSAMPLETYPE type, unsigned channels, DWORD rate,
+                std::vector<BYTE> raw)
+    {
+        bool signed8 = type == ZVSAMPLE_U8 && GetParam() == 2;
+        if (signed8)
+            for (BYTE &b : raw)
+                b ^= 0x80;
+        char line[160];
+        snprintf(line, sizeof line, "%ls %s %u %u %lu\n", name.c_str(), signed8 ? "s8" : TypeName(type),
+                 ZvAudio_BitsFromSampleType(type), channels, (unsigned long)rate);
+        Manifest(dir, line);
+        zvtest::WriteFileBytes(dir + name + L".raw", raw.data(), raw.size());
+    }
 };
 
 // File bytes as little-endian words.
@@ -188,7 +222,7 @@ DWORD Word(const std::vector<BYTE> &b, size_t at)
     return v;
 }
 
-TEST_F(Renderer, PresetsRoundTripThroughTheReader)
+TEST_P(Renderer, PresetsRoundTripThroughTheReader)
 {
     static const struct { DWORD rate; ZVSAMPLETYPE type; } want[] = {
         {44100, ZVSAMPLE_S16}, {48000, ZVSAMPLE_S24}, {96000, ZVSAMPLE_F32}};
@@ -200,7 +234,7 @@ TEST_F(Renderer, PresetsRoundTripThroughTheReader)
         tagZVTEMPLATExV2 *t = nullptr;
         ASSERT_EQ(cls->GetTemplate(&t, i), S_OK);
         EXPECT_EQ(t->dwPresetId, (DWORD)i + 1);
-        EXPECT_TRUE(IsEqualGUID(t->rendererClass, kWaveRenderer));
+        EXPECT_TRUE(IsEqualGUID(t->rendererClass, kind.renderer));
         EXPECT_NE(ZvFio_GetTemplateName(t)[0], 0);
         EXPECT_EQ(cls->CheckTemplate(t), S_OK);
         tagZVTEMPLATExV2 *found = nullptr;
@@ -217,7 +251,7 @@ TEST_F(Renderer, PresetsRoundTripThroughTheReader)
 
         std::vector<BYTE> signal = Signal(want[i].type, 2, 10007);
         wchar_t name[32];
-        swprintf(name, 32, L"preset%ld.wav", (long)i);
+        swprintf(name, 32, L"preset%ld%ls", (long)i, kind.ext);
         Render(dir + name, t, signal, f->blockAlign);
         std::vector<BYTE> back;
         _zvwaveformat got = {};
@@ -226,19 +260,14 @@ TEST_F(Renderer, PresetsRoundTripThroughTheReader)
         EXPECT_EQ(got.sampleType, want[i].type);
         EXPECT_EQ(got.channels, 2);
         EXPECT_TRUE(back == signal) << "preset " << i;
-        char line[128];
-        snprintf(line, sizeof line, "preset%ld.wav %s %u 2 %lu\n", (long)i, TypeName(want[i].type),
-                 ZvAudio_BitsFromSampleType(want[i].type), (unsigned long)want[i].rate);
-        Manifest(dir, line);
-        std::vector<BYTE> raw(signal);
-        zvtest::WriteFileBytes(dir + name + L".raw", raw.data(), raw.size());
+        ForSox(dir, name, want[i].type, 2, want[i].rate, signal);
         free(t);
     }
 }
 
-// Every width from mono to 6 channels: plain header (fmt 16) only up to two
-// channels of up to 16 bits, sizes right even when the data is odd.
-TEST_F(Renderer, ChannelsAndWidthsPickTheHeaderForm)
+// Every width from mono to 6 channels: wave has a plain header (fmt 16) only
+// up to two channels of up to 16 bits; sizes right even when the data is odd.
+TEST_P(Renderer, ChannelsAndWidthsPickTheHeaderForm)
 {
     static const ZVSAMPLETYPE types[] = {ZVSAMPLE_U8, ZVSAMPLE_S16, ZVSAMPLE_S24, ZVSAMPLE_S32, ZVSAMPLE_F32};
     std::wstring dir = OutDir(temp);
@@ -250,23 +279,44 @@ TEST_F(Renderer, ChannelsAndWidthsPickTheHeaderForm)
             unsigned align = ch * ZvAudio_BytesFromSampleType(type);
             std::vector<BYTE> signal = Signal(type, ch, 1001);
             wchar_t name[40];
-            swprintf(name, 40, L"%hs_%u.wav", TypeName(type), ch);
+            swprintf(name, 40, L"%hs_%u%ls", TypeName(type), ch, kind.ext);
             Render(dir + name, t, signal, align);
             free(t);
 
             std::vector<BYTE> file;
             ASSERT_TRUE(zvtest::ReadFileBytes(dir + name, file));
             bool extensible = ch > 2 || ZvAudio_BitsFromSampleType(type) > 16;
-            DWORD fmtSize = extensible ? 40 : 16;
-            EXPECT_EQ(Word(file, 16), fmtSize);
-            EXPECT_EQ(Word(file, 20) & 0xFFFF, extensible ? 0xFFFEu : type == ZVSAMPLE_F32 ? 3u : 1u);
-            size_t dataAt = 20 + fmtSize;
-            EXPECT_EQ(Word(file, dataAt), 0x61746164u);
-            EXPECT_EQ(Word(file, dataAt + 4), (DWORD)signal.size());
-            EXPECT_EQ(file.size(), dataAt + 8 + signal.size() + (signal.size() & 1));
-            EXPECT_EQ(Word(file, 4), (DWORD)file.size() - 8);
-            if (extensible) {
-                EXPECT_EQ(Word(file, 20 + 20), (1u << ch) - 1) << "speaker mask";
+            DWORD fmtSize = extensible ? 40 : 16, tag = extensible ? 0xFFFE : type == ZVSAMPLE_F32 ? 3 : 1;
+            size_t size = signal.size();
+            switch (GetParam()) {
+            case 0: {
+                EXPECT_EQ(Word(file, 16), fmtSize);
+                EXPECT_EQ(Word(file, 20) & 0xFFFF, tag);
+                size_t dataAt = 20 + fmtSize;
+                EXPECT_EQ(Word(file, dataAt), 0x61746164u);
+                EXPECT_EQ(Word(file, dataAt + 4), (DWORD)size);
+                EXPECT_EQ(file.size(), dataAt + 8 + size + (size & 1));
+                EXPECT_EQ(Word(file, 4), (DWORD)file.size() - 8);
+                if (extensible) {
+                    EXPECT_EQ(Word(file, 20 + 20), (1u << ch) - 1) << "speaker mask";
+                }
+                break;
+            }
+            case 1:
+                // always the plain form; sizes count the 24-byte headers;
+                // the last chunk has no pad
+                EXPECT_EQ(Word(file, 56), 24u + 16);
+                EXPECT_EQ(Word(file, 64) & 0xFFFF, type == ZVSAMPLE_F32 ? 3u : 1u);
+                EXPECT_EQ(Word(file, 80), 0x61746164u);
+                EXPECT_EQ(Word(file, 96), (DWORD)size + 24);
+                EXPECT_EQ(file.size(), 104 + size);
+                EXPECT_EQ(Word(file, 16), (DWORD)file.size());
+                break;
+            case 2:
+                EXPECT_EQ(_byteswap_ulong(Word(file, 4)), (DWORD)file.size() - 8) << "FORM size";
+                EXPECT_EQ(Word(file, 8), type == ZVSAMPLE_F32 ? 0x43464941u : 0x46464941u) << "AIFC for float";
+                EXPECT_EQ(file.size() & 1, 0u);
+                break;
             }
 
             std::vector<BYTE> back;
@@ -275,21 +325,17 @@ TEST_F(Renderer, ChannelsAndWidthsPickTheHeaderForm)
             EXPECT_EQ(got.channels, ch);
             EXPECT_EQ(got.sampleType, type);
             EXPECT_TRUE(back == signal);
-            char line[128];
-            snprintf(line, sizeof line, "%s_%u.wav %s %u %u 22050\n", TypeName(type), ch, TypeName(type),
-                     ZvAudio_BitsFromSampleType(type), ch);
-            Manifest(dir, line);
-            zvtest::WriteFileBytes(dir + name + L".raw", signal.data(), signal.size());
+            ForSox(dir, name, type, ch, 22050, signal);
         }
 }
 
-TEST_F(Renderer, RefusalsAndAbort)
+TEST_P(Renderer, RefusalsAndAbort)
 {
     tagZVTEMPLATExV2 *t = WithFormat(48000, ZVSAMPLE_F64, 2);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(cls->CheckTemplate(t), ZVERR_TEMPLATE_REFUSED);
     IZvRenderFile *file = nullptr;
-    std::wstring path = temp.file(L"x.wav");
+    std::wstring path = temp.file((L"x" + std::wstring(kind.ext)).c_str());
     EXPECT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), ZVERR_TEMPLATE_REFUSED);
     EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
     DWORD usable = 1;
@@ -331,15 +377,15 @@ TEST_F(Renderer, RefusalsAndAbort)
 
 // Templates with damaged audio blocks: refused with the system's codes or
 // written as a file the reader takes back, never a crash; no block leaks.
-TEST_F(Renderer, MutatedTemplates)
+TEST_P(Renderer, MutatedTemplates)
 {
     tagZVTEMPLATExV2 *base = nullptr;
     ASSERT_EQ(cls->GetTemplate(&base, 1), S_OK);
-    std::wstring path = temp.file(L"m.wav");
-    zvtest::Rng rng{7};
+    std::wstring path = temp.file((L"m" + std::wstring(kind.ext)).c_str());
+    zvtest::Rng rng{7u + GetParam()};
     long long before = zvtest::HeapBusyBlocks();
     int written = 0;
-    for (int i = 0; i < 3000; i++) {
+    for (int i = 0; i < 1500; i++) {
         tagZVTEMPLATExV2 *t = ZvFio_CopyTemplate(base);
         ASSERT_NE(t, nullptr);
         for (unsigned n = 1 + rng.below(4); n; n--) {
@@ -373,20 +419,23 @@ TEST_F(Renderer, MutatedTemplates)
     EXPECT_LE(zvtest::HeapBusyBlocks() - before, 8);
 }
 
-// The wave reader names the renderer as its companion and back.
-TEST_F(Renderer, ReaderAndRendererAreCompanions)
+// Each reader names its container's renderer as its companion and back.
+TEST_P(Renderer, ReaderAndRendererAreCompanions)
 {
     IZvRenderFileClass *other = nullptr;
     ASSERT_EQ(reader->GetRenderClass(&other), S_OK);
     GUID guid = {};
     EXPECT_EQ(other->GetClassGuid(&guid), S_OK);
-    EXPECT_TRUE(IsEqualGUID(guid, kWaveRenderer));
+    EXPECT_TRUE(IsEqualGUID(guid, kind.renderer));
     IZvReadFileClass *back = nullptr;
     ASSERT_EQ(other->GetReadClass(&back), S_OK);
     EXPECT_EQ(back->GetClassGuid(&guid), S_OK);
-    EXPECT_TRUE(IsEqualGUID(guid, kWaveReader));
+    EXPECT_TRUE(IsEqualGUID(guid, kind.reader));
     back->Release();
     other->Release();
 }
+
+INSTANTIATE_TEST_SUITE_P(Pcm, Renderer, ::testing::Values(0, 1, 2),
+                         [](const ::testing::TestParamInfo<int> &p) { return std::string(kContainers[p.param].name); });
 
 } // namespace

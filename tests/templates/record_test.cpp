@@ -328,6 +328,45 @@ TEST(TemplateList, StreamRoundTrip)
     ZvFio_FreeTemplateList(back);
 }
 
+// Stream records in, each stream's blocks at their offsets; a kind without
+// format data passed over, an empty encoded record not copied.
+TEST(TemplateRecord, GeneratedFromStreamRecords)
+{
+    _ZVFILESTREAMFORMATINFOv2 f[3] = {}, enc[3] = {};
+    f[0].dwStreamType = ZVFILESTREAMTYPE_DATA;
+    f[1].dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+    ZVWAVEFORMAT wf;
+    wf.Init(48000, ZVSAMPLE_S24, 2);
+    memcpy(f[1].format, &wf, sizeof wf);
+    memset(f[1].extension, 0xA1, sizeof f[1].extension);
+    f[2].dwStreamType = ZVFILESTREAMTYPE_VIDEO;
+    memset(f[2].format, 0xB2, sizeof f[2].format);
+    memset(f[2].extension, 0xC3, sizeof f[2].extension);
+    memset(enc[2].format, 0xD4, sizeof enc[2].format);
+    Owned o;
+    ASSERT_EQ(S_OK, ZvFio_GenerateTemplate(&o.t, f, enc, 3, 0, L"made", L"from streams"));
+    EXPECT_STREQ(ZvFio_GetTemplateName(o.t), L"made");
+    DWORD v = 0;
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 3, &v, 4, ZVTI_AUDIO_STREAMS));
+    EXPECT_EQ(v, 1u);
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 3, &v, 4, ZVTI_VIDEO_STREAMS));
+    EXPECT_EQ(v, 1u);
+    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_SAMPLE_RATE));
+    EXPECT_EQ(v, 48000u);
+    const BYTE *b = (const BYTE *)o.t;
+    EXPECT_EQ(memcmp(b + ZVT_OFS_AUDIO_FORMAT, &wf, sizeof wf), 0);
+    EXPECT_EQ(b[ZVT_OFS_AUDIO_EXT], 0xA1);
+    EXPECT_EQ(b[ZVT_OFS_AUDIO_EXT + 31], 0xA1);
+    EXPECT_EQ(b[ZVT_OFS_AUDIO_ENCODED], 0) << "no encoded audio given";
+    EXPECT_EQ(b[ZVT_OFS_VIDEO_FRAME + 39], 0xB2);
+    EXPECT_EQ(b[ZVT_OFS_VIDEO_FRAME + 40], 0xC3) << "the frame is 40 bytes, then the extension";
+    EXPECT_EQ(b[ZVT_OFS_VIDEO_EXT + 63], 0xC3);
+    EXPECT_EQ(b[ZVT_OFS_VIDEO_ENCODED + 39], 0xD4);
+    EXPECT_EQ(b[ZVT_OFS_VIDEO_ENCODED + 40], 0);
+    EXPECT_EQ(ZvFio_GenerateTemplate(nullptr, f, enc, 3, 0, L"", L""), E_POINTER);
+    EXPECT_EQ(ZvFio_GenerateTemplate(&o.t, nullptr, nullptr, 1, 0, L"", L""), E_POINTER);
+}
+
 TEST(TemplateRecord, InfoValues)
 {
     ZVWAVEFORMAT fmt;

@@ -81,6 +81,7 @@ extern const Command kInfoCommand;
 extern const Command kReadCommand;
 extern const Command kFiltersCommand;
 extern const Command kTemplatesCommand;
+extern const Command kRenderCommand;
 extern const Command kValidateCommand;
 
 } // namespace zvfio

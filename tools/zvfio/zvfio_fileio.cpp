@@ -4,6 +4,7 @@
 #include "zvfio.h"
 #include "zvfio_failures.h"
 #include "zvfio_manager.h"
+#include "zvfio_audio.h"
 #include "filemng/filemng.h"
 #include "filemng/fioidentify.h"
 #include "filemng/surrogatetable.h"
@@ -279,28 +280,20 @@ HRESULT Identify(const Args &args)
     return FAILED(first) && FAILED(failed) ? failed : first;
 }
 
-// A reader opened by name, released at the end of the command.
-struct OpenedFile {
-    IZvReadFile *file = nullptr;
-    ~OpenedFile()
-    {
-        if (file) {
-            file->Close();
-            file->Release();
-        }
-    }
-};
+} // namespace
 
-struct AudioFormat {
-    bool valid = false;
-    ZVSAMPLETYPE type = ZVSAMPLE_NONE;
-    DWORD rate = 0;
-    UINT channels = 0;
-    UINT bits = 0;
-    UINT blockAlign = 0;
-    bool isFloat = false;
-    LONGLONG length = 0;
-};
+LONG FirstAudioStream(IZvReadFile *file)
+{
+    LONG streams = 0;
+    file->GetStreamCount(&streams);
+    for (LONG i = 0; i < streams; ++i) {
+        ZVFILESTREAMTYPE type = ZVFILESTREAMTYPE_NONE;
+        DWORD sub = 0;
+        if (SUCCEEDED(file->GetStreamType(i, &type, &sub)) && type == ZVFILESTREAMTYPE_AUDIO)
+            return i;
+    }
+    return -1;
+}
 
 AudioFormat FormatOf(const _ZVFILESTREAMFORMATINFOv2 &info)
 {
@@ -341,6 +334,8 @@ HRESULT OpenAudio(IZvReadFile *file, LONG index, IZvReadAudioStream **as, AudioF
     (*as)->GetSampleCount(total);
     return hr;
 }
+
+namespace {
 
 const char *StreamTypeText(ZVFILESTREAMTYPE t)
 {
@@ -531,14 +526,7 @@ HRESULT Read(const Args &args)
     hr = mgr->OpenReader(path.c_str(), &f.file, 0);
     if (FAILED(hr))
         return hr;
-    LONG streams = 0, audio = -1;
-    f.file->GetStreamCount(&streams);
-    for (LONG i = 0; i < streams && audio < 0; ++i) {
-        ZVFILESTREAMTYPE type = ZVFILESTREAMTYPE_NONE;
-        DWORD sub = 0;
-        if (SUCCEEDED(f.file->GetStreamType(i, &type, &sub)) && type == ZVFILESTREAMTYPE_AUDIO)
-            audio = i;
-    }
+    LONG audio = FirstAudioStream(f.file);
     if (audio < 0) {
         Err("zvfio read: the file has no audio stream\n");
         return ZVERR_NOT_FOUND;

@@ -2,6 +2,8 @@
 // only after the surrogates it started have ended.
 #pragma once
 #include "filemng/filemng.h"
+#include "templates/zvtemplate.h"
+#include <string>
 
 namespace zvfio {
 
@@ -18,5 +20,11 @@ private:
     IZvFileIOMgrForApp *app_;
     bool com_;
 };
+
+// A renderer class by GUID, by extension ("wav", ".wav" or "*.wav") or by
+// a part of its display name.
+HRESULT FindRenderer(Manager &mgr, const std::wstring &key, IZvRenderFileClass **cls);
+// A template's audio format in words ("44100 Hz, 16-bit, 2 channels").
+std::string FormatText(const tagZVTEMPLATExV2 *t);
 
 } // namespace zvfio

@@ -7,7 +7,6 @@
 #include <stdlib.h>
 
 namespace zvfio {
-namespace {
 
 // A renderer class by GUID, by extension ("wav", ".wav" or "*.wav") or by
 // a part of its display name.
@@ -43,6 +42,8 @@ std::string FormatText(const tagZVTEMPLATExV2 *t)
              isFloat ? " float" : "", (unsigned long)channels, channels == 1 ? "" : "s");
     return text;
 }
+
+namespace {
 
 std::string GuidText(const GUID &g)
 {
