@@ -9,6 +9,7 @@
 #include "video/dib.h"
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <new>
 #include <string.h>
 
@@ -40,6 +41,79 @@ DWORD RgbRowBytes(const BITMAPINFOHEADER &h)
 }
 
 class AviReadFile;
+
+// A view of a caller's shared memory (a mapping token of another process)
+// kept from call to call: the first write to each page of a fresh view
+// faults, which under a surrogate costs many times the copy itself. The
+// section behind the token's handle is compared with the kept one at each
+// call, since a handle value and an address may be used again for another.
+class KeptView {
+public:
+    KeptView()
+    {
+        HMODULE base = GetModuleHandleW(L"kernelbase.dll");
+        same_ = base ? (Compare)(void *)GetProcAddress(base, "CompareObjectHandles") : nullptr;
+    }
+    ~KeptView() { drop(); }
+    BYTE *map(const _zvmemorytoken &t)
+    {
+        if (!same_ || t.dwKind != ZVMEMTOKEN_KIND_MAPPING || t.dwProcessId == GetCurrentProcessId())
+            return nullptr;
+        HANDLE owner = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId), h = NULL;
+        const bool dup = owner && DuplicateHandle(owner, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(), &h, 0,
+                                                  FALSE, DUPLICATE_SAME_ACCESS);
+        if (owner)
+            CloseHandle(owner);
+        if (!dup)
+            return nullptr;
+        const ULONGLONG need = (ULONGLONG)t.dwOffset + t.cbData;
+        if (section_ && need <= size_ && same_(h, section_)) {
+            CloseHandle(h);
+            return view_ + t.dwOffset;
+        }
+        drop();
+        view_ = (BYTE *)MapViewOfFile(h, FILE_MAP_WRITE, 0, 0, (SIZE_T)need);
+        if (!view_) {
+            CloseHandle(h);
+            return nullptr;
+        }
+        section_ = h;
+        size_ = need;
+        return view_ + t.dwOffset;
+    }
+
+private:
+    void drop()
+    {
+        if (view_)
+            UnmapViewOfFile(view_);
+        if (section_)
+            CloseHandle(section_);
+        view_ = nullptr;
+        section_ = NULL;
+        size_ = 0;
+    }
+    typedef BOOL(WINAPI *Compare)(HANDLE, HANDLE);
+    Compare same_;
+    HANDLE section_ = NULL;
+    BYTE *view_ = nullptr;
+    ULONGLONG size_ = 0;
+};
+
+// The memory a read call writes to: the file's kept view of a caller's
+// mapping, or the token mapped for this call.
+class Target {
+public:
+    Target(AviReadFile &file, const _zvmemorytoken &token);
+    ~Target();
+    BYTE *get() const { return data_; }
+
+private:
+    AviReadFile &file_;
+    BYTE *data_;
+    bool kept_;
+    std::optional<CMappingOfZvMemoryToken> mapped_;
+};
 
 // ------------------------------------------------------------ video
 
@@ -171,6 +245,7 @@ public:
         : ReadFileObject(owner, name), file_(file), avi_(avi)
     {
         InitializeCriticalSection(&lock_);
+        InitializeCriticalSection(&viewLock_);
         for (size_t i = 0; i < avi_.streams.size(); ++i) {
             const AviStream &s = avi_.streams[i];
             DWORD canonical;
@@ -181,6 +256,7 @@ public:
     ~AviReadFile()
     {
         Close();
+        DeleteCriticalSection(&viewLock_);
         DeleteCriticalSection(&lock_);
     }
 
@@ -193,6 +269,17 @@ public:
         LeaveCriticalSection(&lock_);
         return ok ? S_OK : ZVERR_FILE_READ;
     }
+    // The kept view of a caller's shared memory, with its lock held until
+    // releaseView; null (and no lock) when the token is of another kind.
+    BYTE *holdView(const _zvmemorytoken &token)
+    {
+        EnterCriticalSection(&viewLock_);
+        BYTE *p = view_.map(token);
+        if (!p)
+            LeaveCriticalSection(&viewLock_);
+        return p;
+    }
+    void releaseView() { LeaveCriticalSection(&viewLock_); }
     const AviStream *stream(LONG index) const
     {
         return index >= 0 && index < (LONG)shown_.size() ? &avi_.streams[shown_[index]] : nullptr;
@@ -312,7 +399,23 @@ private:
     const AviFile avi_;
     std::vector<size_t> shown_;   // the file's streams that this reader gives out
     CRITICAL_SECTION lock_;
+    KeptView view_;
+    CRITICAL_SECTION viewLock_;
 };
+
+Target::Target(AviReadFile &file, const _zvmemorytoken &token) : file_(file)
+{
+    data_ = file.holdView(token);
+    kept_ = data_ != nullptr;
+    if (!kept_)
+        data_ = (BYTE *)mapped_.emplace(token, ZVMEMTOKEN_WRITE).Pointer();
+}
+
+Target::~Target()
+{
+    if (kept_)
+        file_.releaseView();
+}
 
 AviVideoStream::AviVideoStream(AviReadFile *file, LONG index, const AviStream &s)
     : ReadStream(file, index, ZVFILESTREAMTYPE_VIDEO), s_(s)
@@ -372,8 +475,8 @@ HRESULT STDMETHODCALLTYPE AviVideoStream::ReadFrame(DWORD frameLow, LONG frameHi
     const ULONGLONG need = placeRows ? pitch * (rows - 1) + rowBytes : c.size;
     if (need > buffer.cbData)
         return ZVERR_BUFFER_TOO_SMALL;
-    CMappingOfZvMemoryToken target(buffer, ZVMEMTOKEN_WRITE);
-    BYTE *dest = (BYTE *)target.Pointer();
+    Target target(avi(), buffer);
+    BYTE *dest = target.get();
     if (!dest)
         return E_FAIL;
     HRESULT hr = S_OK;
@@ -390,7 +493,6 @@ HRESULT STDMETHODCALLTYPE AviVideoStream::ReadFrame(DWORD frameLow, LONG frameHi
             memcpy(dest + pitch * r, &image[(size_t)from * rowBytes], rowBytes);
         }
     }
-    target.Dispose();
     return hr;
 }
 
@@ -444,8 +546,8 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::ReadSamples(DWORD positionLow, LONG po
     if (position >= frames_)
         return S_FALSE;
     DWORD count = (DWORD)std::min<LONGLONG>(sampleCount, frames_ - position);
-    CMappingOfZvMemoryToken target(buffer, ZVMEMTOKEN_WRITE);
-    BYTE *dest = (BYTE *)target.Pointer();
+    Target target(avi(), buffer);
+    BYTE *dest = target.get();
     if (!dest)
         return E_FAIL;
     ULONGLONG from = (ULONGLONG)position * align_, left = (ULONGLONG)count * align_;
@@ -459,7 +561,6 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::ReadSamples(DWORD positionLow, LONG po
         from += n;
         left -= n;
     }
-    target.Dispose();
     if (FAILED(hr))
         return hr;
     *samplesRead = count;
