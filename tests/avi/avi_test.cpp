@@ -489,3 +489,67 @@ TEST(AviReader, FilesMadeByFfmpeg)
     }
     EXPECT_GE(files, 13);
 }
+
+// The child reads frames into the parent's shared memory: frame 0 into A,
+// frame 1 into B, frame 2 into A again, so a view kept from one call is
+// used only while the same section comes again.
+ZVTEST_CHILD(avi_foreign)
+{
+    if (argc < 6)
+        return 2;
+    const DWORD pid = strtoul(argv[1], nullptr, 10);
+    _zvmemorytoken t[2] = {};
+    for (int i = 0; i < 2; ++i) {
+        t[i].hMapping = _strtoui64(argv[2 + 2 * i], nullptr, 16);
+        t[i].qwBase = _strtoui64(argv[3 + 2 * i], nullptr, 16);
+        t[i].cbData = t[i].cbMapping = 24;
+        t[i].dwKind = ZVMEMTOKEN_KIND_MAPPING;
+        t[i].dwProcessId = pid;
+    }
+    Reader r;
+    if (!AviClass() || AviClass()->OpenFile(&r.file, _strtoui64(argv[0], nullptr, 16), pid, L"f.avi", FALSE) != S_OK)
+        return 3;
+    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    if (!v)
+        return 4;
+    HRESULT hr = S_OK;
+    for (DWORD f = 0; f < 3 && hr == S_OK; ++f)
+        hr = v->ReadFrame(f, 0, 0, t[f & 1], 0, 0);
+    v->Release();
+    return hr == S_OK ? 0 : 5;
+}
+
+TEST(AviReader, AReaderInAnotherProcessWritesIntoOurMappings)
+{
+    zvtest::TempDir dir;
+    Bytes file = MakeAvi(3, false);
+    std::wstring path = dir.file(L"f.avi");
+    ASSERT_TRUE(zvtest::WriteFileBytes(path, file.data(), file.size()));
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    _zvmemorytoken a, b;
+    ASSERT_EQ(ZvMemoryToken_CreateMapping(&a, 24), S_OK);
+    ASSERT_EQ(ZvMemoryToken_CreateMapping(&b, 24), S_OK);
+    wchar_t args[512];
+    swprintf(args, 512, L"\"%ls\" --child avi_foreign %llx %lu %llx %llx %llx %llx", zvtest::ExePath().c_str(),
+             (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(), (unsigned long long)a.hMapping,
+             (unsigned long long)a.qwBase, (unsigned long long)b.hMapping, (unsigned long long)b.qwBase);
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
+    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
+    DWORD code = 99;
+    GetExitCodeProcess(pi.hProcess, &code);
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    CloseHandle(h);
+    EXPECT_EQ(code, 0u);
+    const BYTE *pa = (const BYTE *)(ULONG_PTR)a.qwBase, *pb = (const BYTE *)(ULONG_PTR)b.qwBase;
+    for (int i = 0; i < 24; ++i) {
+        EXPECT_EQ(pa[i], (BYTE)(2 * 31 + i)) << i;
+        EXPECT_EQ(pb[i], (BYTE)(31 + i)) << i;
+    }
+    ZvMemoryToken_ReleaseMapping(&a);
+    ZvMemoryToken_ReleaseMapping(&b);
+}
