@@ -54,17 +54,25 @@ public:
         HMODULE base = GetModuleHandleW(L"kernelbase.dll");
         same_ = base ? (Compare)(void *)GetProcAddress(base, "CompareObjectHandles") : nullptr;
     }
-    ~KeptView() { drop(); }
+    ~KeptView()
+    {
+        drop();
+        if (owner_)
+            CloseHandle(owner_);
+    }
     BYTE *map(const _zvmemorytoken &t)
     {
         if (!same_ || t.dwKind != ZVMEMTOKEN_KIND_MAPPING || t.dwProcessId == GetCurrentProcessId())
             return nullptr;
-        HANDLE owner = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId), h = NULL;
-        const bool dup = owner && DuplicateHandle(owner, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(), &h, 0,
-                                                  FALSE, DUPLICATE_SAME_ACCESS);
-        if (owner)
-            CloseHandle(owner);
-        if (!dup)
+        if (ownerId_ != t.dwProcessId) {   // the caller's process, opened once
+            if (owner_)
+                CloseHandle(owner_);
+            owner_ = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId);
+            ownerId_ = owner_ ? t.dwProcessId : 0;
+        }
+        HANDLE h = NULL;
+        if (!owner_ || !DuplicateHandle(owner_, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(), &h, 0, FALSE,
+                                        DUPLICATE_SAME_ACCESS))
             return nullptr;
         const ULONGLONG need = (ULONGLONG)t.dwOffset + t.cbData;
         if (section_ && need <= size_ && same_(h, section_)) {
@@ -95,6 +103,8 @@ private:
     }
     typedef BOOL(WINAPI *Compare)(HANDLE, HANDLE);
     Compare same_;
+    HANDLE owner_ = NULL;
+    DWORD ownerId_ = 0;
     HANDLE section_ = NULL;
     BYTE *view_ = nullptr;
     ULONGLONG size_ = 0;
