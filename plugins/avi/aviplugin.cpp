@@ -20,7 +20,7 @@ const GUID CLSID_AviReader = {0xEA9D287B, 0xC85A, 0x11D3, {0xBB, 0x3A, 0x00, 0x5
 
 const zvsdk::ClassTexts kTexts = {L"AVI", L"AVI (uncompressed)", L"*.avi", L"Uncompressed AVI Reader", L"1.0"};
 
-class AviReadClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+class AviReadClass : public zvsdk::PlainReadClass {
 public:
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override
     {
@@ -35,13 +35,6 @@ public:
             return E_POINTER;
         *mask = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
         return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
-    {
-        if (!renderClass)
-            return E_POINTER;
-        *renderClass = nullptr;
-        return E_NOINTERFACE;
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
@@ -79,7 +72,6 @@ public:
         CloseHandle(file);
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **out, UINT64 fileHandle, DWORD processId, LPCWSTR name,
                                        BOOL) override
     {
@@ -103,29 +95,6 @@ public:
             return hr;
         }
         return AviCreateReadFile(this, file, avi, copy, out);
-    }
-    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **file, IStream *, LPCWSTR, DWORD) override
-    {
-        if (!file)
-            return E_POINTER;
-        *file = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
-    {
-        if (!types)
-            return E_POINTER;
-        *types = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message && !(*message = SysAllocString(L"ready")))
-            return E_OUTOFMEMORY;
-        return S_OK;
     }
 
 private:

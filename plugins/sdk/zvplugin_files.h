@@ -2,10 +2,11 @@
  * File helpers that reader plug-ins share, header only: opening a file by a
  * name that may carry a moniker tail, matching a name against a pattern
  * list such as "*.avi;*.divx", positioned reads, and answering GetInfoText
- * from a plug-in's few texts.
+ * from a plug-in's few texts, and what a reader class without streams
+ * of IStream, metadata or a renderer answers.
  */
 #pragma once
-#include "zvplugin_sdk.h"
+#include "zvplugin_com.h"
 #include <string.h>
 #include <wchar.h>
 
@@ -97,5 +98,40 @@ inline HRESULT AnswerInfoTexts(const ClassTexts &t, const ZVFIO_FILECLASS_INFO_T
     }
     return S_OK;
 }
+
+// A reader class object that reads files by handle or name only: no
+// IStream input, no metadata, no renderer, always ready.
+class PlainReadClass : public ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+public:
+    HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
+    {
+        if (!renderClass)
+            return E_POINTER;
+        *renderClass = nullptr;
+        return E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **file, IStream *, LPCWSTR, DWORD) override
+    {
+        if (!file)
+            return E_POINTER;
+        *file = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
+    {
+        if (!types)
+            return E_POINTER;
+        *types = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
+    {
+        if (!status)
+            return E_POINTER;
+        *status = S_OK;
+        return message && !(*message = SysAllocString(L"ready")) ? E_OUTOFMEMORY : S_OK;
+    }
+};
 
 } // namespace zvsdk
