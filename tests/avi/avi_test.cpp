@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 #include "aviformat.h"
+#include "zvplugin_sdk.h"
+#include "filemng/zvmemtoken.h"
 #include "media/riff.h"
 #include "video/yuv.h"
 #include "testutil.h"
@@ -229,26 +231,143 @@ TEST(AviFormat, RefusesOtherFilesWithTheSystemsCodes)
     EXPECT_EQ(ParseBytes(dir, b, &avi), ZVERR_MALFORMED);
 }
 
-TEST(AviFormat, MutatedFilesGiveCodesNotCrashes)
+namespace {
+
+const GUID kAviClass = {0xEA9D287B, 0xC85A, 0x11D3, {0xBB, 0x3A, 0x00, 0x50, 0xDA, 0x1A, 0x5B, 0x06}};
+
+// The reader class of avi.dll beside this program, loaded once.
+IZvReadFileClass *AviClass()
 {
+    static IZvReadFileClass *cls = [] {
+        IZvReadFileClass *c = nullptr;
+        HMODULE m = LoadLibraryW((zvtest::ExeDir() + L"avi.dll").c_str());
+        auto get = m ? (LPFNGETCLASSOBJECT)(void *)GetProcAddress(m, "DllGetClassObject") : nullptr;
+        IClassFactory *f = nullptr;
+        if (get && SUCCEEDED(get(kAviClass, IID_IClassFactory, (void **)&f))) {
+            f->CreateInstance(nullptr, IID_IZvReadFileClass, (void **)&c);
+            f->Release();
+        }
+        return c;
+    }();
+    return cls;
+}
+
+struct Reader {
+    IZvReadFile *file = nullptr;
+    ~Reader()
+    {
+        if (file)
+            file->Release();
+    }
+};
+
+// Identification by the first bytes with the file, then opening, as the
+// manager does; the reader keeps a duplicate of the handle.
+HRESULT Open(const std::wstring &path, Reader *r)
+{
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return ZVERR_FILE_OPEN;
+    BYTE head[4096];
+    DWORD got = 0;
+    ReadFile(h, head, sizeof head, &got, nullptr);
+    HRESULT hr = ZvSdk_IsType(AviClass(), ZvSdk_HandleToWire(h), head, got, 0);
+    if (hr == S_OK)
+        hr = AviClass()->OpenFile(&r->file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), path.c_str(), FALSE);
+    CloseHandle(h);
+    return hr;
+}
+
+template <class Itf> Itf *OpenAs(IZvReadFile *file, LONG index, REFIID iid)
+{
+    IZvReadStream *s = nullptr;
+    Itf *out = nullptr;
+    if (SUCCEEDED(file->OpenStream(&s, index, 0, 0, 0))) {
+        s->QueryInterface(iid, (void **)&out);
+        s->Release();
+    }
+    return out;
+}
+
+_zvmemorytoken Token(Bytes &b)
+{
+    _zvmemorytoken t;
+    ZvMemoryToken_InitLocal(&t, b.data(), (DWORD)b.size(), ZVMEMTOKEN_KIND_LOCAL);
+    return t;
+}
+
+// Up to `limit` frames of a video stream one after another, as stored (stride
+// 0) or with RGB rows `stride` apart; the frame header; the first failure.
+HRESULT ReadFrames(IZvReadFile *file, LONG index, LONG stride, Bytes *all, BITMAPINFOHEADER *h, LONGLONG limit)
+{
+    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(file, index, IID_IZvReadVideoStream);
+    if (!v)
+        return E_NOINTERFACE;
+    _ZVFILESTREAMFORMATINFOv2 info = {};
+    info.cbSize = sizeof info;
+    HRESULT hr = v->GetStreamFormatInfo(&info);
+    memcpy(h, info.format, sizeof *h);
+    LONGLONG frames = 0;
+    DWORD size = 0;
+    v->GetFrameCount(&frames);
+    v->GetFrameBufferSize(0, 0, 0, &size);
+    Bytes frame(size + 1);
+    for (LONGLONG f = 0; SUCCEEDED(hr) && f < std::min(frames, limit); ++f) {
+        hr = v->ReadFrame((DWORD)f, 0, 0, Token(frame), stride, 0);
+        all->insert(all->end(), frame.begin(), frame.end() - 1);
+    }
+    v->Release();
+    return hr;
+}
+
+// Every sample of an audio stream, read in blocks of an odd size so that
+// reads straddle the file's chunks.
+HRESULT ReadAudio(IZvReadFile *file, LONG index, Bytes *all)
+{
+    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(file, index, IID_IZvReadAudioStream);
+    if (!a)
+        return E_NOINTERFACE;
+    DWORD align = 0;
+    LONGLONG total = 0;
+    a->GetBlockAlign(&align);
+    a->GetSampleCount(&total);
+    Bytes block(align * 77);
+    HRESULT hr = S_OK;
+    for (LONGLONG at = 0; hr == S_OK && at < total;) {
+        DWORD got = 0;
+        hr = a->ReadSamples((DWORD)at, 0, Token(block), 77, &got);
+        all->insert(all->end(), block.begin(), block.begin() + got * align);
+        at += got;
+    }
+    a->Release();
+    return hr;
+}
+
+} // namespace
+
+TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
+{
+    ASSERT_NE(AviClass(), nullptr);
     zvtest::TempDir dir;
     const Bytes seeds[2] = {MakeAvi(5, false), MakeAvi(5, true)};
-    uint32_t x = 12345;
-    auto rnd = [&] {
-        x ^= x << 13; x ^= x >> 17; x ^= x << 5;
-        return x;
-    };
-    int ok = 0;
+    const std::wstring path = dir.file(L"m.avi");
+    zvtest::Rng rng = {7};
+    int opened = 0;
+    DWORD handles0 = 0, handles1 = 0;
+    long long heap0 = 0;
     for (int i = 0; i < 3000; ++i) {
+        if (i == 100) {   // the reader's one-time allocations are made by now
+            GetProcessHandleCount(GetCurrentProcess(), &handles0);
+            heap0 = zvtest::HeapBusyBlocks();
+        }
         Bytes b = seeds[i & 1];
-        int edits = 1 + rnd() % 6;
-        for (int k = 0; k < edits; ++k) {
-            size_t at = rnd() % b.size();
-            switch (rnd() % 4) {
-            case 0: b[at] = (BYTE)rnd(); break;
-            case 1: b[at] ^= (BYTE)(1 << (rnd() % 8)); break;
-            case 2: {   // a size field set to an extreme
-                DWORD v = rnd() & 1 ? 0xFFFFFFFF : rnd() % 64;
+        for (int k = 1 + rng.below(6); k > 0; --k) {
+            size_t at = rng.below((unsigned)b.size());
+            switch (rng.below(4)) {
+            case 0: b[at] = (BYTE)rng.next(); break;
+            case 1: b[at] ^= (BYTE)(1 << rng.below(8)); break;
+            case 2: {   // a size or count set to an extreme
+                DWORD v = rng.below(2) ? 0xFFFFFFFF : rng.below(64);
                 if (at + 4 <= b.size())
                     memcpy(&b[at], &v, 4);
                 break;
@@ -256,20 +375,31 @@ TEST(AviFormat, MutatedFilesGiveCodesNotCrashes)
             default: b.resize(at + 1); break;
             }
         }
-        AviFile avi;
-        HRESULT hr = ParseBytes(dir, b, &avi);
-        EXPECT_TRUE(hr == S_OK || hr == ZVERR_MALFORMED || hr == ZVERR_NO_RIFF_HEADER ||
+        ASSERT_TRUE(zvtest::WriteFileBytes(path, b.data(), b.size()));
+        Reader r;
+        HRESULT hr = Open(path, &r);
+        LONG streams = 0;
+        if (hr == S_OK) {
+            ++opened;
+            r.file->GetStreamCount(&streams);
+        }
+        for (LONG s = 0; s < streams && SUCCEEDED(hr); ++s) {
+            ZVFILESTREAMTYPE type;
+            DWORD sub;
+            Bytes data;
+            BITMAPINFOHEADER h;
+            r.file->GetStreamType(s, &type, &sub);
+            hr = type == ZVFILESTREAMTYPE_VIDEO ? ReadFrames(r.file, s, 0, &data, &h, 50) : ReadAudio(r.file, s, &data);
+        }
+        EXPECT_TRUE(hr == S_OK || hr == S_FALSE || hr == ZVERR_MALFORMED || hr == ZVERR_NO_RIFF_HEADER ||
                     hr == ZVERR_UNSUPPORTED_FORMAT || hr == ZVERR_FILE_READ || hr == ZVERR_NEWER_FORMAT ||
                     hr == ZVERR_ZERO_CHUNK)
             << std::hex << hr << " at " << std::dec << i;
-        if (hr == S_OK) {
-            ++ok;
-            for (const AviStream &s : avi.streams)
-                for (const AviChunk &c : s.chunks)
-                    ASSERT_LE(c.offset + c.size, (ULONGLONG)b.size());
-        }
     }
-    EXPECT_GT(ok, 100);   // most single edits leave a readable file
+    GetProcessHandleCount(GetCurrentProcess(), &handles1);
+    EXPECT_LE(handles1, handles0 + 2);
+    EXPECT_LE(zvtest::HeapBusyBlocks(), heap0 + 50);
+    EXPECT_GT(opened, 300);   // most single edits leave a readable file
 }
 
 namespace {
@@ -292,87 +422,134 @@ std::wstring FixtureDir()
     return w + L"\\";
 }
 
-HRESULT ParseFile(const std::wstring &path, AviFile *out)
-{
-    HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (f == INVALID_HANDLE_VALUE)
-        return ZVERR_FILE_OPEN;
-    HRESULT hr = AviParse(f, out);
-    CloseHandle(f);
-    return hr;
-}
-
-Bytes Concat(const Bytes &file, const AviStream &s)
-{
-    Bytes all;
-    for (const AviChunk &c : s.chunks)
-        all.insert(all.end(), file.begin() + (size_t)c.offset, file.begin() + (size_t)(c.offset + c.size));
-    return all;
-}
-
 } // namespace
 
-TEST(AviFormat, FilesMadeByFfmpeg)
+// Every ffmpeg-made file through the reader: stream count, geometry and
+// frame count, frames as stored equal ffmpeg's packets, audio equals its
+// PCM, and RGB rows come top-down or bottom-up as the stride asks.
+TEST(AviReader, FilesMadeByFfmpeg)
 {
     std::wstring dir = FixtureDir();
     if (dir.empty())
         GTEST_SKIP() << "ZV_AVI_FIXTURES is not set";
+    ASSERT_NE(AviClass(), nullptr);
     Bytes manifest;
     ASSERT_TRUE(zvtest::ReadFileBytes(dir + L"manifest.txt", manifest));
     std::string text(manifest.begin(), manifest.end());
-    size_t pos = 0;
     int files = 0;
-    while (pos < text.size()) {
-        size_t eol = text.find('\n', pos);
-        std::string line = text.substr(pos, eol - pos);
-        pos = eol == std::string::npos ? text.size() : eol + 1;
+    for (size_t pos = 0, eol; pos < text.size(); pos = eol + 1) {
+        eol = std::min(text.find('\n', pos), text.size());
         char name[64], pix[32];
         int w, h, frames, audio;
-        if (sscanf(line.c_str(), "%63s %d %d %d %31s %d", name, &w, &h, &frames, pix, &audio) != 6)
+        if (sscanf(text.substr(pos, eol - pos).c_str(), "%63s %d %d %d %31s %d", name, &w, &h, &frames, pix,
+                   &audio) != 6)
             continue;
         SCOPED_TRACE(name);
         ++files;
         std::wstring path = dir + Widen(name), base = path.substr(0, path.size() - 4);
-        Bytes file, video;
-        ASSERT_TRUE(zvtest::ReadFileBytes(path, file));
-        ASSERT_TRUE(zvtest::ReadFileBytes(base + L".v.raw", video));
-        AviFile avi;
-        ASSERT_EQ(ParseFile(path, &avi), S_OK);
-        ASSERT_EQ(avi.streams.size(), audio ? 2u : 1u);
-        const AviStream &v = avi.streams[0];
-        EXPECT_EQ(v.video.biWidth, w);
-        EXPECT_EQ(abs(v.video.biHeight), h);
-        EXPECT_EQ((int)v.chunks.size(), frames);
-        EXPECT_TRUE(Concat(file, v) == video);   // frames as stored, byte for byte
+        Reader r;
+        ASSERT_EQ(Open(path, &r), S_OK);
+        LONG streams = 0;
+        r.file->GetStreamCount(&streams);
+        ASSERT_EQ(streams, audio ? 2 : 1);
+        Bytes video, stored;
+        BITMAPINFOHEADER bih;
+        ASSERT_EQ(ReadFrames(r.file, 0, 0, &video, &bih, frames + 1), S_OK);
+        EXPECT_EQ(bih.biWidth, w);
+        EXPECT_EQ(abs(bih.biHeight), h);
+        ASSERT_TRUE(zvtest::ReadFileBytes(base + L".v.raw", stored));
+        EXPECT_TRUE(video == stored) << "frames as stored";
         if (audio) {
-            Bytes pcm;
+            Bytes pcm, ours;
             ASSERT_TRUE(zvtest::ReadFileBytes(base + L".a.raw", pcm));
-            EXPECT_EQ(avi.streams[1].audio.wFormatTag, WAVE_FORMAT_PCM);
-            EXPECT_TRUE(Concat(file, avi.streams[1]) == pcm);
+            EXPECT_EQ(ReadAudio(r.file, 1, &ours), S_OK);
+            EXPECT_TRUE(ours == pcm) << "audio";
         }
-        // 8-bit YUV of even size: the frame geometry is ours, and our BGRA
-        // is ffmpeg's within 3 a channel (its unscaled converter rounds
-        // through 8-bit tables; ours is exact to the matrix)
         Bytes bgra;
-        if ((w | h) & 1 || !zvtest::ReadFileBytes(base + L".bgra", bgra))
+        if (bih.biCompression != BI_RGB || !zvtest::ReadFileBytes(base + L".bgra", bgra))
             continue;
-        BITMAPINFOHEADER src = v.video;
-        src.biHeight = h;
-        EXPECT_EQ(ZvYUVImageBytesAndOffsets(&src, nullptr), (int)v.chunks[0].size);
-        BITMAPINFOHEADER dst;
-        ASSERT_EQ(ZvDibInfo(nullptr, nullptr, &dst, ZVPT_BGRA32, w, -h, nullptr, 0), S_OK);
-        Bytes ours(4 * w * h);
-        ZVYUVSETTINGS s = {};
-        s.selector = ZVYUV_BT601;
-        s.limited = 1;
-        int worst = 0;
-        for (int f = 0; f < frames; ++f) {
-            const void *planes[3] = {&file[(size_t)v.chunks[f].offset], nullptr, nullptr};
-            ASSERT_EQ(ZvYUV_YUVToRGB(&dst, ours.data(), 0, &src, planes, nullptr, nullptr, &s), S_OK);
-            for (int i = 0; i < 4 * w * h; ++i)
-                worst = std::max(worst, abs((int)ours[i] - (int)bgra[(size_t)f * 4 * w * h + i]));
+        // ffmpeg's BGRA is top-down: our rows at a positive stride, and
+        // reversed at a negative one
+        const int bytes = bih.biBitCount / 8, row = ((bih.biBitCount * w + 31) >> 3) & ~3;
+        for (LONG stride : {row, -row}) {
+            Bytes rows;
+            ASSERT_EQ(ReadFrames(r.file, 0, stride, &rows, &bih, frames), S_OK);
+            int wrong = 0;
+            for (int f = 0; f < frames; ++f)
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        for (int c = 0; c < 3; ++c) {
+                            int ourRow = stride > 0 ? y : h - 1 - y;
+                            size_t frameAt = (size_t)f * (row * (h - 1) + row);
+                            wrong += rows[frameAt + (size_t)ourRow * row + x * bytes + c] !=
+                                     bgra[(((size_t)f * h + y) * w + x) * 4 + c];
+                        }
+            EXPECT_EQ(wrong, 0) << "stride " << stride;
         }
-        EXPECT_LE(worst, 3);
     }
-    EXPECT_GE(files, 10);
+    EXPECT_GE(files, 13);
+}
+
+// The child reads frames into the parent's shared memory: frame 0 into A,
+// frame 1 into B, frame 2 into A again, so a view kept from one call is
+// used only while the same section comes again.
+ZVTEST_CHILD(avi_foreign)
+{
+    if (argc < 6)
+        return 2;
+    const DWORD pid = strtoul(argv[1], nullptr, 10);
+    _zvmemorytoken t[2] = {};
+    for (int i = 0; i < 2; ++i) {
+        t[i].hMapping = _strtoui64(argv[2 + 2 * i], nullptr, 16);
+        t[i].qwBase = _strtoui64(argv[3 + 2 * i], nullptr, 16);
+        t[i].cbData = t[i].cbMapping = 24;
+        t[i].dwKind = ZVMEMTOKEN_KIND_MAPPING;
+        t[i].dwProcessId = pid;
+    }
+    Reader r;
+    if (!AviClass() || AviClass()->OpenFile(&r.file, _strtoui64(argv[0], nullptr, 16), pid, L"f.avi", FALSE) != S_OK)
+        return 3;
+    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    if (!v)
+        return 4;
+    HRESULT hr = S_OK;
+    for (DWORD f = 0; f < 3 && hr == S_OK; ++f)
+        hr = v->ReadFrame(f, 0, 0, t[f & 1], 0, 0);
+    v->Release();
+    return hr == S_OK ? 0 : 5;
+}
+
+TEST(AviReader, AReaderInAnotherProcessWritesIntoOurMappings)
+{
+    zvtest::TempDir dir;
+    Bytes file = MakeAvi(3, false);
+    std::wstring path = dir.file(L"f.avi");
+    ASSERT_TRUE(zvtest::WriteFileBytes(path, file.data(), file.size()));
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    _zvmemorytoken a, b;
+    ASSERT_EQ(ZvMemoryToken_CreateMapping(&a, 24), S_OK);
+    ASSERT_EQ(ZvMemoryToken_CreateMapping(&b, 24), S_OK);
+    wchar_t args[512];
+    swprintf(args, 512, L"\"%ls\" --child avi_foreign %llx %lu %llx %llx %llx %llx", zvtest::ExePath().c_str(),
+             (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(), (unsigned long long)a.hMapping,
+             (unsigned long long)a.qwBase, (unsigned long long)b.hMapping, (unsigned long long)b.qwBase);
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
+    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
+    DWORD code = 99;
+    GetExitCodeProcess(pi.hProcess, &code);
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    CloseHandle(h);
+    EXPECT_EQ(code, 0u);
+    const BYTE *pa = (const BYTE *)(ULONG_PTR)a.qwBase, *pb = (const BYTE *)(ULONG_PTR)b.qwBase;
+    for (int i = 0; i < 24; ++i) {
+        EXPECT_EQ(pa[i], (BYTE)(2 * 31 + i)) << i;
+        EXPECT_EQ(pb[i], (BYTE)(31 + i)) << i;
+    }
+    ZvMemoryToken_ReleaseMapping(&a);
+    ZvMemoryToken_ReleaseMapping(&b);
 }

@@ -5,6 +5,7 @@
 #include "zvfio_failures.h"
 #include "zvfio_manager.h"
 #include "zvfio_audio.h"
+#include "zvfio_read.h"
 #include "filemng/filemng.h"
 #include "filemng/fioidentify.h"
 #include "filemng/surrogatetable.h"
@@ -406,13 +407,13 @@ HRESULT Info(const Args &args)
                     "\"seconds\": %.6f",
                     (unsigned long)a.rate, a.channels, a.bits, a.isFloat ? "true" : "false", (long long)a.length,
                     seconds);
-            Out("}");
+            Out("%s}", SUCCEEDED(fh) ? DescribeVideo(info, true).c_str() : "");
         } else {
             Out("  stream %ld: %s", (long)i, StreamTypeText(type));
             if (a.valid)
                 Out(", %lu Hz, %u channel%s, %u-bit %s, %lld samples (%.3f s)", (unsigned long)a.rate, a.channels,
                     a.channels == 1 ? "" : "s", a.bits, a.isFloat ? "float" : "int", (long long)a.length, seconds);
-            Out("\n");
+            Out("%s\n", SUCCEEDED(fh) ? DescribeVideo(info, false).c_str() : "");
         }
     }
     if (args.json)
@@ -420,98 +421,14 @@ HRESULT Info(const Args &args)
     return S_OK;
 }
 
-// Set by Ctrl-C or Ctrl-Break while a read runs; the read stops and cleans up.
-volatile LONG g_interrupted = 0;
-
-BOOL WINAPI OnInterrupt(DWORD event)
-{
-    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
-        return FALSE;
-    InterlockedExchange(&g_interrupted, 1);
-    return TRUE;
-}
-
-// Where read --raw puts the samples.
-struct RawOutput {
-    HANDLE handle = INVALID_HANDLE_VALUE;
-    bool toStdout = false;
-    std::wstring path, temp;
-    HRESULT Open(const std::wstring &target)
-    {
-        if (target == L"-") {
-            toStdout = true;
-            fflush(stdout);
-            handle = GetStdHandle(STD_OUTPUT_HANDLE);
-            return handle && handle != INVALID_HANDLE_VALUE ? S_OK : E_HANDLE;
-        }
-        DWORD attributes = GetFileAttributesW(target.c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
-            return HRESULT_FROM_WIN32(ERROR_DIRECTORY);
-        path = target;
-        temp = target + L".zvfio-partial";
-        handle = CreateFileW(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-        if (handle == INVALID_HANDLE_VALUE)
-            return ZvErrorHandler_TranslateWin32Error(GetLastError());
-        SetConsoleCtrlHandler(OnInterrupt, TRUE);
-        return S_OK;
-    }
-    HRESULT Finish()
-    {
-        if (toStdout || handle == INVALID_HANDLE_VALUE)
-            return S_OK;
-        CloseHandle(handle);
-        handle = INVALID_HANDLE_VALUE;
-        if (!MoveFileExW(temp.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)) {
-            HRESULT hr = ZvErrorHandler_TranslateWin32Error(GetLastError());
-            DeleteFileW(temp.c_str());
-            return hr;
-        }
-        return S_OK;
-    }
-    void Discard()
-    {
-        if (toStdout || handle == INVALID_HANDLE_VALUE)
-            return;
-        CloseHandle(handle);
-        handle = INVALID_HANDLE_VALUE;
-        DeleteFileW(temp.c_str());
-    }
-    ~RawOutput() { Discard(); }
-};
-
-// Frames read so far on standard error, when it is a terminal (--progress
-// forces it, --quiet silences it), at most four times a second.
-class Progress {
-public:
-    Progress(const Args &args, LONGLONG total) : total_(total)
-    {
-        on_ = !args.has(L"--quiet") && (args.has(L"--progress") || _isatty(_fileno(stderr)));
-    }
-    void Show(LONGLONG done)
-    {
-        DWORD now = GetTickCount();
-        if (!on_ || now - last_ < 250)
-            return;
-        last_ = now;
-        Err("\r%3d%%  %lld of %lld frames", total_ > 0 ? (int)(done * 100 / total_) : 100, (long long)done,
-            (long long)total_);
-        shown_ = true;
-    }
-    void Done()
-    {
-        if (shown_)
-            Err("\r%60s\r", "");
-    }
-
-private:
-    LONGLONG total_;
-    bool on_ = false, shown_ = false;
-    DWORD last_ = GetTickCount() - 1000; // the first call shows
-};
-
 HRESULT Read(const Args &args)
 {
-    std::wstring rawPath;
+    std::wstring rawPath, stream = L"audio";
+    args.value(L"--stream", &stream);
+    if (stream == L"video")
+        return ReadVideo(args);
+    if (stream != L"audio")
+        return ZVFIO_E_USAGE;
     if (args.files.size() != 1 || (args.has(L"--raw") && !args.value(L"--raw", &rawPath)))
         return ZVFIO_E_USAGE;
     const std::wstring path = args.files[0];
@@ -665,29 +582,37 @@ const Command kInfoCommand = {
     "\n"
     "Opens the file with its reader and prints the reader, where it runs\n"
     "(this process or its surrogate's process id), the file's size and\n"
-    "metadata kinds, and each stream: type, rate, channels, bits, float or\n"
-    "integer, length.\n",
+    "metadata kinds, and each stream: for audio rate, channels, bits, float\n"
+    "or integer, length; for video size, frame rate, FourCC and its name,\n"
+    "bits and frames.\n",
     "--json",
     Info,
 };
 
 const Command kReadCommand = {
-    "read", "reads the first audio stream of a file",
-    "usage: zvfio read [--raw OUT] [--progress|--quiet] [--private-buffer] FILE\n"
+    "read", "reads the first audio or video stream of a file",
+    "usage: zvfio read [--stream audio|video] [--pixel bgra|native]\n"
+    "                  [--matrix auto|bt601|bt709|bt2020] [--raw OUT]\n"
+    "                  [--progress|--quiet] [--private-buffer] FILE\n"
     "\n"
-    "Reads the first audio stream to its end and prints samples, bytes and\n"
-    "throughput.\n"
+    "Reads the first audio stream (or video stream) to its end and prints\n"
+    "samples (frames), bytes and throughput.\n"
     "\n"
+    "  --stream video    read frames instead of samples\n"
+    "  --pixel bgra      frames as top-down 8-bit BGRA (the default)\n"
+    "  --pixel native    frames as the file stores them\n"
+    "  --matrix M        colour matrix of YUV frames; auto picks by frame size\n"
     "  --raw OUT         write the decoded samples, interleaved little-endian,\n"
-    "                    to OUT (first to OUT.zvfio-partial, renamed at the end;\n"
-    "                    a failure or Ctrl-C leaves no OUT); '-' writes them to\n"
-    "                    standard output and the summary to standard error\n"
+    "                    or the frames one after the other, to OUT (first to\n"
+    "                    OUT.zvfio-partial, renamed at the end; a failure or\n"
+    "                    Ctrl-C leaves no OUT); '-' writes them to standard\n"
+    "                    output and the summary to standard error\n"
     "  --progress        show progress on standard error even when it is not a\n"
     "                    terminal\n"
     "  --quiet           show no progress\n"
     "  --private-buffer  read into private memory instead of shared memory; a\n"
     "                    reader in a surrogate then gets a copy for each call\n",
-    "--raw= --private-buffer --progress --quiet",
+    "--raw= --stream= --pixel= --matrix= --private-buffer --progress --quiet",
     Read,
 };
 
