@@ -171,7 +171,7 @@ bool HavePcm()
 }
 
 const std::vector<const wchar_t *> kOnlyPcm = {L"tk_dual.dll",    L"tk_reader.dll",  L"tk_badlist.dll",
-                                               L"tk_noentry.dll", L"tk_notadll.dll", L"tk_preload.dll"};
+                                               L"tk_noentry.dll", L"tk_notadll.dll", L"tk_preload.dll", L"avi.dll"};
 
 // Opens, then reads the first audio stream to its end. The result of the
 // open, or of a failed read; a read that never ends fails the test.
