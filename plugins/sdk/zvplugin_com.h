@@ -246,6 +246,128 @@ public:
     }
 };
 
+// An audio stream of a known length and block size: what it answers
+// without knowing its format. A reader gives GetStreamFormatInfo and
+// ReadSamples, and moves next_ as it reads.
+class AudioStream : public ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+public:
+    AudioStream(IZvReadFile *file, LONG index, LONGLONG frames, DWORD blockAlign)
+        : ReadStream(file, index, ZVFILESTREAMTYPE_AUDIO), frames_(frames), align_(blockAlign)
+    {
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
+    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
+    {
+        if (!samples)
+            return E_POINTER;
+        *samples = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        return GetStreamFormatInfo(format);
+    }
+    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
+    {
+        if (!sample)
+            return E_POINTER;
+        *sample = next_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
+    {
+        if (!bytesPerSample)
+            return E_POINTER;
+        *bytesPerSample = align_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+
+protected:
+    // The frames [position, position + count) clipped to the stream: the
+    // checks every ReadSamples starts with. S_OK with *frames to read,
+    // S_FALSE at or past the end, or the failure.
+    HRESULT clip(DWORD low, LONG high, const _zvmemorytoken &buffer, DWORD count, DWORD *read, LONGLONG *position,
+                 DWORD *frames) const
+    {
+        if (!read)
+            return E_POINTER;
+        *read = 0;
+        *position = (LONGLONG)(((ULONGLONG)(DWORD)high << 32) | low);
+        if (*position < 0)
+            return E_INVALIDARG;
+        if ((ULONGLONG)count * align_ > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        if (*position >= frames_)
+            return S_FALSE;
+        *frames = (DWORD)(frames_ - *position < count ? frames_ - *position : count);
+        return S_OK;
+    }
+    const LONGLONG frames_;
+    const DWORD align_;
+    LONGLONG next_ = 0;
+};
+
+// An open file with one audio stream: the answers about its streams. A
+// reader gives the stream's format and makes the stream.
+class SingleAudioFile : public ReadFileObject {
+public:
+    SingleAudioFile(IZvReadFileClass *owner, BSTR name, LONGLONG frames) : ReadFileObject(owner, name), frames_(frames)
+    {
+    }
+    virtual HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) = 0;
+    virtual AudioStream *NewStream() = 0;
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream, DWORD) override
+    {
+        if (!format)
+            return E_POINTER;
+        return stream == 0 ? FillFormat(format) : E_INVALIDARG;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
+    {
+        if (!type || !value)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *type = ZVFILESTREAMTYPE_AUDIO;
+        *value = 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD) override
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = nullptr;
+        if (index != 0 || (type != 0 && type != ZVFILESTREAMTYPE_AUDIO))
+            return E_INVALIDARG;
+        return Hand(NewStream(), IID_IZvReadStream, (void **)stream);
+    }
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
+    {
+        if (!length)
+            return E_POINTER;
+        if (stream != 0)
+            return E_INVALIDARG;
+        *length = frames_;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
+
+protected:
+    const LONGLONG frames_;
+};
+
 // What a file being rendered answers without knowing its format: the class
 // that created it, its name, and no file info, metadata, frames or text. A
 // renderer overrides what its format takes.

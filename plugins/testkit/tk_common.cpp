@@ -183,19 +183,16 @@ private:
     volatile LONG *counter_ = nullptr;
 };
 
-class TkAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+class TkAudioStream : public zvsdk::AudioStream {
 public:
-    TkAudioStream(IZvReadFile *file, LONGLONG frames) : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO), frames_(frames) {}
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
+    TkAudioStream(IZvReadFile *file, LONGLONG frames) : AudioStream(file, 0, frames, TK_CHANNELS * 2) {}
     HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
     {
-        if (!samples)
-            return E_POINTER;
-        *samples = frames_ + (g_tkModule.fault == TK_FAULT_WRONG_COUNT ? 1 : 0);
-        return S_OK;
+        HRESULT hr = AudioStream::GetSampleCount(samples);
+        if (SUCCEEDED(hr) && g_tkModule.fault == TK_FAULT_WRONG_COUNT)
+            ++*samples;
+        return hr;
     }
-    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
         if (!format)
@@ -203,32 +200,15 @@ public:
         FillAudioFormat(format, frames_);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
-    {
-        return GetStreamFormatInfo(format);
-    }
-    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
-    {
-        if (!sample)
-            return E_POINTER;
-        *sample = next_;
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
                                           DWORD sampleCount, DWORD *samplesRead) override
     {
-        if (!samplesRead)
-            return E_POINTER;
-        *samplesRead = 0;
-        LONGLONG position = ((LONGLONG)positionHigh << 32) | positionLow;
-        if (position < 0)
-            return E_INVALIDARG;
-        if ((ULONGLONG)sampleCount * 4 > buffer.cbData)
-            return ZVERR_BUFFER_TOO_SMALL;
-        if (position >= frames_)
-            return S_FALSE;
+        LONGLONG position = 0;
+        DWORD n = 0;
+        HRESULT hr = clip(positionLow, positionHigh, buffer, sampleCount, samplesRead, &position, &n);
+        if (hr != S_OK)
+            return hr;
         InFlight flight;
-        DWORD n = (DWORD)((frames_ - position) < sampleCount ? (frames_ - position) : sampleCount);
         short *data = (short *)HeapAlloc(GetProcessHeap(), 0, (SIZE_T)n * 4 + 4);
         if (!data)
             return E_OUTOFMEMORY;
@@ -236,7 +216,7 @@ public:
             data[2 * i] = (short)(2 * (position + i));
             data[2 * i + 1] = (short)(2 * (position + i) + 1);
         }
-        HRESULT hr = zvsdk::WriteToken(buffer, data, n * 4);
+        hr = zvsdk::WriteToken(buffer, data, n * 4);
         HeapFree(GetProcessHeap(), 0, data);
         if (SUCCEEDED(hr)) {
             *samplesRead = n;
@@ -244,26 +224,20 @@ public:
         }
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
-    {
-        if (!bytesPerSample)
-            return E_POINTER;
-        *bytesPerSample = TK_CHANNELS * 2;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
-
-private:
-    LONGLONG frames_;
-    LONGLONG next_ = 0;
 };
 
-class TkReadFile : public zvsdk::ReadFileObject {
+class TkReadFile : public zvsdk::SingleAudioFile {
 public:
     TkReadFile(IZvReadFileClass *owner, BSTR name, LONGLONG size, LONGLONG frames)
-        : ReadFileObject(owner, name), size_(size), frames_(frames)
+        : SingleAudioFile(owner, name, frames), size_(size)
     {
     }
+    HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        FillAudioFormat(format, frames_);
+        return S_OK;
+    }
+    zvsdk::AudioStream *NewStream() override { return new (std::nothrow) TkAudioStream(this, frames_); }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         if (!length)
@@ -271,59 +245,9 @@ public:
         *length = size_;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream,
-                                                  DWORD) override
-    {
-        if (!format)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        FillAudioFormat(format, frames_);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
-    {
-        if (!type || !value)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *type = ZVFILESTREAMTYPE_AUDIO;
-        *value = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG streamIndex, DWORD streamType,
-                                         DWORD, DWORD) override
-    {
-        if (!stream)
-            return E_POINTER;
-        *stream = nullptr;
-        if (streamIndex != 0 || (streamType != 0 && streamType != ZVFILESTREAMTYPE_AUDIO))
-            return E_INVALIDARG;
-        return Hand(new (std::nothrow) TkAudioStream(this, frames_), IID_IZvReadStream, (void **)stream);
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
-    {
-        if (!length)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *length = frames_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
 
 private:
     LONGLONG size_;
-    LONGLONG frames_;
 };
 
 // What the reader and the renderer class objects share: the class record,

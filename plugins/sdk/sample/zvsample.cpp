@@ -31,66 +31,42 @@ DWORD ReadAt(HANDLE file, ULONGLONG offset, void *buffer, DWORD size)
     return ReadFile(file, buffer, size, &got, &at) ? got : 0;
 }
 
-class SampleStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+// The stream's format: 16-bit stereo PCM at 48000 Hz.
+HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format, LONGLONG frames)
+{
+    if (!format)
+        return E_POINTER;
+    memset(format, 0, sizeof *format);
+    format->cbSize = sizeof *format;
+    format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+    format->llLength = frames;
+    WAVEFORMATEX wf = {WAVE_FORMAT_PCM, (WORD)kChannels, kRate, kRate * kAlign, (WORD)kAlign, 16, 0};
+    memcpy(format->format, &wf, sizeof wf);
+    return S_OK;
+}
+
+class SampleStream : public zvsdk::AudioStream {
 public:
-    SampleStream(IZvReadFile *file, HANDLE data, LONGLONG frames)
-        : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO), data_(data), frames_(frames)
-    {
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
-    {
-        if (!samples)
-            return E_POINTER;
-        *samples = frames_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    SampleStream(IZvReadFile *file, HANDLE data, LONGLONG frames) : AudioStream(file, 0, frames, kAlign), data_(data) {}
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
-        if (!format)
-            return E_POINTER;
-        memset(format, 0, sizeof *format);
-        format->cbSize = sizeof *format;
-        format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-        format->llLength = frames_;
-        WAVEFORMATEX wf = {WAVE_FORMAT_PCM, (WORD)kChannels, kRate, kRate * kAlign, (WORD)kAlign, 16, 0};
-        memcpy(format->format, &wf, sizeof wf);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
-    {
-        return GetStreamFormatInfo(format);
-    }
-    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
-    {
-        if (!sample)
-            return E_POINTER;
-        *sample = next_;
-        return S_OK;
+        return FillFormat(format, frames_);
     }
     // Frames from `position` into the caller's memory token. S_FALSE at or
     // past the end, with nothing read.
     HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
                                           DWORD sampleCount, DWORD *samplesRead) override
     {
-        if (!samplesRead)
-            return E_POINTER;
-        *samplesRead = 0;
-        LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
-        if (position < 0)
-            return E_INVALIDARG;
-        if ((ULONGLONG)sampleCount * kAlign > buffer.cbData)
-            return ZVERR_BUFFER_TOO_SMALL;
-        if (position >= frames_)
-            return S_FALSE;
-        DWORD n = (DWORD)(frames_ - position < sampleCount ? frames_ - position : sampleCount);
+        LONGLONG position = 0;
+        DWORD n = 0;
+        HRESULT hr = clip(positionLow, positionHigh, buffer, sampleCount, samplesRead, &position, &n);
+        if (hr != S_OK)
+            return hr;
         BYTE *bytes = new (std::nothrow) BYTE[(size_t)n * kAlign + 1];
         if (!bytes)
             return E_OUTOFMEMORY;
         DWORD got = ReadAt(data_, kHeader + (ULONGLONG)position * kAlign, bytes, n * kAlign) / kAlign;
-        HRESULT hr = got ? zvsdk::WriteToken(buffer, bytes, got * kAlign) : ZVERR_UNSUPPORTED_FORMAT;
+        hr = got ? zvsdk::WriteToken(buffer, bytes, got * kAlign) : ZVERR_UNSUPPORTED_FORMAT;
         delete[] bytes;
         if (SUCCEEDED(hr)) {
             *samplesRead = got;
@@ -98,28 +74,20 @@ public:
         }
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
-    {
-        if (!bytesPerSample)
-            return E_POINTER;
-        *bytesPerSample = kAlign;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
 
 private:
     HANDLE data_;   // the file's handle, owned by the file object
-    LONGLONG frames_;
-    LONGLONG next_ = 0;
 };
 
-class SampleFile : public zvsdk::ReadFileObject {
+class SampleFile : public zvsdk::SingleAudioFile {
 public:
     SampleFile(IZvReadFileClass *owner, BSTR name, HANDLE data, LONGLONG frames)
-        : ReadFileObject(owner, name), data_(data), frames_(frames)
+        : SingleAudioFile(owner, name, frames), data_(data)
     {
     }
     ~SampleFile() override { CloseHandle(data_); }
+    HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) override { return ::FillFormat(format, frames_); }
+    zvsdk::AudioStream *NewStream() override { return new (std::nothrow) SampleStream(this, data_, frames_); }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         if (!length)
@@ -129,55 +97,9 @@ public:
         *length = size.QuadPart;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream, DWORD) override
-    {
-        if (stream != 0)
-            return E_INVALIDARG;
-        SampleStream s(this, data_, frames_);
-        return s.GetStreamFormatInfo(format);
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
-    {
-        if (!type || !value)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *type = ZVFILESTREAMTYPE_AUDIO;
-        *value = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD) override
-    {
-        if (!stream)
-            return E_POINTER;
-        *stream = nullptr;
-        if (index != 0 || (type != 0 && type != ZVFILESTREAMTYPE_AUDIO))
-            return E_INVALIDARG;
-        return Hand(new (std::nothrow) SampleStream(this, data_, frames_), IID_IZvReadStream, (void **)stream);
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
-    {
-        if (!length)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *length = frames_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
 
 private:
     HANDLE data_;
-    LONGLONG frames_;
 };
 
 // The frames a file holds by its header, or -1 when it is not ours.
