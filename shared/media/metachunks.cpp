@@ -196,6 +196,10 @@ HRESULT AppendRiffChunk(HANDLE file, DWORD id, const void *data, DWORD size)
     ULONGLONG added = 8 + (ULONGLONG)size + (size & 1);
     if ((ULONGLONG)stored + added > ZVRIFF_MAX_SIZE)
         return ZVERR_SIZE_LIMIT;
+    // A stored size past the file's end is damage for the repair to mend;
+    // writing there would leave a hole in front of the chunk.
+    if ((ULONGLONG)stored + 8 > io.length())
+        return ZVERR_MALFORMED;
     DWORD head[2] = {id, size};
     static const BYTE pad = 0;
     ULONGLONG at = (ULONGLONG)stored + 8;
@@ -216,6 +220,8 @@ HRESULT AppendW64Chunk(HANDLE file, const GUID &label, const void *data, DWORD s
     ULONGLONG stored = 0;
     if (!ReadAt(io, 16, &stored, 8))
         return ZVERR_FILE_READ;
+    if (stored < 40 || stored > io.length())
+        return ZVERR_MALFORMED;
     ULONGLONG at = (stored + 7) & ~7ull;
     BYTE head[24];
     memcpy(head, &label, 16);

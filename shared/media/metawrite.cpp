@@ -1,7 +1,6 @@
 // Metadata stream: writing the kinds of a source into one RIFF or Wave64
 // file. Every chunk is appended whole before the stored size counts it.
 #include "media/metainternal.h"
-#include "media/bwf.h"
 #include "zvplugin.h"
 #include <string.h>
 
@@ -184,26 +183,29 @@ HRESULT WriteSummary(HANDLE file, bool w64, const std::vector<Bytes> &records)
     return AppendRiffChunk(file, ZVRIFF_LIST, b.data(), (DWORD)b.size());
 }
 
+// The old chunk goes first (bext also under its upper-case id), so that
+// readers never see two.
 HRESULT WriteBwf(HANDLE file, bool w64, const std::vector<Bytes> &records)
 {
     for (const Bytes &r : records) {
         if (r.size() < 8 || Le32(&r[4]) != r.size() - 8)
             return ZVERR_MALFORMED;
         DWORD id = Le32(r.data());
-        int which = id == ZVRIFF_ID('i', 'X', 'M', 'L') ? BWF_CHUNK_IXML : BWF_CHUNK_BEXT;
-        HRESULT hr;
-        if (!w64) {
-            DWORD written = 0;
-            hr = bwfriff_UpdateStreamChunk(which, file, r.data() + 8, (DWORD)r.size() - 8, &written);
-        } else {
-            const GUID &label = which ? IxmlLabel() : BextLabel();
+        bool ixml = id == ZVRIFF_ID('i', 'X', 'M', 'L');
+        const GUID &label = ixml ? IxmlLabel() : BextLabel();
+        for (int pass = 0; pass < 2; pass++) {
             ChunkIndex index;
-            hr = IndexFile(file, true, &index);
-            if (SUCCEEDED(hr) && index.find(label))
-                hr = RemoveChunk(file, index, *index.find(label));
-            if (SUCCEEDED(hr))
-                hr = AppendW64Chunk(file, label, r.data() + 8, (DWORD)r.size() - 8);
+            HRESULT hr = IndexFile(file, w64, &index);
+            if (FAILED(hr))
+                return hr;
+            const Chunk *old = w64 ? index.find(label)
+                               : index.find(ixml ? id : pass ? ZVRIFF_ID('B', 'E', 'X', 'T') : ZVRIFF_ID('b', 'e', 'x', 't'));
+            if (old && FAILED(hr = RemoveChunk(file, index, *old)))
+                return hr;
         }
+        DWORD size = (DWORD)r.size() - 8;
+        HRESULT hr = w64 ? AppendW64Chunk(file, label, r.data() + 8, size)
+                         : AppendRiffChunk(file, ixml ? id : ZVRIFF_ID('b', 'e', 'x', 't'), r.data() + 8, size);
         if (FAILED(hr))
             return hr;
     }
