@@ -89,7 +89,7 @@ using namespace zvfio;
 
 static const Command *const kCommands[] = {
     &kChunksCommand, &kRepairCommand, &kPluginsCommand, &kIdentifyCommand, &kInfoCommand, &kReadCommand,
-    &kFiltersCommand, &kTemplatesCommand,
+    &kFiltersCommand, &kTemplatesCommand, &kMetaCommand,
 };
 
 static void Usage(FILE *to)

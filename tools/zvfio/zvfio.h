@@ -81,5 +81,6 @@ extern const Command kInfoCommand;
 extern const Command kReadCommand;
 extern const Command kFiltersCommand;
 extern const Command kTemplatesCommand;
+extern const Command kMetaCommand;
 
 } // namespace zvfio
