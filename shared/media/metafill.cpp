@@ -8,14 +8,17 @@ using namespace zvmeta;
 
 namespace {
 
-HRESULT ReadInto(HANDLE file, bool w64, DWORD bit, Store *store)
+// The items of one kind (null for none) in the given store.
+HRESULT ReadInto(HANDLE file, bool w64, DWORD bit, Store *store, const std::vector<Bytes> **items)
 {
     ChunkIndex index;
     HRESULT hr = IndexFile(file, w64, &index);
-    if (FAILED(hr))
-        return hr;
-    store->sampleRate = RateOf(file, index);
-    return ReadKind(file, index, *KindOfBit(bit), store->sampleRate, store);
+    if (SUCCEEDED(hr)) {
+        store->sampleRate = RateOf(file, index);
+        hr = ReadKind(file, index, *KindOfBit(bit), store->sampleRate, store);
+    }
+    *items = SUCCEEDED(hr) ? store->of(bit) : nullptr;
+    return hr;
 }
 
 HRESULT Append(tZVLIST *list, DWORD bit, const Bytes &record)
@@ -33,10 +36,10 @@ HRESULT Fill(HANDLE file, bool w64, DWORD bit, tZVLIST *list)
     if (!list)
         return E_POINTER;
     Store store;
-    HRESULT hr = ReadInto(file, w64, bit, &store);
+    const std::vector<Bytes> *items;
+    HRESULT hr = ReadInto(file, w64, bit, &store, &items);
     if (FAILED(hr))
         return hr;
-    const std::vector<Bytes> *items = store.of(bit);
     for (size_t i = 0; items && i < items->size(); i++)
         if (FAILED(hr = Append(list, bit, (*items)[i])))
             return hr;
@@ -48,10 +51,10 @@ HRESULT Cues(HANDLE file, bool w64, tZVLIST *markers, tZVLIST *regions)
     if (!markers && !regions)
         return S_OK;
     Store store;
-    HRESULT hr = ReadInto(file, w64, ZVMETA_MARKERS, &store);
+    const std::vector<Bytes> *items;
+    HRESULT hr = ReadInto(file, w64, ZVMETA_MARKERS, &store, &items);
     if (FAILED(hr))
         return hr;
-    const std::vector<Bytes> *items = store.of(ZVMETA_MARKERS);
     for (size_t i = 0; items && i < items->size(); i++) {
         const Bytes &r = (*items)[i];
         LONGLONG length;
@@ -72,10 +75,10 @@ HRESULT Block(HANDLE file, bool w64, DWORD bit, void **data, DWORD *size)
     *data = nullptr;
     *size = 0;
     Store store;
-    HRESULT hr = ReadInto(file, w64, bit, &store);
+    const std::vector<Bytes> *items;
+    HRESULT hr = ReadInto(file, w64, bit, &store, &items);
     if (FAILED(hr))
         return hr;
-    const std::vector<Bytes> *items = store.of(bit);
     if (!items || items->empty())
         return ZVERR_NOT_FOUND;
     const Bytes &r = items->front();

@@ -71,10 +71,8 @@ public:
     {
         if (!stream)
             return E_POINTER;
-        const std::vector<Bytes> *items = store_.of(ZVMETA_MARKERS);
         Bytes b;
-        DWORD head[3] = {12, ZVMETA_VERSION, items ? (DWORD)items->size() : 0};
-        Put(&b, head, sizeof head);
+        const std::vector<Bytes> *items = DirectHead(ZVMETA_MARKERS, &b);
         double scale = store_.sampleRate ? 1e7 / store_.sampleRate : 0;
         for (size_t i = 0; items && i < items->size(); i++) {
             ZVMETA_MARKER m;
@@ -103,10 +101,8 @@ public:
     {
         if (!stream)
             return E_POINTER;
-        const std::vector<Bytes> *items = store_.of(ZVMETA_SUMMARY);
         Bytes b;
-        DWORD head[3] = {12, ZVMETA_VERSION, items ? (DWORD)items->size() : 0};
-        Put(&b, head, sizeof head);
+        const std::vector<Bytes> *items = DirectHead(ZVMETA_SUMMARY, &b);
         for (size_t i = 0; items && i < items->size(); i++) {
             const Bytes &r = (*items)[i];
             DWORD textSize = (DWORD)r.size() - 4;
@@ -136,6 +132,14 @@ public:
 private:
     virtual ~Source() = default;
 
+    // The 12-byte header of a direct stream; the kind's items.
+    const std::vector<Bytes> *DirectHead(DWORD bit, Bytes *b) const
+    {
+        const std::vector<Bytes> *items = store_.of(bit);
+        DWORD head[3] = {12, ZVMETA_VERSION, items ? (DWORD)items->size() : 0};
+        Put(b, head, sizeof head);
+        return items;
+    }
     HRESULT Empty(IStream **stream)
     {
         if (!stream)
