@@ -39,6 +39,7 @@ pc:samplerate                                   libsamplerate0-dev
 pc:expat                                        libexpat1-dev
 pc:pugixml                                      libpugixml-dev
 cmd:xmllint                                     libxml2-utils
+cmd:exiftool                                    libimage-exiftool-perl
 file:/usr/include/libyuv.h                      libyuv-dev
 pc:libswscale                                   libswscale-dev
 cmd:ffmpeg                                      ffmpeg

@@ -10,6 +10,7 @@
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
 #include "zvproxy.h"
+#include "media/zvmeta.h"
 #include <vector>
 
 using namespace idtest;
@@ -284,4 +285,76 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
         reader->Close();
         reader->Release();
     }
+}
+
+// The metadata of the reader, loaded in process and routed: the streams
+// that come over from the surrogate are the ones read from the file here.
+TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
+{
+    const std::wstring d = NewFolder();
+    for (int group : {-1, 1}) {
+        SCOPED_TRACE(group);
+        WriteConfig(d, group, 5);
+        Routed w(d, ZVFIO_CREATE_NOCACHE);
+        ASSERT_EQ(S_OK, w.listed);
+        std::vector<unsigned char> bytes = WaveBytes(3000, true);
+        // one marker with a label behind the audio
+        const unsigned char cue[] = {'c', 'u', 'e', ' ', 28, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 100, 0, 0, 0,
+                                     'd', 'a', 't', 'a', 0, 0, 0, 0, 0, 0, 0, 0, 100, 0, 0, 0};
+        const unsigned char adtl[] = {'L', 'I', 'S', 'T', 18, 0, 0, 0, 'a', 'd', 't', 'l', 'l', 'a', 'b', 'l',
+                                      6, 0, 0, 0, 1, 0, 0, 0, 'H', 0};
+        bytes.insert(bytes.end(), cue, cue + sizeof cue);
+        bytes.insert(bytes.end(), adtl, adtl + sizeof adtl);
+        DWORD riffSize = (DWORD)bytes.size() - 8;
+        memcpy(&bytes[4], &riffSize, 4);
+        const std::wstring wave = WriteTemp(d, L"marked.wav", bytes);
+
+        HANDLE h = CreateFileW(wave.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        IZvReadMeta *local = nullptr;
+        ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromFile(h, FALSE, &local));
+        CloseHandle(h);
+
+        IZvReadFile *file = nullptr;
+        ASSERT_EQ(S_OK, w.mgr->OpenReader(wave.c_str(), &file, 0));
+        DWORD types = 0;
+        EXPECT_EQ(S_OK, file->GetMetaTypes(&types));
+        EXPECT_EQ((DWORD)(ZVMETA_MARKERS | ZVMETA_SCOTT), types);
+        IZvReadMeta *remote = nullptr;
+        ASSERT_EQ(S_OK, file->GetMeta(&remote));
+        auto streams = [](IZvReadMeta *meta) {
+            std::vector<std::vector<BYTE>> out;
+            IZvReadGenericMeta *g = nullptr;
+            if (FAILED(meta->QueryInterface(IID_IZvReadGenericMeta, (void **)&g)))
+                return out;
+            IStream *s = nullptr;
+            while (g->Next(&s) == S_OK && s) {
+                std::vector<BYTE> b(4096);
+                ULONG got = 0;
+                s->Read(b.data(), (ULONG)b.size(), &got);
+                b.resize(got);
+                out.push_back(b);
+                s->Release();
+            }
+            g->Release();
+            return out;
+        };
+        std::vector<std::vector<BYTE>> want = streams(local), got = streams(remote);
+        EXPECT_EQ(2u, want.size());
+        EXPECT_TRUE(want == got);
+        // the direct marker stream too: 100 samples at 48 kHz
+        IStream *s = nullptr;
+        ASSERT_EQ(S_OK, remote->GetMarkerStream(&s));
+        BYTE head[12 + 28] = {};
+        ULONG n = 0;
+        s->Read(head, sizeof head, &n);
+        s->Release();
+        EXPECT_EQ(1u, head[8]);
+        EXPECT_EQ(20833ll, *(LONGLONG *)(head + 16));
+        remote->Release();
+        local->Release();
+        file->Close();
+        file->Release();
+        EXPECT_TRUE(NobodyHolds(wave));
+    }
+    RemoveFolder(d);
 }

@@ -6,6 +6,8 @@
 #include "media/mriff.h"
 #include "media/iff.h"
 #include "media/waveheader.h"
+#include "media/zvmeta.h"
+#include "zvplugin.h"
 #include <set>
 #include <stdlib.h>
 
@@ -16,7 +18,7 @@ namespace {
 using zvtest::Rng;
 
 const std::set<HRESULT> kCodes = {
-    S_OK, ZVERR_UNSUPPORTED_MEDIA, ZVERR_FILE_OPEN, ZVERR_FILE_READ, ZVERR_FILE_WRITE, ZVERR_NOT_FOUND,
+    S_OK, S_FALSE, ZVERR_UNSUPPORTED_MEDIA, ZVERR_FILE_OPEN, ZVERR_FILE_READ, ZVERR_FILE_WRITE, ZVERR_NOT_FOUND,
     ZVERR_MALFORMED, ZVERR_UNSUPPORTED_FORMAT, ZVERR_WRONG_CHUNK_SIZE, ZVERR_SIZE_LIMIT, ZVERR_NO_RIFF_HEADER,
     ZVERR_NO_LIST_HEADER, ZVERR_ZERO_CHUNK, ZVERR_NEWER_FORMAT, E_OUTOFMEMORY, E_INVALIDARG, E_POINTER,
 };
@@ -125,6 +127,70 @@ Bytes AiffBase()
                              IffChunk("SSND", ssnd)}));
 }
 
+// Metadata chunks of every kind: the rich wave file, and the same kinds as
+// the writer puts them into a Wave64 file.
+Bytes MetaW64Base(const Bytes &rich)
+{
+    zvtest::TempDir dir;
+    std::wstring src = dir.file(L"rich.wav"), dst = dir.file(L"meta.w64");
+    zvtest::WriteFileBytes(src, rich.data(), rich.size());
+    Bytes plain = PlainWave64(Filled(40));
+    zvtest::WriteFileBytes(dst, plain.data(), plain.size());
+    HANDLE h = CreateFileW(src.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    IZvReadMeta *meta = nullptr;
+    ZvFMMeta_CreateSourceFromFile(h, FALSE, &meta);
+    CloseHandle(h);
+    if (meta) {
+        ZvFMMeta64_openAndWriteMetaStream(dst.c_str(), TRUE, 44100, meta, 0xFFFFFDFF, 0);
+        meta->Release();
+    }
+    Bytes out;
+    zvtest::ReadFileBytes(dst, out);
+    return out;
+}
+
+// The size words, and the word behind each header: the count of a counted
+// chunk, the type of a list.
+std::vector<size_t> WithCounts(std::vector<size_t> at, size_t behind)
+{
+    size_t n = at.size();
+    for (size_t i = 2; i < n; i++)
+        at.push_back(at[i] + behind);
+    return at;
+}
+
+// Every metadata reader and, now and then, the writer into the damaged file.
+void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, int variant)
+{
+    IZvReadMeta *meta = nullptr;
+    EXPECT_CODE(ZvFMMeta_CreateSourceFromFile(h, w64, &meta));
+    if (meta) {
+        IStream *s = nullptr;
+        if (SUCCEEDED(meta->GetMarkerStream(&s)) && s)
+            s->Release();
+        meta->Release();
+    }
+    tZVLIST *a = nullptr, *b = nullptr;
+    ZvList_CreateExZ(&a, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+    ZvList_CreateExZ(&b, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+    EXPECT_CODE(w64 ? ZvFMMeta64_fillCuesFromFileEx(h, 44100, a, b) : ZvFMMeta_fillCuesFromFileEx(h, 44100, a, b));
+    EXPECT_CODE(w64 ? ZvFMMeta64_fillSummaryFromFileEx(h, a, nullptr) : ZvFMMeta_fillSummaryFromFileEx(h, a, nullptr));
+    EXPECT_CODE(w64 ? ZvFMMeta64_fillPlaylistFromFile(h, b) : ZvFMMeta_fillPlaylistFromFile(h, b));
+    EXPECT_CODE(w64 ? ZvFMMeta64_fillKeyframeLocFromFile(h, b) : ZvFMMeta_fillKeyframeLocFromFile(h, b));
+    ZvList_Destroy(a);
+    ZvList_Destroy(b);
+    void *data = nullptr;
+    DWORD size = 0;
+    if (SUCCEEDED(ZvFMMeta_fillCDInfoFromFile(h, &data, &size, w64)) && data) {
+        GlobalUnlock(GlobalHandle(data));
+        GlobalFree(GlobalHandle(data));
+    }
+    if (variant % 8 == 0) {
+        EXPECT_CODE(ZvFMMeta_DeleteKindsFromFile(h, 0xFFFFFFFF, w64));
+        EXPECT_CODE(ZvFMMeta_WriteMetaToFile(h, w64, 44100, clean, 0xFFFFFDFF));
+    }
+}
+
 } // namespace
 
 TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
@@ -134,6 +200,12 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     const std::vector<size_t> riffSizes = SizeWords(riff, 12, 8, 4, 2, false);
     const std::vector<size_t> w64Sizes = SizeWords(w64, 40, 24, 16, 8, false);
     const std::vector<size_t> aiffSizes = SizeWords(aiff, 12, 8, 4, 2, true);
+    const Bytes metaRiff = MetaRichWave(Filled(40)), metaW64 = MetaW64Base(metaRiff);
+    const std::vector<size_t> metaRiffSizes = WithCounts(SizeWords(metaRiff, 12, 8, 4, 2, false), 4);
+    const std::vector<size_t> metaW64Sizes = WithCounts(SizeWords(metaW64, 40, 24, 16, 8, false), 8);
+    IZvReadMeta *clean = nullptr;
+    t.rewrite(metaRiff);
+    ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromFile(t.h(), FALSE, &clean));
     Rng rng{20261121};
     wchar_t text[64];
     BYTE buf[64];
@@ -148,7 +220,17 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
             heapBefore = HeapBusyBlocks();
             GetProcessHandleCount(GetCurrentProcess(), &handlesBefore);
         }
-        int family = variant % 4; // RIFF twice as often: it has the most functions
+        int family = variant % 5; // RIFF twice as often: it has the most functions
+        if (family == 4) {
+            // Metadata: ten files a turn, RIFF and Wave64 by turns, so that
+            // each reader sees over 6,000 of them.
+            for (int k = 0; k < 10; k++) {
+                bool w = k & 1;
+                t.rewrite(Mutate(w ? metaW64 : metaRiff, rng, w ? metaW64Sizes : metaRiffSizes));
+                MetaReaders(t.h(), w, clean, variant + k);
+            }
+            continue;
+        }
         const Bytes &base = family == 2 ? w64 : family == 3 ? aiff : riff;
         const std::vector<size_t> &sizes = family == 2 ? w64Sizes : family == 3 ? aiffSizes : riffSizes;
         Bytes img = Mutate(base, rng, sizes);
@@ -257,4 +339,5 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     DWORD handlesAfter = 0;
     GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
     EXPECT_LE(handlesAfter, handlesBefore);
+    clean->Release();
 }

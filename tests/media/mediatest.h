@@ -213,4 +213,12 @@ std::wstring OutDir();
 // Busy blocks in all heaps of the process: what a leak leaves behind.
 long long HeapBusyBlocks();
 
+// A 16-bit stereo 44.1 kHz wave file with a chunk of every metadata kind,
+// some in front of the audio and most behind it; audio is the data body.
+Bytes MetaRichWave(const Bytes &audio);
+// fmt and data only.
+Bytes PlainWave(const Bytes &audio);
+// The same as Wave64.
+Bytes PlainWave64(const Bytes &audio);
+
 } // namespace mediatest

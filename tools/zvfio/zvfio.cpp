@@ -89,7 +89,7 @@ using namespace zvfio;
 
 static const Command *const kCommands[] = {
     &kChunksCommand, &kRepairCommand, &kPluginsCommand, &kIdentifyCommand, &kInfoCommand, &kReadCommand,
-    &kFiltersCommand, &kTemplatesCommand, &kRenderCommand, &kValidateCommand,
+    &kFiltersCommand, &kTemplatesCommand, &kRenderCommand, &kMetaCommand, &kValidateCommand,
 };
 
 static void Usage(FILE *to)

@@ -82,6 +82,7 @@ extern const Command kReadCommand;
 extern const Command kFiltersCommand;
 extern const Command kTemplatesCommand;
 extern const Command kRenderCommand;
+extern const Command kMetaCommand;
 extern const Command kValidateCommand;
 
 } // namespace zvfio

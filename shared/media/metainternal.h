@@ -1,0 +1,107 @@
+// Internal to the metadata stream: the table of kinds, a flat index of a
+// file's top-level chunks, and the in-memory item store behind a source.
+// Compiled into the library and into plug-ins that offer metadata, so it
+// needs nothing but the system and the chunk layers.
+#pragma once
+#include "media/zvmeta.h"
+#include "media/riff.h"
+#include <vector>
+
+namespace zvmeta {
+
+typedef std::vector<BYTE> Bytes;
+
+enum Form {
+    FORM_MARKERS,  // cue/adtl/zv01
+    FORM_SUMMARY,  // LIST INFO
+    FORM_BWF,      // bext, iXML
+    FORM_SAMPLER,  // smpl
+    FORM_RAW,      // any chunk
+    FORM_COUNTED,  // u32 count, fixed entries; one item per entry
+    FORM_SINGLE,   // the body is the one item (capped at entrySize when set)
+    FORM_KEYFRAMES,// zv03 entries with their own sizes
+    FORM_DISPLIST, // DISP chunks: format id and data
+    FORM_NONE,     // no chunk of its own
+};
+
+struct Kind {
+    DWORD bit;
+    GUID guid;
+    DWORD riffId;   // 0 when no RIFF chunk
+    DWORD altId;    // read in its place when present (zv02 for plst), else 0
+    Form form;
+    DWORD entrySize;
+    int dedupe;     // 1: fields 0,2,3,4 of a playlist entry; 2: the first two fields
+};
+
+// Every kind with a stream; null past the end.
+const Kind *KindAt(int index);
+const Kind *KindOfBit(DWORD bit);
+const Kind *KindOfGuid(const GUID &guid);
+
+const GUID &BextLabel();
+const GUID &IxmlLabel();
+
+struct Chunk {
+    DWORD id;        // RIFF id (0 in Wave64)
+    DWORD listType;  // type of a LIST, else 0
+    GUID label;      // Wave64 label
+    ULONGLONG header;// offset of the chunk header
+    ULONGLONG data;  // offset of the body
+    ULONGLONG size;  // body bytes (without pad)
+    ULONGLONG span;  // header, body and pad
+};
+
+struct ChunkIndex {
+    bool wave64 = false;
+    ULONGLONG end = 0;        // end of the container as its stored size gives
+    ULONGLONG audioEnd = 0;   // end of the data chunk, 0 without one
+    std::vector<Chunk> chunks;
+    const Chunk *find(DWORD id, DWORD listType = 0) const;
+    const Chunk *find(const GUID &label) const;
+};
+
+// Walks the top-level chunks, bounded by the stored size and the file's
+// length. ZVERR_NO_RIFF_HEADER for a file of another form.
+HRESULT IndexFile(HANDLE file, bool wave64, ChunkIndex *index);
+// Reads a whole chunk body (at most limit bytes).
+HRESULT ReadBody(HANDLE file, const Chunk &c, Bytes *out, ULONGLONG limit = 64u << 20);
+
+// Appends one chunk at the stored end and only then grows the stored size,
+// so a write that stops half-way leaves the file as it was.
+HRESULT AppendRiffChunk(HANDLE file, DWORD id, const void *data, DWORD size);
+HRESULT AppendW64Chunk(HANDLE file, const GUID &label, const void *data, DWORD size);
+// Removes a chunk without moving the audio (see ZvFMMeta_DeleteKindsFromFile).
+HRESULT RemoveChunk(HANDLE file, const ChunkIndex &index, const Chunk &c);
+
+// Items of one file by kind, in the order of the file's chunks.
+struct Store {
+    struct Entry {
+        DWORD bit;
+        std::vector<Bytes> records;
+    };
+    std::vector<Entry> kinds;
+    DWORD sampleRate = 0;
+    void add(DWORD bit, const void *record, DWORD size);
+    const std::vector<Bytes> *of(DWORD bit) const;
+    DWORD mask() const;
+};
+
+// Reads every kind of the file into the store. A kind whose chunk is damaged
+// is left out; the result is the first such failure, or 0.
+HRESULT ReadAll(HANDLE file, bool wave64, Store *store);
+// One kind; ZVERR_NOT_FOUND when the file has none of it.
+HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD sampleRate, Store *store);
+
+// A COM source over a store: IZvReadMeta and IZvReadGenericMeta.
+HRESULT CreateSource(Store *store, IZvReadMeta **meta);
+
+// The bits of mask that the source really has items for.
+DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
+
+// The sample rate in the file's format chunk, 0 without one.
+DWORD RateOf(HANDLE file, const ChunkIndex &index);
+
+inline DWORD Le32(const BYTE *p) { return p[0] | (p[1] << 8) | (p[2] << 16) | ((DWORD)p[3] << 24); }
+
+} // namespace zvmeta

@@ -1,0 +1,93 @@
+#!/bin/sh
+# Metadata against outside tools: what they write zvfio meta reads exactly,
+# what zvfio meta writes they read exactly, and sox decodes the audio
+# unchanged after every write, update and delete.
+# usage: meta_tools.sh ZVFIO_EXE WINE_RUN WORK_DIR
+set -u
+exe=$1; run=$2; work=$3
+rm -rf "$work"; mkdir -p "$work"; cd "$work" || exit 1
+win() { printf 'Z:%s' "$1" | tr / '\\'; }
+zvfio() { "$run" "$exe" "$@" 2>/dev/null | tr -d '\r'; }
+fail=0
+check() { if [ "$2" -eq 0 ]; then echo "ok: $1"; else echo "FAILED: $1"; fail=1; fi; }
+audio() { sox "$1" -t raw - | md5sum; }
+
+sox -n -r 44100 -c 2 -b 16 tone.wav synth 0.3 sine 440 sine 660
+want=$(audio tone.wav)
+
+# Outside writers: libsndfile's tool for bext and INFO, Python for cue
+# points with labels and a region, iXML in three encodings.
+sndfile-metadata-set --bext-description "Interview, take 2" --bext-originator "Field rec" \
+    --bext-time-ref 987654321 --str-title "Night Song" --str-comment "first pass" tone.wav in.wav
+python3 - <<'PY'
+import struct
+def chunk(cid, body):
+    return cid + struct.pack("<I", len(body)) + body + (b"\0" if len(body) & 1 else b"")
+img = open("tone.wav", "rb").read()
+cue = struct.pack("<I", 2) + b"".join(struct.pack("<II4sIII", n, 0, b"data", 0, 0, p) for n, p in ((1, 441), (2, 8820)))
+adtl = b"adtl" + chunk(b"labl", struct.pack("<I", 1) + b"Intro\0") + chunk(b"ltxt", struct.pack("<II4sHHHH", 2, 4410, b"rgn ", 0, 0, 0, 0)) + chunk(b"labl", struct.pack("<I", 2) + b"Hook\0")
+def save(name, extra):
+    body = img[12:] + extra
+    open(name, "wb").write(b"RIFF" + struct.pack("<I", 4 + len(body)) + b"WAVE" + body)
+save("cues.wav", chunk(b"cue ", cue) + chunk(b"LIST", adtl))
+xml = '<?xml version="1.0" encoding="%s"?><BWFXML><IXML_VERSION>1.5</IXML_VERSION><SCENE>%s</SCENE><TAKE>7</TAKE></BWFXML>'
+save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
+save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
+save("ixml16.wav", chunk(b"iXML", (xml % ("UTF-16", "S\u00e9ance 4")).encode("utf-16")))
+PY
+
+out=$(zvfio meta "$(win "$work/in.wav")")
+printf "%s\n" "$out" | grep -qx "bext.Description = Interview, take 2"; check "bext description from sndfile-metadata-set" $?
+printf "%s\n" "$out" | grep -qx "bext.Originator = Field rec"; check "bext originator" $?
+printf "%s\n" "$out" | grep -qx "bext.TimeReference = 987654321"; check "bext time reference" $?
+printf "%s\n" "$out" | grep -qx "info.INAM = Night Song"; check "INFO title" $?
+printf "%s\n" "$out" | grep -qx "info.ICMT = first pass"; check "INFO comment" $?
+out=$(zvfio meta "$(win "$work/cues.wav")")
+printf "%s\n" "$out" | grep -qx "marker.1 = 441:Intro"; check "cue point with its label" $?
+printf "%s\n" "$out" | grep -qx "region.2 = 8820:4410:Hook"; check "region from ltxt" $?
+for f in ixml8 ixml8bom ixml16; do
+    out=$(zvfio meta "$(win "$work/$f.wav")")
+    printf "%s\n" "$out" | grep -qx "ixml.SCENE = Se*.ance 4"; check "iXML scene of $f" $?
+    printf "%s\n" "$out" | grep -qx "ixml.TAKE = 7"; check "iXML take of $f" $?
+done
+
+# Our writes, read by the outside tools.
+cp in.wav out.wav
+run() { "$run" "$exe" "$@" > /dev/null 2>&1; }
+run meta set "$(win "$work/out.wav")" "bext.Description=Mixed down" bext.TimeReference=44100 \
+    "info.INAM=New Title" "ixml.SCENE=12A" "ixml.TAKE=3" "marker=100:Start" "region=2000:500:Verse"
+check "zvfio meta set" $?
+[ "$(audio out.wav)" = "$want" ]; check "audio unchanged after set" $?
+sndfile-info --broadcast out.wav | grep -q "Description *: Mixed down"; check "sndfile-info reads our bext" $?
+sndfile-info --broadcast out.wav | grep -q "Time ref *: 0x00000ac44"; check "sndfile-info reads our time reference" $?
+exiftool -s -a out.wav > exif.txt
+grep -q "^Title *: New Title" exif.txt; check "exiftool reads our INFO title" $?
+grep -q "^Comment *: first pass" exif.txt; check "exiftool keeps the comment not set" $?
+grep -q "^BwfxmlScene *: 12A" exif.txt; check "exiftool reads our iXML scene" $?
+grep -q "^BwfxmlTake *: 3" exif.txt; check "exiftool reads our iXML take" $?
+grep -q "^CuePointLabel *: 1 Start" exif.txt && grep -q "^CuePointLabel *: 2 Verse" exif.txt; check "exiftool reads our cue labels" $?
+grep -q "^LabeledText *: 2 500 'rgn '" exif.txt; check "exiftool reads our region" $?
+python3 - <<'PY' > ixml.xml
+import struct
+b = open("out.wav", "rb").read(); o = 12
+while o + 8 <= len(b):
+    cid, size = struct.unpack_from("<4sI", b, o)
+    if cid == b"iXML":
+        import sys; sys.stdout.write(b[o + 8:o + 8 + size].rstrip(b"\0").decode("utf-8"))
+    o += 8 + size + (size & 1)
+PY
+xmllint --noout ixml.xml; check "xmllint accepts our iXML" $?
+
+# Update again, delete, copy: the audio stays the same bytes.
+run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?
+run meta delete "$(win "$work/out.wav")" markers info bwf && [ "$(audio out.wav)" = "$want" ]; check "delete" $?
+out=$(zvfio meta "$(win "$work/out.wav")")
+[ -z "$out" ]; check "nothing left after delete" $?
+sox tone.wav -t w64 tone.w64
+# (sox takes a Wave64 file's bytes after the audio for more audio: the
+# comparison is over the length of the original)
+bytes=$(sox tone.wav -t raw - | wc -c)
+run meta copy "$(win "$work/cues.wav")" "$(win "$work/tone.w64")" &&
+    [ "$(sox tone.w64 -t raw - | head -c "$bytes" | md5sum)" = "$want" ]; check "copy into Wave64" $?
+zvfio meta "$(win "$work/tone.w64")" | grep -qx "region.2 = 8820:4410:Hook"; check "markers read back from Wave64" $?
+exit $fail
