@@ -291,7 +291,8 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
 // that come over from the surrogate are the ones read from the file here.
 TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
 {
-    const std::wstring d = NewFolder();
+    zvtest::TempDir tmp;
+    const std::wstring d = tmp.path();
     for (int group : {-1, 1}) {
         SCOPED_TRACE(group);
         WriteConfig(d, group, 5);
@@ -356,5 +357,4 @@ TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
         file->Release();
         EXPECT_TRUE(NobodyHolds(wave));
     }
-    RemoveFolder(d);
 }
