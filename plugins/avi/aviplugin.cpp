@@ -18,6 +18,7 @@ using zvsdk::Hand;
 // {EA9D287B-C85A-11D3-BB3A-0050DA1A5B06}
 const GUID CLSID_AviReader = {0xEA9D287B, 0xC85A, 0x11D3, {0xBB, 0x3A, 0x00, 0x50, 0xDA, 0x1A, 0x5B, 0x06}};
 
+// the description is also the listed name (kClasses below)
 const zvsdk::ClassTexts kTexts = {L"AVI", L"AVI (uncompressed)", L"*.avi", L"Uncompressed AVI Reader", L"1.0"};
 
 class AviReadClass : public zvsdk::PlainReadClass {
@@ -111,50 +112,21 @@ private:
     }
 };
 
-class AviListing : public zvsdk::Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
-public:
-    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (index != 0)
-            return E_INVALIDARG;
-        memset(info, 0, sizeof *info);
-        info->classId = CLSID_AviReader;
-        wcsncpy(info->name, kTexts.description, 259);
-        info->dwAccess = ZVFIO_ACCESS_READER;
-        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
-        info->dwVersionMajor = 1;
-        return S_OK;
-    }
-};
-
-HRESULT CreateAviObject(const void *context, REFIID iid, void **out)
+HRESULT CreateAviObject(const void *, REFIID iid, void **out)
 {
-    if (!context)
-        return Hand(new (std::nothrow) AviListing, iid, out);
     return Hand(new (std::nothrow) AviReadClass, iid, out);
 }
+
+const ZVFIO_PLUGINCLASSINFO kClasses[] = {
+    {CLSID_AviReader, L"AVI (uncompressed)", ZVFIO_ACCESS_READER, ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO, 1, 0, 0, 0, 0, 0},
+};
+const zvsdk::ClassTable kTable = {kClasses, 1};
 
 } // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
-    if (!out)
-        return E_POINTER;
-    *out = nullptr;
-    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
-        return zvsdk::ServeFactory(CreateAviObject, nullptr, iid, out);
-    if (IsEqualCLSID(clsid, CLSID_AviReader))
-        return zvsdk::ServeFactory(CreateAviObject, &CLSID_AviReader, iid, out);
-    return CLASS_E_CLASSNOTAVAILABLE;
+    return zvsdk::ServeClassObject(clsid, iid, out, kTable, CreateAviObject);
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)

@@ -493,6 +493,59 @@ inline HRESULT ServeFactory(Factory::Create create, const void *context, REFIID 
     return Hand(new (std::nothrow) Factory(create, context), iid, out);
 }
 
+// The classes a DLL offers, as its listing object reports them.
+struct ClassTable {
+    const ZVFIO_PLUGINCLASSINFO *classes;
+    LONG count;
+};
+
+// The listing object of a DLL whose classes a table describes.
+class Listing : public Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
+public:
+    explicit Listing(const ClassTable &table) : table_(table) {}
+    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
+    {
+        if (!count)
+            return E_POINTER;
+        *count = table_.count;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
+    {
+        if (!info)
+            return E_POINTER;
+        if (index < 0 || index >= table_.count)
+            return E_INVALIDARG;
+        *info = table_.classes[index];
+        return S_OK;
+    }
+
+private:
+    const ClassTable table_;
+};
+
+inline HRESULT CreateListing(const void *table, REFIID iid, void **out)
+{
+    return Hand(new (std::nothrow) Listing(*(const ClassTable *)table), iid, out);
+}
+
+// DllGetClassObject of a DLL with a class table: the listing object under
+// CLSID_ZvPluginInfo, each class's object through `create` with its table
+// row as the context.
+inline HRESULT ServeClassObject(REFCLSID clsid, REFIID iid, void **out, const ClassTable &table,
+                                Factory::Create create)
+{
+    if (!out)
+        return E_POINTER;
+    *out = nullptr;
+    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
+        return ServeFactory(CreateListing, &table, iid, out);
+    for (LONG i = 0; i < table.count; ++i)
+        if (IsEqualCLSID(clsid, table.classes[i].classId))
+            return ServeFactory(create, &table.classes[i], iid, out);
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
 // A file handle the caller passed (of its own process, `processId`; 0 means
 // this one) as a handle of ours, which the plug-in closes. It is duplicated
 // even in the caller's own process, so it may be kept beyond the call.

@@ -218,51 +218,22 @@ public:
     }
 };
 
-// What the manager lists without opening anything: one reader class.
-class SampleListing : public zvsdk::Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
-public:
-    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (index != 0)
-            return E_INVALIDARG;
-        memset(info, 0, sizeof *info);
-        info->classId = CLSID_ZvSampleReader;
-        wcscpy(info->name, L"Sample Reader");
-        info->dwAccess = ZVFIO_ACCESS_READER;
-        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
-        info->dwVersionMajor = 1;
-        return S_OK;
-    }
-};
-
-HRESULT CreateObject(const void *context, REFIID iid, void **out)
+HRESULT CreateObject(const void *, REFIID iid, void **out)
 {
-    if (context)
-        return Hand(new (std::nothrow) SampleClass, iid, out);
-    return Hand(new (std::nothrow) SampleListing, iid, out);
+    return Hand(new (std::nothrow) SampleClass, iid, out);
 }
+
+// What the manager lists without opening anything: one reader class.
+const ZVFIO_PLUGINCLASSINFO kClasses[] = {
+    {CLSID_ZvSampleReader, L"Sample Reader", ZVFIO_ACCESS_READER, ZVFIO_STREAMMASK_AUDIO, 1, 0, 0, 0, 0, 0},
+};
+const zvsdk::ClassTable kTable = {kClasses, 1};
 
 } // namespace
 
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
-    if (!out)
-        return E_POINTER;
-    *out = nullptr;
-    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
-        return zvsdk::ServeFactory(CreateObject, nullptr, iid, out);
-    if (IsEqualCLSID(clsid, CLSID_ZvSampleReader))
-        return zvsdk::ServeFactory(CreateObject, &CLSID_ZvSampleReader, iid, out);
-    return CLASS_E_CLASSNOTAVAILABLE;
+    return zvsdk::ServeClassObject(clsid, iid, out, kTable, CreateObject);
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)
