@@ -43,6 +43,8 @@ std::string ErrorText(HRESULT hr);
 // The text for a failure about a file: ErrorText, or what the file is when
 // that says more (a folder; the coding that no reader supports).
 std::string FailureText(const std::wstring &path, HRESULT hr);
+// A GUID in its braced text form.
+std::string GuidText(const GUID &g);
 // A JSON string literal, quotes included.
 std::string JsonString(const std::string &text);
 

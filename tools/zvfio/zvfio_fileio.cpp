@@ -18,7 +18,6 @@
 #include <string.h>
 
 namespace zvfio {
-namespace {
 
 std::string GuidText(const GUID &g)
 {
@@ -26,6 +25,8 @@ std::string GuidText(const GUID &g)
     StringFromGUID2(g, text, 64);
     return Utf8(text);
 }
+
+namespace {
 
 // Handles of the surrogate processes this process started, to wait on.
 std::vector<HANDLE> SurrogateProcesses()

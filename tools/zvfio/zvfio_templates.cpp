@@ -45,13 +45,6 @@ std::string FormatText(const tagZVTEMPLATExV2 *t)
 
 namespace {
 
-std::string GuidText(const GUID &g)
-{
-    wchar_t text[64];
-    StringFromGUID2(g, text, 64);
-    return Utf8(text);
-}
-
 // Where a record of the merged view comes from.
 std::string Source(const CZvGlobalTemplateCache *cache, const tagZVTEMPLATExV2 *t)
 {

@@ -12,6 +12,7 @@
 #include "zvfio_manager.h"
 #include "zvfio_failures.h"
 #include "zverror.h"
+#include "zvpaths.h"
 #include "zvlist.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
@@ -30,14 +31,14 @@ namespace {
 std::wstring ExePath()
 {
     wchar_t path[MAX_PATH];
-    DWORD n = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::wstring(path, n);
+    return SUCCEEDED(ZvGetModuleFileName(nullptr, path, MAX_PATH)) ? path : L"";
 }
 
+// The program's folder, with a trailing backslash.
 std::wstring ExeDir()
 {
-    std::wstring p = ExePath();
-    return p.substr(0, p.find_last_of(L"\\/") + 1);
+    wchar_t path[MAX_PATH];
+    return SUCCEEDED(ZvGetModulePath(nullptr, path, MAX_PATH)) ? path : L"";
 }
 
 bool ReadFileBytes(const std::wstring &path, std::vector<BYTE> &out)
@@ -107,13 +108,6 @@ std::string Code(HRESULT hr)
     char text[32];
     snprintf(text, sizeof text, "0x%08lX", (unsigned long)hr);
     return std::string(text) + " (" + ErrorText(hr) + ")";
-}
-
-std::string Guid(const GUID &g)
-{
-    wchar_t text[40];
-    StringFromGUID2(g, text, 40);
-    return Utf8(text);
 }
 
 // The plug-in's records: the host folder configures no other.
@@ -231,7 +225,7 @@ std::string DuplicateInDll(const std::wstring &path)
                 continue;
             for (size_t k = 0; k < ids.size() && found.empty(); ++k)
                 if (IsEqualGUID(ids[k], ci.classId))
-                    found = "class id " + Guid(ci.classId) + " is listed twice, at " + std::to_string(k) + " and " +
+                    found = "class id " + GuidText(ci.classId) + " is listed twice, at " + std::to_string(k) + " and " +
                             std::to_string(i);
             ids.push_back(ci.classId);
         }
@@ -259,23 +253,23 @@ Verdict CheckListing(Child &c)
             return Fail("a class record without a class id (%s)", Utf8(r->szName).c_str());
         for (const GUID &g : seen)
             if (IsEqualGUID(g, id))
-                return Fail("class id %s is listed twice", Guid(id).c_str());
+                return Fail("class id %s is listed twice", GuidText(id).c_str());
         seen.push_back(id);
         if (!r->szName[0])
-            return Fail("class %s has no name", Guid(id).c_str());
+            return Fail("class %s has no name", GuidText(id).c_str());
         const wchar_t *ext = reader ? r->ExtReader : r->ExtRenderer;
         if (!ext || !*ext)
-            return Fail("class %s (%s) has no extension list", Guid(id).c_str(), Utf8(r->szName).c_str());
+            return Fail("class %s (%s) has no extension list", GuidText(id).c_str(), Utf8(r->szName).c_str());
         if (reader) {
             IZvReadFileClass *cls = nullptr;
             HRESULT hr = c.mgr->FindReaderClass(&cls, id);
             if (FAILED(hr) || !cls)
-                return Fail("FindReaderClass(%s) gave %s", Guid(id).c_str(), Code(hr).c_str());
+                return Fail("FindReaderClass(%s) gave %s", GuidText(id).c_str(), Code(hr).c_str());
             GUID back = GUID_NULL;
             cls->GetClassGuid(&back);
             cls->Release();
             if (!IsEqualGUID(back, id))
-                return Fail("class %s says its id is %s", Guid(id).c_str(), Guid(back).c_str());
+                return Fail("class %s says its id is %s", GuidText(id).c_str(), GuidText(back).c_str());
         }
     }
     // a second listing, from the DLL rather than the cache, says the same
@@ -523,7 +517,7 @@ Verdict CheckRenderers(Child &c)
         IZvRenderFileClass *cls = nullptr;
         HRESULT hr = c.mgr->FindRendererClass(&cls, r->clsidRenderer);
         if (FAILED(hr) || !cls)
-            return Fail("FindRendererClass(%s) gave %s", Guid(r->clsidRenderer).c_str(), Code(hr).c_str());
+            return Fail("FindRendererClass(%s) gave %s", GuidText(r->clsidRenderer).c_str(), Code(hr).c_str());
         const wchar_t *e = r->ExtRenderer ? wcschr(r->ExtRenderer, L'.') : nullptr;
         const std::wstring ext = e ? std::wstring(e, wcscspn(e, L";, ")) : L".out";
         LONG count = 0;
