@@ -7,9 +7,7 @@
 set -e
 action=$1
 export WINEPREFIX="$2"
-export WINEDEBUG=-all
-export WINELOADER=/usr/lib/wine/wine64
-export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+. "$(dirname "$0")/wine-env.sh"
 server=/usr/lib/wine/wineserver
 case "$action" in
 start)

@@ -9,7 +9,5 @@ if [ -z "$ZV_WINEPREFIX" ]; then
     ZV_WINEPREFIX="$d/wineprefix"
 fi
 export WINEPREFIX="$ZV_WINEPREFIX"
-export WINEDEBUG=-all
-export WINELOADER=/usr/lib/wine/wine64
-export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+. "$(dirname "$0")/wine-env.sh"
 exec /usr/lib/wine/wine64 "$@"

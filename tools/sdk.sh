@@ -12,7 +12,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 sdk="$out/sdk"
 rm -rf "$sdk" "$out/sdk.zip"
 mkdir -p "$sdk/include" "$sdk/idl/x64" "$sdk/idl/x86" "$sdk/bin/x64/x86" "$sdk/bin/x86" "$sdk/sample"
-cp "$root"/plugins/sdk/zvplugin_sdk.h "$root"/plugins/sdk/zvplugin_com.h "$sdk/include/"
+cp "$root"/plugins/sdk/*.h "$sdk/include/"
 cp "$root"/idl/*.idl "$root"/idl/*.h "$root"/idl/proxy_support.c "$root"/idl/zvtemplate_wire.c "$sdk/idl/"
 # the headers and ids are the same for both architectures; the proxies are not
 cp "$build"/x64/idl/*.h "$build"/x64/idl/*_i.c "$sdk/idl/"
@@ -25,7 +25,9 @@ cp "$build"/x86/bin/Vantry.exe "$sdk/bin/x86/Vantry.exe"
 cp "$root"/plugins/sdk/sample/* "$sdk/sample/"
 cat >"$sdk/README.txt" <<TXT
 Plug-in SDK
-include/   the kit: zvplugin_sdk.h (contract helpers), zvplugin_com.h (COM base)
+include/   the kit: zvplugin_sdk.h (contract helpers), zvplugin_com.h (COM base),
+           zvplugin_files.h (file helpers), zvplugin_view.h (a kept view of
+           the host's shared buffer)
 idl/       the interfaces (.idl), their headers and ids; x64/ and x86/ hold the
            proxy-stub sources of each architecture
 bin/x64/   zvfio.exe (with "zvfio validate"), the PCM plug-in, and the

@@ -4,6 +4,7 @@
 // disturb each other.
 #include "avireader.h"
 #include "zvplugin_files.h"
+#include "zvplugin_view.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
 #include "video/dib.h"
@@ -42,87 +43,17 @@ DWORD RgbRowBytes(const BITMAPINFOHEADER &h)
 
 class AviReadFile;
 
-// A view of a caller's shared memory (a mapping token of another process)
-// kept from call to call: the first write to each page of a fresh view
-// faults, which under a surrogate costs many times the copy itself. The
-// section behind the token's handle is compared with the kept one at each
-// call, since a handle value and an address may be used again for another.
-class KeptView {
-public:
-    KeptView()
-    {
-        HMODULE base = GetModuleHandleW(L"kernelbase.dll");
-        same_ = base ? (Compare)(void *)GetProcAddress(base, "CompareObjectHandles") : nullptr;
-    }
-    ~KeptView()
-    {
-        drop();
-        if (owner_)
-            CloseHandle(owner_);
-    }
-    BYTE *map(const _zvmemorytoken &t)
-    {
-        if (!same_ || t.dwKind != ZVMEMTOKEN_KIND_MAPPING || t.dwProcessId == GetCurrentProcessId())
-            return nullptr;
-        if (ownerId_ != t.dwProcessId) {   // the caller's process, opened once
-            if (owner_)
-                CloseHandle(owner_);
-            owner_ = OpenProcess(PROCESS_DUP_HANDLE, FALSE, t.dwProcessId);
-            ownerId_ = owner_ ? t.dwProcessId : 0;
-        }
-        HANDLE h = NULL;
-        if (!owner_ || !DuplicateHandle(owner_, ZvSdk_WireToHandle(t.hMapping), GetCurrentProcess(), &h, 0, FALSE,
-                                        DUPLICATE_SAME_ACCESS))
-            return nullptr;
-        const ULONGLONG need = (ULONGLONG)t.dwOffset + t.cbData;
-        if (section_ && need <= size_ && same_(h, section_)) {
-            CloseHandle(h);
-            return view_ + t.dwOffset;
-        }
-        drop();
-        view_ = (BYTE *)MapViewOfFile(h, FILE_MAP_WRITE, 0, 0, (SIZE_T)need);
-        if (!view_) {
-            CloseHandle(h);
-            return nullptr;
-        }
-        section_ = h;
-        size_ = need;
-        return view_ + t.dwOffset;
-    }
-
-private:
-    void drop()
-    {
-        if (view_)
-            UnmapViewOfFile(view_);
-        if (section_)
-            CloseHandle(section_);
-        view_ = nullptr;
-        section_ = NULL;
-        size_ = 0;
-    }
-    typedef BOOL(WINAPI *Compare)(HANDLE, HANDLE);
-    Compare same_;
-    HANDLE owner_ = NULL;
-    DWORD ownerId_ = 0;
-    HANDLE section_ = NULL;
-    BYTE *view_ = nullptr;
-    ULONGLONG size_ = 0;
-};
-
 // The memory a read call writes to: the file's kept view of a caller's
 // mapping, or the token mapped for this call.
 class Target {
 public:
     Target(AviReadFile &file, const _zvmemorytoken &token);
-    ~Target();
     BYTE *get() const { return data_; }
 
 private:
-    AviReadFile &file_;
-    BYTE *data_;
-    bool kept_;
+    zvsdk::HeldView held_;
     std::optional<CMappingOfZvMemoryToken> mapped_;
+    BYTE *data_;
 };
 
 // ------------------------------------------------------------ video
@@ -255,7 +186,6 @@ public:
         : ReadFileObject(owner, name), file_(file), avi_(avi)
     {
         InitializeCriticalSection(&lock_);
-        InitializeCriticalSection(&viewLock_);
         for (size_t i = 0; i < avi_.streams.size(); ++i) {
             const AviStream &s = avi_.streams[i];
             DWORD canonical;
@@ -266,7 +196,6 @@ public:
     ~AviReadFile()
     {
         Close();
-        DeleteCriticalSection(&viewLock_);
         DeleteCriticalSection(&lock_);
     }
 
@@ -279,17 +208,8 @@ public:
         LeaveCriticalSection(&lock_);
         return ok ? S_OK : ZVERR_FILE_READ;
     }
-    // The kept view of a caller's shared memory, with its lock held until
-    // releaseView; null (and no lock) when the token is of another kind.
-    BYTE *holdView(const _zvmemorytoken &token)
-    {
-        EnterCriticalSection(&viewLock_);
-        BYTE *p = view_.map(token);
-        if (!p)
-            LeaveCriticalSection(&viewLock_);
-        return p;
-    }
-    void releaseView() { LeaveCriticalSection(&viewLock_); }
+    // the view of a caller's shared buffer, kept from call to call
+    zvsdk::KeptView &keptView() { return view_; }
     const AviStream *stream(LONG index) const
     {
         return index >= 0 && index < (LONG)shown_.size() ? &avi_.streams[shown_[index]] : nullptr;
@@ -409,22 +329,14 @@ private:
     const AviFile avi_;
     std::vector<size_t> shown_;   // the file's streams that this reader gives out
     CRITICAL_SECTION lock_;
-    KeptView view_;
-    CRITICAL_SECTION viewLock_;
+    zvsdk::KeptView view_;
 };
 
-Target::Target(AviReadFile &file, const _zvmemorytoken &token) : file_(file)
+Target::Target(AviReadFile &file, const _zvmemorytoken &token)
+    : held_(file.keptView(), token, FILE_MAP_WRITE), data_(held_.get())
 {
-    data_ = file.holdView(token);
-    kept_ = data_ != nullptr;
-    if (!kept_)
+    if (!data_)
         data_ = (BYTE *)mapped_.emplace(token, ZVMEMTOKEN_WRITE).Pointer();
-}
-
-Target::~Target()
-{
-    if (kept_)
-        file_.releaseView();
 }
 
 AviVideoStream::AviVideoStream(AviReadFile *file, LONG index, const AviStream &s)

@@ -11,8 +11,10 @@
 #include "pcmformat.h"
 #include "pcmrender.h"
 #include "filemng/zvmemtoken.h"
+#include "zvplugin_view.h"
 #include "media/zvmeta.h"
 #include <new>
+#include <optional>
 #include <string.h>
 #include <wchar.h>
 
@@ -370,13 +372,15 @@ public:
             return ZVERR_BUFFER_TOO_SMALL;
         if ((ULONGLONG)position >= l.frames)
             return S_FALSE;
-        CMappingOfZvMemoryToken target(buffer, ZVMEMTOKEN_WRITE);
-        BYTE *dest = (BYTE *)target.Pointer();
+        // a caller's shared buffer through the stream's kept view, any other
+        // token mapped for this call
+        zvsdk::HeldView held(view_, buffer, FILE_MAP_WRITE);
+        std::optional<CMappingOfZvMemoryToken> mapped;
+        BYTE *dest = held.get() ? held.get() : (BYTE *)mapped.emplace(buffer, ZVMEMTOKEN_WRITE).Pointer();
         if (!dest)
             return E_FAIL;
         DWORD done = 0;
         HRESULT hr = pcm().readFrames((ULONGLONG)position, sampleCount, dest, &done);
-        target.Dispose();
         if (FAILED(hr))
             return hr;
         *samplesRead = done;
@@ -395,6 +399,7 @@ public:
 private:
     PcmReadFile &pcm() const { return *static_cast<PcmReadFile *>(file_); }
     LONGLONG next_ = 0;
+    zvsdk::KeptView view_;
 };
 
 HRESULT STDMETHODCALLTYPE PcmReadFile::OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD)

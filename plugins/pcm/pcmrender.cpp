@@ -10,7 +10,9 @@
 #include "templates/zvtemplate.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
+#include "zvplugin_view.h"
 #include <new>
+#include <optional>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -121,12 +123,14 @@ public:
             return ZVERR_BUFFER_TOO_SMALL;
         if (dataSize_ + bytes > layout_.maxData)
             return ZVERR_SIZE_LIMIT;
-        CMappingOfZvMemoryToken source(buffer, ZVMEMTOKEN_READ);
-        const BYTE *data = (const BYTE *)source.Pointer();
+        // the caller's shared buffer through the kept view, any other token
+        // mapped for this call
+        zvsdk::HeldView held(view_, buffer, FILE_MAP_READ);
+        std::optional<CMappingOfZvMemoryToken> mapped;
+        const BYTE *data = held.get() ? held.get() : (const BYTE *)mapped.emplace(buffer, ZVMEMTOKEN_READ).Pointer();
         if (!data)
             return E_FAIL;
         HRESULT hr = PcmNeedsEncode(layout_) ? WriteEncoded(data, bytes) : WriteAll(data, bytes);
-        source.Dispose();
         if (FAILED(hr))
             return hr;
         dataSize_ += bytes;
@@ -198,6 +202,7 @@ private:
     _zvwaveformat format_;
     const PcmWriteLayout layout_;
     ULONGLONG dataSize_ = 0;
+    zvsdk::KeptView view_;   // of the caller's shared buffer
     BYTE *scratch_ = nullptr;
 };
 

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include "testutil.h"
 #include "zvplugin_sdk.h"
+#include "zvplugin_view.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
+#include <algorithm>
 #include <random>
 #include <stdio.h>
 #include <string>
@@ -506,6 +508,88 @@ TEST(PcmForeign, AReaderInAnotherProcessUsesOurHandleAndOurMemory)
     EXPECT_EQ(memcmp((BYTE *)(ULONG_PTR)mapped.qwBase, expected.data(), frames * 4), 0);
     EXPECT_EQ(memcmp(local.data(), expected.data() + frames * 4, frames * 4), 0);
     ZvMemoryToken_ReleaseMapping(&mapped);
+}
+
+// A reader's kept view of its caller's buffer follows the caller's
+// sections: a wider request, more access, and a new section behind a handle
+// value that named another one before. A suspended child owns the handles,
+// as a host owns the buffer it passes to a surrogate.
+TEST(PcmForeign, AKeptViewFollowsTheCallersSections)
+{
+    struct Owner {
+        PROCESS_INFORMATION pi = {};
+        ~Owner()
+        {
+            if (pi.hProcess) {
+                TerminateProcess(pi.hProcess, 0);
+                WaitForSingleObject(pi.hProcess, 10000);
+                CloseHandle(pi.hThread);
+                CloseHandle(pi.hProcess);
+            }
+        }
+    } owner;
+    PROCESS_INFORMATION &pi = owner.pi;
+    std::wstring cmd = L"\"" + zvtest::ExePath() + L"\" --child none";
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    ASSERT_TRUE(CreateProcessW(NULL, &cmd[0], NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &si, &pi));
+    const DWORD size = 64 << 10;
+    HANDLE a = CreateFileMappingW(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, size, NULL);
+    HANDLE b = CreateFileMappingW(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, size, NULL);
+    BYTE *viewA = (BYTE *)MapViewOfFile(a, FILE_MAP_WRITE, 0, 0, 0);
+    BYTE *viewB = (BYTE *)MapViewOfFile(b, FILE_MAP_WRITE, 0, 0, 0);
+    ASSERT_TRUE(viewA && viewB);
+    auto give = [&](HANDLE h) {
+        HANDLE theirs = NULL;
+        DuplicateHandle(GetCurrentProcess(), h, pi.hProcess, &theirs, 0, FALSE, DUPLICATE_SAME_ACCESS);
+        return theirs;
+    };
+    HANDLE inChild = give(a);
+    ASSERT_NE(inChild, (HANDLE)NULL);
+    _zvmemorytoken t = {};
+    t.hMapping = ZvSdk_HandleToWire(inChild);
+    t.cbData = t.cbMapping = 4096;
+    t.dwKind = ZVMEMTOKEN_KIND_MAPPING;
+    t.dwProcessId = pi.dwProcessId;
+    zvsdk::KeptView kept;
+    auto put = [&](DWORD access, BYTE value) {
+        zvsdk::HeldView held(kept, t, access);
+        if (held.get() && (access & FILE_MAP_WRITE))
+            memset(held.get(), value, t.cbData);
+        return held.get() != nullptr;
+    };
+    auto all = [](const BYTE *p, DWORD n, BYTE v) { return std::all_of(p, p + n, [v](BYTE x) { return x == v; }); };
+
+    EXPECT_TRUE(put(FILE_MAP_READ, 0));
+    EXPECT_TRUE(put(FILE_MAP_WRITE, 1));   // more access than the kept view has
+    EXPECT_TRUE(all(viewA, 4096, 1));
+    t.dwOffset = 8192;                     // past the kept view's end
+    t.cbData = 8192;
+    EXPECT_TRUE(put(FILE_MAP_WRITE, 2));
+    EXPECT_TRUE(all(viewA + 8192, 8192, 2));
+
+    // the caller closes its section and passes another, likely under the
+    // same handle value
+    HANDLE back = NULL;
+    ASSERT_TRUE(DuplicateHandle(pi.hProcess, inChild, GetCurrentProcess(), &back, 0, FALSE,
+                                DUPLICATE_CLOSE_SOURCE | DUPLICATE_SAME_ACCESS));
+    CloseHandle(back);
+    t.hMapping = ZvSdk_HandleToWire(give(b));
+    EXPECT_TRUE(put(FILE_MAP_WRITE, 3));
+    EXPECT_TRUE(all(viewB + 8192, 8192, 3));
+    EXPECT_TRUE(all(viewA + 8192, 8192, 2));
+
+    // tokens of this process and plain memory get no kept view
+    t.dwProcessId = GetCurrentProcessId();
+    EXPECT_FALSE(put(FILE_MAP_WRITE, 4));
+    t.dwProcessId = pi.dwProcessId;
+    t.dwKind = ZVMEMTOKEN_KIND_LOCAL;
+    EXPECT_FALSE(put(FILE_MAP_WRITE, 4));
+
+    UnmapViewOfFile(viewA);
+    UnmapViewOfFile(viewB);
+    CloseHandle(a);
+    CloseHandle(b);
 }
 
 // ------------------------------------------------------------ bad files
