@@ -35,7 +35,7 @@ unmount_all() {
 cleanup() {
     # a wineserver or test left inside the root would keep its mounts busy
     [ -x "$root/usr/lib/wine/wineserver" ] && chroot "$root" sh -c \
-        'cd /src && for p in build/x64/wineprefix; do [ -d "$p" ] && WINEPREFIX=$PWD/$p /usr/lib/wine/wineserver -k; done' \
+        'cd /src && [ -d build/x64/wineprefix ] && sh cmake/wine-prefix.sh stop $PWD/build/x64/wineprefix' \
         >/dev/null 2>&1 || true
     unmount_all
     [ $keep -eq 1 ] || rm -rf "$root"
