@@ -82,6 +82,10 @@ struct Store {
     };
     std::vector<Entry> kinds;
     DWORD sampleRate = 0;
+    // The project link's fields in the slot order of its source interface,
+    // and the ZVLINK flags of those present (0: no link).
+    std::vector<Bytes> link;
+    DWORD linkFlags = 0;
     void add(DWORD bit, const void *record, DWORD size);
     const std::vector<Bytes> *of(DWORD bit) const;
     DWORD mask() const;
@@ -98,6 +102,9 @@ HRESULT CreateSource(Store *store, IZvReadMeta **meta);
 
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
+
+// The chunks of a project link, which are no raw chunks.
+bool IsLinkChunkId(DWORD id);
 
 // The sample rate in the file's format chunk, 0 without one.
 DWORD RateOf(HANDLE file, const ChunkIndex &index);

@@ -241,7 +241,7 @@ bool IsKnownRiffId(DWORD id)
     for (int i = 0; const Kind *k = KindAt(i); i++)
         if (k->riffId == id || k->altId == id)
             return true;
-    return false;
+    return IsLinkChunkId(id);
 }
 
 } // namespace

@@ -31,8 +31,8 @@ def save(name, extra):
     open(name, "wb").write(b"RIFF" + struct.pack("<I", 4 + len(body)) + b"WAVE" + body)
 save("cues.wav", chunk(b"cue ", cue) + chunk(b"LIST", adtl))
 xml = '<?xml version="1.0" encoding="%s"?><BWFXML><IXML_VERSION>1.5</IXML_VERSION><SCENE>%s</SCENE><TAKE>7</TAKE></BWFXML>'
-save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
-save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
+save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
+save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
 save("ixml16.wav", chunk(b"iXML", (xml % ("UTF-16", "S\u00e9ance 4")).encode("utf-16")))
 PY
 
@@ -47,7 +47,7 @@ printf "%s\n" "$out" | grep -qx "marker.1 = 441:Intro"; check "cue point with it
 printf "%s\n" "$out" | grep -qx "region.2 = 8820:4410:Hook"; check "region from ltxt" $?
 for f in ixml8 ixml8bom ixml16; do
     out=$(zvfio meta "$(win "$work/$f.wav")")
-    printf "%s\n" "$out" | grep -qx "ixml.SCENE = Se*.ance 4"; check "iXML scene of $f" $?
+    printf "%s\n" "$out" | grep -qx "ixml.SCENE = Séance 4"; check "iXML scene of $f" $?
     printf "%s\n" "$out" | grep -qx "ixml.TAKE = 7"; check "iXML take of $f" $?
 done
 
@@ -77,6 +77,21 @@ while o + 8 <= len(b):
     o += 8 + size + (size & 1)
 PY
 xmllint --noout ixml.xml; check "xmllint accepts our iXML" $?
+
+# A project link set, shown, and refused without its command line.
+cp tone.wav link.wav
+run meta set "$(win "$work/link.wav")" "link.ProjectPath=C:\\p\\song.prj" "link.CommandLine=/open" \
+    "link.CreatorAppInfo=zvtest 1" "link.RendererGuid={7C1E5B2A-3D4F-4A8B-9E21-6F0B5C3D8A14}"
+check "zvfio meta set link" $?
+[ "$(audio link.wav)" = "$want" ]; check "audio unchanged after link" $?
+out=$(zvfio meta "$(win "$work/link.wav")")
+printf "%s\n" "$out" | grep -qx 'link.ProjectPath = C:\\p\\song.prj'; check "link path shown" $?
+printf "%s\n" "$out" | grep -qx "link.CommandLine = /open"; check "link command line shown" $?
+printf "%s\n" "$out" | grep -qix "link.RendererGuid = {7C1E5B2A-3D4F-4A8B-9E21-6F0B5C3D8A14}"; check "link renderer shown" $?
+sox link.wav -n stat 2>/dev/null; check "sox still reads the linked file" $?
+cp tone.wav nolink.wav
+run meta set "$(win "$work/nolink.wav")" "link.ProjectPath=C:\\x.prj"
+[ $? -ne 0 ] && ! zvfio meta "$(win "$work/nolink.wav")" | grep -q "^link"; check "a link without command line is refused" $?
 
 # Update again, delete, copy: the audio stays the same bytes.
 run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?
