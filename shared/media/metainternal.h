@@ -21,6 +21,7 @@ enum Form {
     FORM_SINGLE,   // the body is the one item (capped at entrySize when set)
     FORM_KEYFRAMES,// zv03 entries with their own sizes
     FORM_DISPLIST, // DISP chunks: format id and data
+    FORM_PICTURES, // LIST pic: one picture block per entry; read, never written
     FORM_NONE,     // no chunk of its own
 };
 

@@ -34,6 +34,11 @@ xml = '<?xml version="1.0" encoding="%s"?><BWFXML><IXML_VERSION>1.5</IXML_VERSIO
 save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
 save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
 save("ixml16.wav", chunk(b"iXML", (xml % ("UTF-16", "S\u00e9ance 4")).encode("utf-16")))
+def picture(kind, mime, text, data):
+    m, t = (mime + "\0").encode("utf-16-le"), (text + "\0").encode("utf-16-le")
+    return struct.pack("<6I", 24 + len(m) + len(t) + len(data), 2, kind, len(m), len(t), len(data)) + m + t + data
+save("pics.wav", chunk(b"LIST", b"pic " + chunk(b"pict", picture(3, "image/png", "Front", b"\x89PNG" * 10)) +
+                  chunk(b"pict", picture(4, "image/jpeg", "Back", b"\xff\xd8\xff"))))
 PY
 
 out=$(zvfio meta "$(win "$work/in.wav")")
@@ -45,6 +50,9 @@ printf "%s\n" "$out" | grep -qx "info.ICMT = first pass"; check "INFO comment" $
 out=$(zvfio meta "$(win "$work/cues.wav")")
 printf "%s\n" "$out" | grep -qx "marker.1 = 441:Intro"; check "cue point with its label" $?
 printf "%s\n" "$out" | grep -qx "region.2 = 8820:4410:Hook"; check "region from ltxt" $?
+out=$(zvfio meta "$(win "$work/pics.wav")")
+printf "%s\n" "$out" | grep -qx "picture.1 = type 3, 40 bytes, image/png, Front" &&
+    printf "%s\n" "$out" | grep -qx "picture.2 = type 4, 3 bytes, image/jpeg, Back"; check "pictures listed by type and size" $?
 for f in ixml8 ixml8bom ixml16; do
     out=$(zvfio meta "$(win "$work/$f.wav")")
     printf "%s\n" "$out" | grep -qx "ixml.SCENE = Séance 4"; check "iXML scene of $f" $?

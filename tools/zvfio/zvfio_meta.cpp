@@ -5,6 +5,7 @@
 #include "media/metainternal.h"
 #include "media/bwf.h"
 #include "media/projectlink.h"
+#include "media/zvsummary.h"
 #include "zvplugin.h"
 #include <stdlib.h>
 #include <string.h>
@@ -147,6 +148,18 @@ void PrintStore(const Store &store, Printer &p)
                     }
                     ZvBWF_Clear(&chunk);
                 }
+            }
+        } else if (e.bit == ZVMETA_PICTURES) {
+            int n = 0;
+            for (const Bytes &r : e.records) {
+                const void *pic = r.data();
+                snprintf(buf, sizeof buf, "picture.%d", ++n);
+                char what[96];
+                snprintf(what, sizeof what, "type %lu, %lu bytes, ", (unsigned long)ZvPicture_GetPictureType(pic),
+                         (unsigned long)ZvPicture_GetPictureDataSize(pic));
+                p.value(buf, what + WideText((const BYTE *)ZvPicture_GetMimeType(pic), ZvPicture_GetMimeTypeByteCount(pic)) +
+                                 ", " + WideText((const BYTE *)ZvPicture_GetDescription(pic),
+                                                 ZvPicture_GetDescriptionByteCount(pic)));
             }
         } else {
             size_t bytes = 0;
@@ -625,8 +638,8 @@ const Command kMetaCommand = {
     "\n"
     "Without a verb, prints the metadata of a RIFF or Wave64 file and of its\n"
     "\".zvl\" sidecar: markers and regions (in samples), INFO texts, bext and\n"
-    "iXML values, the project link (link.*), and a count of the items of every\n"
-    "other kind.\n"
+    "iXML values, the project link (link.*), pictures by type, size, MIME type\n"
+    "and description, and a count of the items of every other kind.\n"
     "\n"
     "set updates the file (or with --sidecar its sidecar) with these keys:\n"
     "  bext.Description=TEXT, bext.Originator=, bext.OriginatorReference=,\n"
