@@ -5,6 +5,7 @@
 #pragma once
 #include "media/zvmeta.h"
 #include "media/riff.h"
+#include <objidl.h>
 #include <vector>
 
 namespace zvmeta {
@@ -100,6 +101,10 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD s
 
 // A COM source over a store: IZvReadMeta and IZvReadGenericMeta.
 HRESULT CreateSource(Store *store, IZvReadMeta **meta);
+
+// The records of a generic stream of the kind of bit, added to the store;
+// ZVERR_MALFORMED for a stream of another kind or a broken frame.
+HRESULT AddGenericStream(IStream *stream, DWORD bit, Store *store);
 
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);

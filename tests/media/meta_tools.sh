@@ -101,6 +101,27 @@ cp tone.wav nolink.wav
 run meta set "$(win "$work/nolink.wav")" "link.ProjectPath=C:\\x.prj"
 [ $? -ne 0 ] && ! zvfio meta "$(win "$work/nolink.wav")" | grep -q "^link"; check "a link without command line is refused" $?
 
+# Rendered anew, in process and through the surrogate: the metadata and the
+# project link go along, the audio is the same.
+cp in.wav rich.wav
+run meta set "$(win "$work/rich.wav")" "marker=441:Intro" "region=8820:4410:Hook" \
+    "link.ProjectPath=C:\\p\\song.prj" "link.CommandLine=/open"
+# (the version of a link is the writer's own, not carried by the source)
+shown() { zvfio meta "$(win "$1")" | grep -v "^link.Version" | sort; }
+for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
+    [ -f "$host" ] || { echo "skipped: $host"; continue; }
+    rm -f rendered.wav
+    "$run" "$host" render --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/rendered.wav")" \
+        > /dev/null 2>&1; check "render with metadata ($host)" $?
+    [ "$(audio rendered.wav)" = "$want" ]; check "rendered audio equal" $?
+    [ "$(shown "$work/rich.wav")" = "$(shown "$work/rendered.wav")" ]; check "zvfio meta shows the same fields" $?
+    sndfile-info --broadcast rendered.wav | grep -q "Description *: Interview, take 2"; check "sndfile-info reads the rendered bext" $?
+    exiftool -s -a rendered.wav > exif2.txt
+    grep -q "^Title *: Night Song" exif2.txt && grep -q "^CuePointLabel *: 2 Hook" exif2.txt; check "exiftool reads the rendered INFO and cues" $?
+done
+"$run" "$exe" render --no-meta --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/bare.wav")" \
+    > /dev/null 2>&1 && [ -z "$(zvfio meta "$(win "$work/bare.wav")")" ]; check "render --no-meta leaves it behind" $?
+
 # Update again, delete, copy: the audio stays the same bytes.
 run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?
 run meta delete "$(win "$work/out.wav")" markers info bwf && [ "$(audio out.wav)" = "$want" ]; check "delete" $?
