@@ -68,6 +68,22 @@ HRESULT Cues(HANDLE file, bool w64, tZVLIST *markers, tZVLIST *regions)
 }
 
 // The first item as a locked, zero-filled global block.
+// A locked global copy of a record.
+HRESULT ToGlobal(const Bytes &r, void **data, DWORD *size)
+{
+    HGLOBAL h = GlobalAlloc(GHND, r.size() ? r.size() : 1);
+    void *p = h ? GlobalLock(h) : nullptr;
+    if (!p) {
+        if (h)
+            GlobalFree(h);
+        return E_OUTOFMEMORY;
+    }
+    memcpy(p, r.data(), r.size());
+    *data = p;
+    *size = (DWORD)r.size();
+    return S_OK;
+}
+
 HRESULT Block(HANDLE file, bool w64, DWORD bit, void **data, DWORD *size)
 {
     if (!data || !size)
@@ -81,18 +97,19 @@ HRESULT Block(HANDLE file, bool w64, DWORD bit, void **data, DWORD *size)
         return hr;
     if (!items || items->empty())
         return ZVERR_NOT_FOUND;
-    const Bytes &r = items->front();
-    HGLOBAL h = GlobalAlloc(GHND, r.size() ? r.size() : 1);
-    void *p = h ? GlobalLock(h) : nullptr;
-    if (!p) {
-        if (h)
-            GlobalFree(h);
-        return E_OUTOFMEMORY;
-    }
-    memcpy(p, r.data(), r.size());
-    *data = p;
-    *size = (DWORD)r.size();
-    return S_OK;
+    return ToGlobal(items->front(), data, size);
+}
+
+// From an AIFF file the record is built from INST and MARK.
+HRESULT AiffSampler(HANDLE file, void **data, DWORD *size, DWORD rate)
+{
+    if (!data || !size)
+        return E_POINTER;
+    *data = nullptr;
+    *size = 0;
+    Bytes r;
+    HRESULT hr = zvmeta::ReadAiffSampler(file, rate, &r);
+    return FAILED(hr) ? hr : ToGlobal(r, data, size);
 }
 
 } // namespace
@@ -131,14 +148,14 @@ HRESULT ZvFMMeta64_fillSummaryFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *)
     return Fill(file, true, ZVMETA_SUMMARY, list);
 }
 
-HRESULT ZvFMMeta_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD)
+HRESULT ZvFMMeta_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD rate)
 {
-    return fromAiff ? E_NOTIMPL : Block(file, false, ZVMETA_SAMPLER, data, size);
+    return fromAiff ? AiffSampler(file, data, size, rate) : Block(file, false, ZVMETA_SAMPLER, data, size);
 }
 
-HRESULT ZvFMMeta64_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD)
+HRESULT ZvFMMeta64_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD rate)
 {
-    return fromAiff ? E_NOTIMPL : Block(file, true, ZVMETA_SAMPLER, data, size);
+    return fromAiff ? AiffSampler(file, data, size, rate) : Block(file, true, ZVMETA_SAMPLER, data, size);
 }
 
 HRESULT ZvFMMeta_fillCDInfoFromFile(HANDLE file, void **data, DWORD *size, BOOL isWave64)

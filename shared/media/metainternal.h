@@ -109,6 +109,10 @@ HRESULT AddGenericStream(IStream *stream, DWORD bit, Store *store);
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
 
+// The smpl record of an AIFF file's INST chunk and the markers it names;
+// ZVERR_NOT_FOUND without INST.
+HRESULT ReadAiffSampler(HANDLE file, DWORD rate, Bytes *record);
+
 // The chunks of a project link, which are no raw chunks.
 bool IsLinkChunkId(DWORD id);
 

@@ -377,3 +377,36 @@ TEST(MetaStream, HalfWayFailureKeepsAudioAndAReadableFile)
     EXPECT_EQ(PlainWave(audio), FileBytes(wav));
     src->Release();
 }
+
+// An AIFF file's INST loops, through the markers they name, as a smpl record.
+TEST(MetaReaders, AiffSamplerFromInstAndMarkers)
+{
+    Bytes inst = {60, 0, 0, 127, 1, 127, 0, 0};
+    Be16(inst, 1), Be16(inst, 1), Be16(inst, 2); // sustain: forward, markers 1 to 2
+    Be16(inst, 2), Be16(inst, 3), Be16(inst, 9); // release: marker 9 is missing
+    Bytes mark;
+    Be16(mark, 3);
+    for (unsigned id : {1u, 2u, 3u}) {
+        Be16(mark, id), Be32(mark, id * 1000);
+        mark.push_back(3), PutStr(mark, id == 1 ? "beg" : "end");
+    }
+    Bytes img = Form("AIFF", Cat({IffChunk("COMM", CommBody(1, 4000, 16, 8000)), IffChunk("MARK", mark),
+                                  IffChunk("INST", inst), IffChunk("SSND", Bytes(8 + 8000))}));
+    TestFile t(img, L"s.aiff");
+    void *data = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(S_OK, ZvFMMeta_fillSamplerinfoFromFileEx(t.h(), &data, &size, TRUE, 8000));
+    ASSERT_EQ(36u + 32, size);
+    Bytes r((BYTE *)data, (BYTE *)data + size);
+    GlobalUnlock(GlobalHandle(data));
+    GlobalFree(GlobalHandle(data));
+    EXPECT_EQ(125000u, GetLe32(r, 8)); // sample period in ns
+    EXPECT_EQ(60u, GetLe32(r, 12));
+    EXPECT_EQ(1u, GetLe32(r, 28));
+    EXPECT_EQ(1000u, GetLe32(r, 36 + 8));
+    EXPECT_EQ(1000u, GetLe32(r, 36 + 16));
+    TestFile none(Form("AIFF", IffChunk("COMM", CommBody(1, 0, 16, 8000))), L"n.aiff");
+    EXPECT_EQ(ZVERR_NOT_FOUND, ZvFMMeta_fillSamplerinfoFromFileEx(none.h(), &data, &size, TRUE, 8000));
+    TestFile cut(Form("AIFF", IffChunk("INST", Bytes(6))), L"c.aiff");
+    EXPECT_EQ(ZVERR_MALFORMED, ZvFMMeta_fillSamplerinfoFromFileEx(cut.h(), &data, &size, TRUE, 8000));
+}
