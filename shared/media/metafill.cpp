@@ -21,7 +21,9 @@ HRESULT ReadInto(HANDLE file, bool w64, DWORD bit, Store *store, const std::vect
     return hr;
 }
 
-HRESULT Append(tZVLIST *list, DWORD bit, const Bytes &record)
+} // namespace
+
+HRESULT zvmeta::AppendItem(tZVLIST *list, DWORD bit, const Bytes &record)
 {
     Bytes item(sizeof(ZVMETA_ITEMFRAME) + record.size());
     ZVMETA_ITEMFRAME f = {28, ZVMETA_VERSION, KindOfBit(bit)->guid, (DWORD)record.size()};
@@ -30,6 +32,8 @@ HRESULT Append(tZVLIST *list, DWORD bit, const Bytes &record)
         memcpy(item.data() + sizeof f, record.data(), record.size());
     return ZvList_AllocAndInsertItem(list, item.data(), (int)item.size(), -1, nullptr);
 }
+
+namespace {
 
 HRESULT Fill(HANDLE file, bool w64, DWORD bit, tZVLIST *list)
 {
@@ -41,7 +45,7 @@ HRESULT Fill(HANDLE file, bool w64, DWORD bit, tZVLIST *list)
     if (FAILED(hr))
         return hr;
     for (size_t i = 0; items && i < items->size(); i++)
-        if (FAILED(hr = Append(list, bit, (*items)[i])))
+        if (FAILED(hr = AppendItem(list, bit, (*items)[i])))
             return hr;
     return S_OK;
 }
@@ -59,9 +63,9 @@ HRESULT Cues(HANDLE file, bool w64, tZVLIST *markers, tZVLIST *regions)
         const Bytes &r = (*items)[i];
         LONGLONG length;
         memcpy(&length, r.data() + 16, 8);
-        if (markers && FAILED(hr = Append(markers, ZVMETA_MARKERS, r)))
+        if (markers && FAILED(hr = AppendItem(markers, ZVMETA_MARKERS, r)))
             return hr;
-        if (regions && length >= 0 && FAILED(hr = Append(regions, ZVMETA_MARKERS, r)))
+        if (regions && length >= 0 && FAILED(hr = AppendItem(regions, ZVMETA_MARKERS, r)))
             return hr;
     }
     return S_OK;

@@ -113,6 +113,9 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
 // ZVERR_NOT_FOUND without INST.
 HRESULT ReadAiffSampler(HANDLE file, DWORD rate, Bytes *record);
 
+// Appends record to a heap list behind an item frame of the kind of bit.
+HRESULT AppendItem(tZVLIST *list, DWORD bit, const Bytes &record);
+
 // The chunks of a project link, which are no raw chunks.
 bool IsLinkChunkId(DWORD id);
 

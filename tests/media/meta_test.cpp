@@ -410,3 +410,30 @@ TEST(MetaReaders, AiffSamplerFromInstAndMarkers)
     TestFile cut(Form("AIFF", IffChunk("INST", Bytes(6))), L"c.aiff");
     EXPECT_EQ(ZVERR_MALFORMED, ZvFMMeta_fillSamplerinfoFromFileEx(cut.h(), &data, &size, TRUE, 8000));
 }
+
+// An ARDEO clip's time code from the XML entry of its LIST meta.
+TEST(MetaReaders, ArdeoTimeCode)
+{
+    const char *xml = "<?xml version=\"1.0\"?><Clip><LtcChangeTable tcFps=\"25\">"
+                      "<LtcChange frameCount=\"0\" value=\"10:00:00:00\"/></LtcChangeTable></Clip>";
+    Bytes text(xml, xml + strlen(xml) + 1);
+    Bytes avi = Riff("AVI ", Cat({List("hdrl", Chunk("avih", Bytes(56))), List("movi", Chunk("00dc", Filled(10))),
+                                  List("meta", Chunk("xml ", text))}));
+    TestFile t(avi, L"a.avi");
+    EXPECT_TRUE(ZvFMMeta_isARDEOavi(t.h()));
+    tZVLIST *list = nullptr;
+    ZvList_CreateExZ(&list, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+    ASSERT_EQ(S_OK, ZvFMMeta_fillARDEOmetaFromFileEx(t.h(), list, nullptr));
+    ASSERT_EQ(1, ZvList_GetCount(list));
+    const BYTE *item = (const BYTE *)ZvList_GetItem(list, 0);
+    const ZVMETA_ITEMFRAME *f = (const ZVMETA_ITEMFRAME *)item;
+    EXPECT_EQ(ZVMETA_SUMMARY, ZvFMMeta_KindOfGuid(&f->kind));
+    EXPECT_EQ(0, memcmp(item + 28, "TCOD", 4));
+    EXPECT_STREQ(L"10:00:00:00", (const wchar_t *)(item + 32));
+    ZvList_Destroy(list);
+    // Not an ARDEO clip: a wave file, an AVI whose first frame is audio.
+    TestFile wav(PlainWave(Filled(8)), L"p.wav");
+    EXPECT_FALSE(ZvFMMeta_isARDEOavi(wav.h()));
+    TestFile audio(Riff("AVI ", List("movi", Chunk("01wb", Filled(4)))), L"b.avi");
+    EXPECT_FALSE(ZvFMMeta_isARDEOavi(audio.h()));
+}
