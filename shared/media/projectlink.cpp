@@ -3,6 +3,7 @@
 #include "media/projectlink.h"
 #include "media/metainternal.h"
 #include "zvplugin.h"
+#include "kernel/zvmemory.h"
 #include <string.h>
 #include <wchar.h>
 
@@ -43,24 +44,6 @@ const LinkChunk kChunks[] = {
     {0, ZVRIFF_ID('s', 'p', 'l', 'v'), {0xE4E76B7B, 0x339F, 0x4820, {0x8A, 0xA9, 0x69, 0x15, 0xA7, 0x22, 0x02, 0x4E}}},
 };
 const DWORD kSpel = ZVRIFF_ID('s', 'p', 'e', 'l');
-
-void *GAlloc(DWORD size)
-{
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size ? size : 1);
-    void *p = h ? GlobalLock(h) : nullptr;
-    if (h && !p)
-        GlobalFree(h);
-    return p;
-}
-
-void GFree(void *p)
-{
-    if (!p)
-        return;
-    HGLOBAL h = GlobalHandle(p);
-    GlobalUnlock(h);
-    GlobalFree(h);
-}
 
 // The size rule of each chunk on loading.
 bool SizeFits(DWORD flag, ULONGLONG size)
@@ -240,7 +223,7 @@ void CZvLinkProjectInfo::FreeMemory()
 {
     for (DWORD flag = 1; flag <= ZVLINK_CREATORWINDOWCLASS; flag <<= 1)
         if (flag != ZVLINK_RENDERERGUID)
-            GFree(Block(flag)->data);
+            ZvMem_Free(Block(flag)->data);
     Init();
 }
 
@@ -262,7 +245,7 @@ tagZVLINKBLOCK *CZvLinkProjectInfo::Block(DWORD flag) const
 void CZvLinkProjectInfo::FreeField(DWORD flag)
 {
     tagZVLINKBLOCK *b = Block(flag);
-    GFree(b->data);
+    ZvMem_Free(b->data);
     b->data = nullptr, b->size = 0;
     m_flags &= ~flag;
 }
@@ -270,7 +253,7 @@ void CZvLinkProjectInfo::FreeField(DWORD flag)
 void *CZvLinkProjectInfo::AllocField(DWORD flag, DWORD size)
 {
     FreeField(flag);
-    void *p = GAlloc(size);
+    void *p = ZvMem_Alloc(size);
     if (p)
         Block(flag)->data = p, Block(flag)->size = size;
     return p;
@@ -280,7 +263,7 @@ HRESULT CZvLinkProjectInfo::SetBlock(DWORD flag, const void *data, DWORD size)
 {
     if (!data)
         return E_INVALIDARG;
-    void *p = GAlloc(size);
+    void *p = ZvMem_Alloc(size);
     if (!p)
         return E_OUTOFMEMORY;
     memcpy(p, data, size);
@@ -347,7 +330,7 @@ HRESULT CZvLinkProjectInfo::SetProjectData(DWORD id, const void *data, DWORD siz
     DWORD ignored = 0;
     if (SUCCEEDED(GetProjectData(id, nullptr, &ignored)) && m_projectData.data)
         return ZVERR_DUPLICATE_ITEM;
-    BYTE *grown = (BYTE *)GAlloc(have + padded + 8);
+    BYTE *grown = (BYTE *)ZvMem_Alloc(have + padded + 8);
     if (!grown)
         return E_OUTOFMEMORY;
     memcpy(grown, block, have);
@@ -356,7 +339,7 @@ HRESULT CZvLinkProjectInfo::SetProjectData(DWORD id, const void *data, DWORD siz
     memcpy(grown + have + 8, data, size);
     DWORD listSize = have + padded + 8 - 8;
     memcpy(grown + 4, &listSize, 4);
-    GFree(m_projectData.data);
+    ZvMem_Free(m_projectData.data);
     m_projectData.data = grown, m_projectData.size = have + padded + 8;
     m_flags |= ZVLINK_PROJECTDATA;
     return S_OK;

@@ -2,33 +2,16 @@
 // LIST UNFO (wide), and as a stream.
 #include "media/zvsummary.h"
 #include "media/riff.h"
+#include "kernel/zvmemory.h"
 #include <string.h>
 #include <wchar.h>
 
 namespace {
 
-void *GAlloc(SIZE_T size)
-{
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size ? size : 1);
-    void *p = h ? GlobalLock(h) : nullptr;
-    if (h && !p)
-        GlobalFree(h);
-    return p;
-}
-
-void GFree(void *p)
-{
-    if (p) {
-        HGLOBAL h = GlobalHandle(p);
-        GlobalUnlock(h);
-        GlobalFree(h);
-    }
-}
-
 WCHAR *DupText(const WCHAR *text)
 {
     size_t n = (wcslen(text) + 1) * sizeof(WCHAR);
-    WCHAR *copy = (WCHAR *)GAlloc(n);
+    WCHAR *copy = (WCHAR *)ZvMem_Alloc(n);
     if (copy)
         memcpy(copy, text, n);
     return copy;
@@ -41,12 +24,12 @@ HRESULT Grow(_summarylisttag *list, DWORD extra)
         return S_OK;
     if (list->count > 0x0FFFFFFF - extra)
         return E_OUTOFMEMORY;
-    tagZVSUMMARYPAIR *grown = (tagZVSUMMARYPAIR *)GAlloc((list->count + extra) * sizeof(tagZVSUMMARYPAIR));
+    tagZVSUMMARYPAIR *grown = (tagZVSUMMARYPAIR *)ZvMem_Alloc((list->count + extra) * sizeof(tagZVSUMMARYPAIR));
     if (!grown)
         return E_OUTOFMEMORY;
     if (list->count)
         memcpy(grown, list->pairs, list->count * sizeof(tagZVSUMMARYPAIR));
-    GFree(list->pairs);
+    ZvMem_Free(list->pairs);
     list->pairs = grown;
     list->count += extra;
     return S_OK;
@@ -75,7 +58,7 @@ HRESULT Load(HANDLE file, _summarylisttag *list, DWORD *remaining, bool wide)
             break;
         }
         *remaining -= span;
-        BYTE *raw = (BYTE *)GAlloc((SIZE_T)size + 2);
+        BYTE *raw = (BYTE *)ZvMem_Alloc((SIZE_T)size + 2);
         if (!raw) {
             hr = E_OUTOFMEMORY;
             break;
@@ -85,13 +68,13 @@ HRESULT Load(HANDLE file, _summarylisttag *list, DWORD *remaining, bool wide)
         if (SUCCEEDED(hr) && wide) {
             text = (WCHAR *)raw, raw = nullptr;
         } else if (SUCCEEDED(hr)) {
-            text = (WCHAR *)GAlloc((SIZE_T)size * 2 + 2);
+            text = (WCHAR *)ZvMem_Alloc((SIZE_T)size * 2 + 2);
             if (!text)
                 hr = E_OUTOFMEMORY;
             else if (raw[0])
                 MultiByteToWideChar(CP_ACP, 0, (const char *)raw, -1, text, (int)size + 1);
         }
-        GFree(raw);
+        ZvMem_Free(raw);
         if (SUCCEEDED(hr))
             list->pairs[i].id = id, list->pairs[i].text = text;
     }
@@ -120,13 +103,13 @@ HRESULT Save(HANDLE file, const _summarylisttag *list, DWORD *written, bool wide
             hr = riff_WriteChunk(file, p.id, p.text, (DWORD)(wcslen(p.text) + 1) * sizeof(WCHAR), &put);
         } else {
             int n = WideCharToMultiByte(CP_ACP, 0, p.text, -1, nullptr, 0, nullptr, nullptr);
-            char *ansi = (char *)GAlloc(n > 0 ? (SIZE_T)n : 1);
+            char *ansi = (char *)ZvMem_Alloc(n > 0 ? (SIZE_T)n : 1);
             if (!ansi)
                 return E_OUTOFMEMORY;
             if (n > 0)
                 WideCharToMultiByte(CP_ACP, 0, p.text, -1, ansi, n, nullptr, nullptr);
             hr = riff_WriteChunk(file, p.id, ansi, n > 0 ? (DWORD)n : 1, &put);
-            GFree(ansi);
+            ZvMem_Free(ansi);
         }
         body += put;
     }
@@ -161,8 +144,8 @@ void ZvSummary_Free(_summarylisttag *list)
     if (!list)
         return;
     for (DWORD i = 0; i < list->count; i++)
-        GFree(list->pairs[i].text);
-    GFree(list->pairs);
+        ZvMem_Free(list->pairs[i].text);
+    ZvMem_Free(list->pairs);
     list->count = 0, list->pairs = nullptr;
 }
 
@@ -187,7 +170,7 @@ HRESULT ZvSummary_SetItem(_summarylisttag *list, DWORD id, const WCHAR *text)
     int i = ZvSummary_GetItemIndex(list, id);
     if (!text) { // removing leaves a hole
         if (i >= 0) {
-            GFree(list->pairs[i].text);
+            ZvMem_Free(list->pairs[i].text);
             list->pairs[i].id = 0, list->pairs[i].text = nullptr;
         }
         return S_OK;
@@ -198,12 +181,12 @@ HRESULT ZvSummary_SetItem(_summarylisttag *list, DWORD id, const WCHAR *text)
     if (i < 0) {
         HRESULT hr = Grow(list, 1);
         if (FAILED(hr)) {
-            GFree(copy);
+            ZvMem_Free(copy);
             return hr;
         }
         i = (int)list->count - 1;
     }
-    GFree(list->pairs[i].text);
+    ZvMem_Free(list->pairs[i].text);
     list->pairs[i].id = id, list->pairs[i].text = copy;
     return S_OK;
 }
@@ -248,7 +231,7 @@ HRESULT ZvSummary_Merge(_summarylisttag *target, _summarylisttag *source, BOOL o
         if (at >= 0 && (DWORD)at < end) {
             if (!overwrite)
                 continue;
-            GFree(target->pairs[at].text);
+            ZvMem_Free(target->pairs[at].text);
         } else {
             at = (int)end++;
         }
@@ -353,7 +336,7 @@ HRESULT _summarylisttag::Create(IStream *stream, DWORD, _summarylisttag *out)
                 out->pairs[i].id = item[0];
             continue;
         }
-        WCHAR *text = (WCHAR *)GAlloc((SIZE_T)item[1] + 2);
+        WCHAR *text = (WCHAR *)ZvMem_Alloc((SIZE_T)item[1] + 2);
         if (!text) {
             hr = E_OUTOFMEMORY;
             break;
