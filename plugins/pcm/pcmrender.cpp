@@ -3,7 +3,8 @@
 // samples arrive in the template's decoded format; wave and Wave64 store
 // them as they come, AIFF big-endian (pcmwrite.h). The sizes are fixed up on
 // close, so a wave file left open by a crash is still one the repair
-// functions can rebuild.
+// functions can rebuild; metadata given to a wave or Wave64 renderer is
+// written behind the audio then.
 #include "pcmrender.h"
 #include "pcmformat.h"
 #include "pcmwrite.h"
@@ -11,6 +12,8 @@
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
 #include "zvplugin_view.h"
+#include "media/metainternal.h"
+#include "media/projectlink.h"
 #include <new>
 #include <optional>
 #include <stdlib.h>
@@ -83,6 +86,43 @@ public:
     {
         Close();
         free(scratch_);
+        link_.FreeMemory();
+    }
+    // Metadata is kept until the file is closed and then written behind the
+    // audio: a generic stream of one kind, or a project link's chunks.
+    // Wave and Wave64 only.
+    HRESULT STDMETHODCALLTYPE SetMeta(DWORD type, IStream *stream) override
+    {
+        if (!stream)
+            return E_POINTER;
+        if (layout_.container == PCM_AIFF)
+            return E_NOTIMPL;
+        if (!file_)
+            return E_UNEXPECTED;
+        if (type != ZVMETA_PROJECTLINK_STREAM)
+            return zvmeta::AddGenericStream(stream, type, &meta_);
+        STATSTG st = {};
+        HRESULT hr = stream->Stat(&st, STATFLAG_NONAME);
+        if (FAILED(hr))
+            return hr;
+        if (st.cbSize.QuadPart > (1u << 26))
+            return ZVERR_LINK_STREAM;
+        zvmeta::Bytes b((size_t)st.cbSize.QuadPart);
+        LARGE_INTEGER zero = {};
+        ULONG got = 0;
+        stream->Seek(zero, STREAM_SEEK_SET, nullptr);
+        if (!b.empty() && (FAILED(stream->Read(b.data(), (ULONG)b.size(), &got)) || got != b.size()))
+            return ZVERR_FILE_READ;
+        CZvLinkProjectInfo link;
+        BOOL found = FALSE;
+        hr = ProjectLink_LoadFromMemory(b.data(), (DWORD)b.size(), &link, &found);
+        if (SUCCEEDED(hr) && FAILED(hr = link.Validate()))
+            link.FreeMemory();
+        if (FAILED(hr))
+            return hr;
+        link_.FreeMemory();
+        link_ = link; // the record's blocks move over
+        return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
@@ -160,6 +200,8 @@ public:
         if (!file_)
             return S_OK;
         HRESULT hr = PcmFinishFile(file_, layout_, dataSize_);
+        if (SUCCEEDED(hr))
+            hr = WriteMeta();
         if (!CloseHandle(file_) && SUCCEEDED(hr))
             hr = ZVERR_FILE_WRITE;
         file_ = NULL;
@@ -198,12 +240,32 @@ private:
         return S_OK;
     }
 
+    HRESULT WriteMeta()
+    {
+        const bool w64 = layout_.container == PCM_WAVE64;
+        HRESULT hr = S_OK;
+        if (DWORD mask = meta_.mask()) {
+            meta_.sampleRate = format_.samplesPerSec;
+            IZvReadMeta *source = nullptr;
+            hr = zvmeta::CreateSource(&meta_, &source);
+            if (SUCCEEDED(hr)) {
+                hr = ZvFMMeta_WriteMetaToFile(file_, w64, format_.samplesPerSec, source, mask);
+                source->Release();
+            }
+        }
+        if (SUCCEEDED(hr) && link_.GetFlags())
+            hr = w64 ? ProjectLinkRiff64_WriteInfo(file_, &link_) : ProjectLinkRiff_WriteInfo(file_, &link_);
+        return hr;
+    }
+
     HANDLE file_;
     _zvwaveformat format_;
     const PcmWriteLayout layout_;
     ULONGLONG dataSize_ = 0;
     zvsdk::KeptView view_;   // of the caller's shared buffer
     BYTE *scratch_ = nullptr;
+    zvmeta::Store meta_;
+    CZvLinkProjectInfo link_;
 };
 
 // A name that asks for the AIFC form.

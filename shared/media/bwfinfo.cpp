@@ -212,15 +212,55 @@ static HRESULT LoadBext(const BYTE *b, DWORD size, _tagZVBWF_Chunk *chunk)
     return hr;
 }
 
+// The document reads 8-bit text as ANSI, and iXML is UTF-8 by its own
+// rules: UTF-8 (with or without its mark) and big-endian UTF-16 are handed
+// over as little-endian UTF-16 with a mark. Bytes that are not valid UTF-8
+// stay 8-bit, for older files written in the ANSI code page.
+static BYTE *IxmlAsDocumentText(const BYTE *data, DWORD size, DWORD *outSize)
+{
+    BYTE *copy = nullptr;
+    if (size >= 2 && data[0] == 0xFE && data[1] == 0xFF) {
+        DWORD n = size & ~1u;
+        if ((copy = (BYTE *)malloc(n)) != nullptr) {
+            copy[0] = 0xFF, copy[1] = 0xFE;
+            for (DWORD i = 2; i < n; i += 2)
+                copy[i] = data[i + 1], copy[i + 1] = data[i];
+            *outSize = n;
+        }
+        return copy;
+    }
+    if (!(size >= 2 && data[0] == 0xFF && data[1] == 0xFE)) {
+        DWORD skip = size >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF ? 3 : 0;
+        DWORD end = skip;
+        bool wide = skip != 0;
+        while (end < size && data[end]) // a chunk updated in place ends in zeros
+            wide |= data[end++] >= 0x80;
+        int n = wide && end > skip ? MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, (const char *)data + skip,
+                                                         (int)(end - skip), nullptr, 0)
+                                   : 0;
+        if (n > 0 && (copy = (BYTE *)malloc(((size_t)n + 1) * sizeof(WCHAR))) != nullptr) {
+            copy[0] = 0xFF, copy[1] = 0xFE;
+            MultiByteToWideChar(CP_UTF8, 0, (const char *)data + skip, (int)(end - skip), (WCHAR *)copy + 1, n);
+            *outSize = (DWORD)(n + 1) * sizeof(WCHAR);
+            return copy;
+        }
+        data += skip, size -= skip; // a mark with nothing valid behind it
+    }
+    if ((copy = (BYTE *)malloc(size ? size : 1)) != nullptr) {
+        memcpy(copy, data, size);
+        *outSize = size;
+    }
+    return copy;
+}
+
 HRESULT ExtractIxmlContent(const void *data, DWORD size, _tagZVBWF_Chunk *chunk)
 {
     if (!data || !chunk)
         return E_INVALIDARG;
     // The block is copied: the document keeps a pointer into it.
-    BYTE *copy = (BYTE *)malloc(size ? size : 1);
+    BYTE *copy = IxmlAsDocumentText((const BYTE *)data, size, &size);
     if (!copy)
         return E_OUTOFMEMORY;
-    memcpy(copy, data, size);
     CZvXML_Document *doc = new CZvXML_Document;
     HRESULT hr = doc ? doc->OpenMemory(copy, size) : E_OUTOFMEMORY;
     if (SUCCEEDED(hr))

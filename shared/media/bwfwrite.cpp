@@ -22,13 +22,14 @@ struct Out {
         size += n;
     }
     void text(const char *s) { put(s, (DWORD)strlen(s)); }
+    // iXML text: UTF-8, as its declaration says.
     void wide(const WCHAR *s)
     {
-        int n = WideCharToMultiByte(CP_ACP, 0, s, -1, nullptr, 0, nullptr, nullptr);
+        int n = WideCharToMultiByte(CP_UTF8, 0, s, -1, nullptr, 0, nullptr, nullptr);
         if (n <= 1)
             return;
         if (data && size + (DWORD)n - 1 <= capacity)
-            WideCharToMultiByte(CP_ACP, 0, s, -1, (char *)data + size, n - 1, nullptr, nullptr);
+            WideCharToMultiByte(CP_UTF8, 0, s, -1, (char *)data + size, n - 1, nullptr, nullptr);
         size += (DWORD)n - 1;
     }
 };

@@ -21,7 +21,9 @@ HRESULT ReadInto(HANDLE file, bool w64, DWORD bit, Store *store, const std::vect
     return hr;
 }
 
-HRESULT Append(tZVLIST *list, DWORD bit, const Bytes &record)
+} // namespace
+
+HRESULT zvmeta::AppendItem(tZVLIST *list, DWORD bit, const Bytes &record)
 {
     Bytes item(sizeof(ZVMETA_ITEMFRAME) + record.size());
     ZVMETA_ITEMFRAME f = {28, ZVMETA_VERSION, KindOfBit(bit)->guid, (DWORD)record.size()};
@@ -30,6 +32,8 @@ HRESULT Append(tZVLIST *list, DWORD bit, const Bytes &record)
         memcpy(item.data() + sizeof f, record.data(), record.size());
     return ZvList_AllocAndInsertItem(list, item.data(), (int)item.size(), -1, nullptr);
 }
+
+namespace {
 
 HRESULT Fill(HANDLE file, bool w64, DWORD bit, tZVLIST *list)
 {
@@ -41,7 +45,7 @@ HRESULT Fill(HANDLE file, bool w64, DWORD bit, tZVLIST *list)
     if (FAILED(hr))
         return hr;
     for (size_t i = 0; items && i < items->size(); i++)
-        if (FAILED(hr = Append(list, bit, (*items)[i])))
+        if (FAILED(hr = AppendItem(list, bit, (*items)[i])))
             return hr;
     return S_OK;
 }
@@ -59,15 +63,31 @@ HRESULT Cues(HANDLE file, bool w64, tZVLIST *markers, tZVLIST *regions)
         const Bytes &r = (*items)[i];
         LONGLONG length;
         memcpy(&length, r.data() + 16, 8);
-        if (markers && FAILED(hr = Append(markers, ZVMETA_MARKERS, r)))
+        if (markers && FAILED(hr = AppendItem(markers, ZVMETA_MARKERS, r)))
             return hr;
-        if (regions && length >= 0 && FAILED(hr = Append(regions, ZVMETA_MARKERS, r)))
+        if (regions && length >= 0 && FAILED(hr = AppendItem(regions, ZVMETA_MARKERS, r)))
             return hr;
     }
     return S_OK;
 }
 
 // The first item as a locked, zero-filled global block.
+// A locked global copy of a record.
+HRESULT ToGlobal(const Bytes &r, void **data, DWORD *size)
+{
+    HGLOBAL h = GlobalAlloc(GHND, r.size() ? r.size() : 1);
+    void *p = h ? GlobalLock(h) : nullptr;
+    if (!p) {
+        if (h)
+            GlobalFree(h);
+        return E_OUTOFMEMORY;
+    }
+    memcpy(p, r.data(), r.size());
+    *data = p;
+    *size = (DWORD)r.size();
+    return S_OK;
+}
+
 HRESULT Block(HANDLE file, bool w64, DWORD bit, void **data, DWORD *size)
 {
     if (!data || !size)
@@ -81,18 +101,19 @@ HRESULT Block(HANDLE file, bool w64, DWORD bit, void **data, DWORD *size)
         return hr;
     if (!items || items->empty())
         return ZVERR_NOT_FOUND;
-    const Bytes &r = items->front();
-    HGLOBAL h = GlobalAlloc(GHND, r.size() ? r.size() : 1);
-    void *p = h ? GlobalLock(h) : nullptr;
-    if (!p) {
-        if (h)
-            GlobalFree(h);
-        return E_OUTOFMEMORY;
-    }
-    memcpy(p, r.data(), r.size());
-    *data = p;
-    *size = (DWORD)r.size();
-    return S_OK;
+    return ToGlobal(items->front(), data, size);
+}
+
+// From an AIFF file the record is built from INST and MARK.
+HRESULT AiffSampler(HANDLE file, void **data, DWORD *size, DWORD rate)
+{
+    if (!data || !size)
+        return E_POINTER;
+    *data = nullptr;
+    *size = 0;
+    Bytes r;
+    HRESULT hr = zvmeta::ReadAiffSampler(file, rate, &r);
+    return FAILED(hr) ? hr : ToGlobal(r, data, size);
 }
 
 } // namespace
@@ -131,14 +152,14 @@ HRESULT ZvFMMeta64_fillSummaryFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *)
     return Fill(file, true, ZVMETA_SUMMARY, list);
 }
 
-HRESULT ZvFMMeta_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD)
+HRESULT ZvFMMeta_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD rate)
 {
-    return fromAiff ? E_NOTIMPL : Block(file, false, ZVMETA_SAMPLER, data, size);
+    return fromAiff ? AiffSampler(file, data, size, rate) : Block(file, false, ZVMETA_SAMPLER, data, size);
 }
 
-HRESULT ZvFMMeta64_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD)
+HRESULT ZvFMMeta64_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWORD *size, BOOL fromAiff, DWORD rate)
 {
-    return fromAiff ? E_NOTIMPL : Block(file, true, ZVMETA_SAMPLER, data, size);
+    return fromAiff ? AiffSampler(file, data, size, rate) : Block(file, true, ZVMETA_SAMPLER, data, size);
 }
 
 HRESULT ZvFMMeta_fillCDInfoFromFile(HANDLE file, void **data, DWORD *size, BOOL isWave64)

@@ -5,6 +5,7 @@
 #pragma once
 #include "media/zvmeta.h"
 #include "media/riff.h"
+#include <objidl.h>
 #include <vector>
 
 namespace zvmeta {
@@ -21,6 +22,7 @@ enum Form {
     FORM_SINGLE,   // the body is the one item (capped at entrySize when set)
     FORM_KEYFRAMES,// zv03 entries with their own sizes
     FORM_DISPLIST, // DISP chunks: format id and data
+    FORM_PICTURES, // LIST pic: one picture block per entry; read, never written
     FORM_NONE,     // no chunk of its own
 };
 
@@ -82,6 +84,10 @@ struct Store {
     };
     std::vector<Entry> kinds;
     DWORD sampleRate = 0;
+    // The project link's fields in the slot order of its source interface,
+    // and the ZVLINK flags of those present (0: no link).
+    std::vector<Bytes> link;
+    DWORD linkFlags = 0;
     void add(DWORD bit, const void *record, DWORD size);
     const std::vector<Bytes> *of(DWORD bit) const;
     DWORD mask() const;
@@ -96,8 +102,22 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD s
 // A COM source over a store: IZvReadMeta and IZvReadGenericMeta.
 HRESULT CreateSource(Store *store, IZvReadMeta **meta);
 
+// The records of a generic stream of the kind of bit, added to the store;
+// ZVERR_MALFORMED for a stream of another kind or a broken frame.
+HRESULT AddGenericStream(IStream *stream, DWORD bit, Store *store);
+
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
+
+// The smpl record of an AIFF file's INST chunk and the markers it names;
+// ZVERR_NOT_FOUND without INST.
+HRESULT ReadAiffSampler(HANDLE file, DWORD rate, Bytes *record);
+
+// Appends record to a heap list behind an item frame of the kind of bit.
+HRESULT AppendItem(tZVLIST *list, DWORD bit, const Bytes &record);
+
+// The chunks of a project link, which are no raw chunks.
+bool IsLinkChunkId(DWORD id);
 
 // The sample rate in the file's format chunk, 0 without one.
 DWORD RateOf(HANDLE file, const ChunkIndex &index);

@@ -1,5 +1,6 @@
 // Metadata stream: reading each kind's chunks into item records.
 #include "media/metainternal.h"
+#include "media/zvsummary.h"
 #include <string.h>
 
 namespace zvmeta {
@@ -241,7 +242,27 @@ bool IsKnownRiffId(DWORD id)
     for (int i = 0; const Kind *k = KindAt(i); i++)
         if (k->riffId == id || k->altId == id)
             return true;
-    return false;
+    return IsLinkChunkId(id);
+}
+
+// LIST pic: every entry a whole picture block.
+HRESULT ReadPictures(HANDLE file, const ChunkIndex &index, Store *store)
+{
+    const Chunk *c = index.find(ZVRIFF_LIST, ZVRIFF_ID('p', 'i', 'c', ' '));
+    if (!c)
+        return ZVERR_NOT_FOUND;
+    Bytes b;
+    HRESULT hr = ReadBody(file, *c, &b);
+    if (FAILED(hr))
+        return hr;
+    for (size_t at = 4; at + 8 <= b.size();) {
+        DWORD size = Le32(&b[at + 4]);
+        if (size > b.size() - at - 8 || !ZvPicture_IsValid(&b[at + 8], size))
+            return ZVERR_MALFORMED;
+        store->add(ZVMETA_PICTURES, &b[at + 8], size);
+        at += 8 + (size_t)size + (size & 1);
+    }
+    return S_OK;
 }
 
 } // namespace
@@ -252,8 +273,10 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD r
     Bytes b;
     const bool w64 = index.wave64;
     const Chunk *c = nullptr;
-    if (kind.form == FORM_NONE || (w64 && kind.form == FORM_RAW))
+    if (kind.form == FORM_NONE || (w64 && (kind.form == FORM_RAW || kind.form == FORM_PICTURES)))
         return ZVERR_NOT_FOUND;
+    if (kind.form == FORM_PICTURES)
+        return ReadPictures(file, index, store);
     if (kind.form == FORM_MARKERS && !w64)
         return ReadCues(file, index, store);
     if (kind.form == FORM_BWF) {

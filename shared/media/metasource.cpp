@@ -3,6 +3,7 @@
 // Streams are memory streams built on each request, so every caller gets its
 // own position.
 #include "media/metainternal.h"
+#include "media/projectlink.h"
 #include "zvplugin.h"
 #include <new>
 #include <string.h>
@@ -38,9 +39,18 @@ void Put(Bytes *b, const void *p, size_t n)
     b->insert(b->end(), s, s + n);
 }
 
-class Source final : public IZvReadMeta, public IZvReadGenericMeta {
+// The project link flag of each slot of IZvReadProjectLinkMeta.
+const DWORD kLinkSlots[9] = {ZVLINK_PROJECTPATH,     ZVLINK_COMMANDLINE,     ZVLINK_RENDERERGUID,
+                             ZVLINK_TEMPLATENAME,    ZVLINK_TEMPLATEDATA,    ZVLINK_APPTEMPLATEDATA,
+                             ZVLINK_PROJECTDATA,     ZVLINK_CREATORAPPINFO,  ZVLINK_CREATORWINDOWCLASS};
+
+class Source final : public IZvReadMeta, public IZvReadGenericMeta, public IZvReadProjectLinkMeta {
 public:
-    explicit Source(Store *store) { store_.kinds.swap(store->kinds), store_.sampleRate = store->sampleRate; }
+    explicit Source(Store *store)
+    {
+        store_.kinds.swap(store->kinds), store_.sampleRate = store->sampleRate;
+        store_.link.swap(store->link), store_.linkFlags = store->linkFlags;
+    }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **out) override
     {
@@ -50,6 +60,9 @@ public:
             *out = static_cast<IZvReadMeta *>(this);
         else if (IsEqualIID(iid, IID_IZvReadGenericMeta))
             *out = static_cast<IZvReadGenericMeta *>(this);
+        else if (store_.linkFlags &&
+                 (IsEqualIID(iid, IID_IZvReadProjectLinkMeta) || IsEqualIID(iid, IID_IZvReadProjectLinkMetaEx)))
+            *out = static_cast<IZvReadProjectLinkMeta *>(this);
         else {
             *out = nullptr;
             return E_NOINTERFACE;
@@ -129,8 +142,29 @@ public:
         return k ? Generic(*k, stream) : E_UNEXPECTED;
     }
 
+    // Project link fields; ZVERR_NOT_FOUND for one the link does not have.
+    HRESULT STDMETHODCALLTYPE GetProjectPathStream(IStream **s) override { return LinkField(0, s); }
+    HRESULT STDMETHODCALLTYPE GetCommandLineStream(IStream **s) override { return LinkField(1, s); }
+    HRESULT STDMETHODCALLTYPE GetRendererGuidStream(IStream **s) override { return LinkField(2, s); }
+    HRESULT STDMETHODCALLTYPE GetTemplateNameStream(IStream **s) override { return LinkField(3, s); }
+    HRESULT STDMETHODCALLTYPE GetTemplateDataStream(IStream **s) override { return LinkField(4, s); }
+    HRESULT STDMETHODCALLTYPE GetAppTemplateDataStream(IStream **s) override { return LinkField(5, s); }
+    HRESULT STDMETHODCALLTYPE GetProjectDataStream(IStream **s) override { return LinkField(6, s); }
+    HRESULT STDMETHODCALLTYPE GetCreatorAppInfoStream(IStream **s) override { return LinkField(7, s); }
+    HRESULT STDMETHODCALLTYPE GetCreatorWindowClassStream(IStream **s) override { return LinkField(8, s); }
+
 private:
     virtual ~Source() = default;
+
+    HRESULT LinkField(int slot, IStream **stream)
+    {
+        if (!stream)
+            return E_POINTER;
+        *stream = nullptr;
+        if (!(store_.linkFlags & kLinkSlots[slot]) || store_.link.size() != 9)
+            return ZVERR_NOT_FOUND;
+        return StreamOf(store_.link[slot], stream);
+    }
 
     // The 12-byte header of a direct stream; the kind's items.
     const std::vector<Bytes> *DirectHead(DWORD bit, Bytes *b) const
@@ -190,6 +224,27 @@ HRESULT ZvFMMeta_CreateSourceFromFile(HANDLE file, BOOL isWave64, IZvReadMeta **
         return hr;
     // A damaged kind is left out and reported as S_FALSE; the rest is offered.
     hr = zvmeta::ReadAll(file, isWave64 != FALSE, &store);
+    CZvLinkProjectInfo link;
+    BOOL found = FALSE;
+    if (SUCCEEDED(isWave64 ? ProjectLinkRiff64_LoadInfo(file, &link, &found) : ProjectLinkRiff_LoadInfo(file, &link, &found)) &&
+        found) {
+        store.link.resize(9);
+        for (int i = 0; i < 9; i++) {
+            if (!(link.GetFlags() & zvmeta::kLinkSlots[i]))
+                continue;
+            store.linkFlags |= zvmeta::kLinkSlots[i];
+            if (zvmeta::kLinkSlots[i] == ZVLINK_RENDERERGUID) {
+                GUID g = link.GetRendererGuid();
+                store.link[i].assign((BYTE *)&g, (BYTE *)&g + 16);
+            } else {
+                const tagZVLINKBLOCK *b = link.Block(zvmeta::kLinkSlots[i]);
+                store.link[i].assign((BYTE *)b->data, (BYTE *)b->data + b->size);
+            }
+        }
+        // a version with nothing else still marks a link
+        store.linkFlags |= 0x80000000u;
+        link.FreeMemory();
+    }
     HRESULT made = zvmeta::CreateSource(&store, meta);
     return FAILED(made) ? made : FAILED(hr) ? S_FALSE : S_OK;
 }

@@ -413,6 +413,23 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask)
 
 } // namespace zvmeta
 
+HRESULT zvmeta::AddGenericStream(IStream *stream, DWORD bit, Store *store)
+{
+    const Kind *k = KindOfBit(bit);
+    if (!stream || !store)
+        return E_POINTER;
+    if (!k)
+        return E_INVALIDARG;
+    ZVMETA_STREAMHEADER head;
+    std::vector<Bytes> records;
+    HRESULT hr = ReadGeneric(stream, &head, &records);
+    if (SUCCEEDED(hr) && !IsEqualGUID(head.kind, k->guid))
+        hr = ZVERR_MALFORMED;
+    for (size_t i = 0; SUCCEEDED(hr) && i < records.size(); i++)
+        store->add(k->bit, records[i].data(), (DWORD)records[i].size());
+    return hr;
+}
+
 HRESULT ZvFMMeta_WriteMetaToFile(HANDLE file, BOOL isWave64, DWORD rate, IZvReadMeta *meta, DWORD mask)
 {
     using namespace zvmeta;

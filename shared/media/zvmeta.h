@@ -154,6 +154,11 @@ ZVAPI HRESULT ZvFMMeta64_fillSamplerinfoFromFileEx(HANDLE file, void **data, DWO
                                                    DWORD sampleRate);
 ZVAPI HRESULT ZvFMMeta_fillCDInfoFromFile(HANDLE file, void **data, DWORD *size, BOOL isWave64);
 ZVAPI HRESULT ZvFMMeta_fillDisplistFromFile(HANDLE file, void **data, DWORD *size);
+// An AVI whose movi list starts with a 00dc chunk.
+ZVAPI BOOL ZvFMMeta_isARDEOavi(HANDLE file);
+// Its LIST meta's "xml " entry: the time code of the LtcChangeTable as a
+// summary item under the id TCOD (the text of its value field).
+ZVAPI HRESULT ZvFMMeta_fillARDEOmetaFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *other);
 ZVAPI HRESULT ZvFMMeta64_fillDisplistFromFile(HANDLE file, void **data, DWORD *size);
 
 // All kinds a file holds, as an IZvReadMeta source (also IZvReadGenericMeta)

@@ -11,6 +11,7 @@
 #include "filemng/zvmemtoken.h"
 #include "zvproxy.h"
 #include "media/zvmeta.h"
+#include "media/projectlink.h"
 #include <vector>
 
 using namespace idtest;
@@ -306,6 +307,16 @@ TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
                                       6, 0, 0, 0, 1, 0, 0, 0, 'H', 0};
         bytes.insert(bytes.end(), cue, cue + sizeof cue);
         bytes.insert(bytes.end(), adtl, adtl + sizeof adtl);
+        // and a project link: path, command line, version
+        auto chunk = [&bytes](const char *id, const void *data, DWORD size) {
+            bytes.insert(bytes.end(), id, id + 4);
+            bytes.insert(bytes.end(), (const BYTE *)&size, (const BYTE *)&size + 4);
+            bytes.insert(bytes.end(), (const BYTE *)data, (const BYTE *)data + size);
+        };
+        const DWORD version = 0x01000000;
+        chunk("splp", L"C:\\p\\song.prj", 28);
+        chunk("spcl", L"/open", 12);
+        chunk("splv", &version, 4);
         DWORD riffSize = (DWORD)bytes.size() - 8;
         memcpy(&bytes[4], &riffSize, 4);
         const std::wstring wave = WriteTemp(d, L"marked.wav", bytes);
@@ -351,6 +362,17 @@ TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
         s->Release();
         EXPECT_EQ(1u, head[8]);
         EXPECT_EQ(20833ll, *(LONGLONG *)(head + 16));
+        // the project link through its own blanket
+        CZvLinkProjectInfo link;
+        BOOL found = FALSE;
+        EXPECT_EQ(S_OK, ProjectLinkReadMeta_LoadInfo(remote, &link, &found));
+        EXPECT_TRUE(found);
+        WCHAR text[64];
+        EXPECT_EQ(13, link.GetProjectPath(text, 64));
+        EXPECT_STREQ(L"C:\\p\\song.prj", text);
+        EXPECT_EQ(5, link.GetCommandLine(text, 64));
+        EXPECT_EQ((DWORD)(ZVLINK_PROJECTPATH | ZVLINK_COMMANDLINE), link.GetFlags());
+        link.FreeMemory();
         remote->Release();
         local->Release();
         file->Close();

@@ -305,6 +305,41 @@ TEST(BwfRecord, ReadsWhatSndfileMetadataSetWrote)
     EXPECT_EQ(0u, r.at(ZVBWF_CODING_HISTORY).find(L"A=PCM,F=44100,W=16,M=stereo,T=field,"));
 }
 
+// iXML is UTF-8 unless a mark says UTF-16: all three forms give one text,
+// and the writer's UTF-8 reads back the same.
+TEST(BwfRecord, IxmlEncodingsGiveTheSameText)
+{
+    if (!FixturesPresent())
+        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    const std::wstring scene = L"Sz\u00e8ne \u00c4\u00f8 \u2013 \u65e5\u672c";
+    for (const wchar_t *name : {L"ixml_utf8.wav", L"ixml_utf8bom.wav", L"ixml_utf16.wav"}) {
+        HANDLE h = CreateFileW((FixtureDir() + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                               OPEN_EXISTING, 0, nullptr);
+        ASSERT_NE(INVALID_HANDLE_VALUE, h) << name;
+        Record r;
+        BOOL found = FALSE;
+        EXPECT_EQ(S_OK, bwfriff_LoadInfo(h, &r, &found)) << name;
+        EXPECT_EQ(scene, r.at(ZVIXML_SCENE)) << name;
+        EXPECT_EQ(L"7", r.at(ZVIXML_TAKE)) << name;
+        CloseHandle(h);
+    }
+    Record r;
+    ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, ZVIXML_SCENE, scene.c_str()));
+    DWORD size = 0;
+    ASSERT_EQ(S_OK, BuildRawBwfIxmlChunkGlobal(&r, nullptr, &size, 16, 79, 0));
+    Bytes x(size);
+    ASSERT_EQ(S_OK, BuildRawBwfIxmlChunkGlobal(&r, x.data(), &size, 16, 79, 0));
+    EXPECT_NE(std::string::npos, std::string(x.begin(), x.end()).find("Sz\xc3\xa8ne \xc3\x84\xc3\xb8 \xe2\x80\x93"));
+    Record back;
+    ASSERT_EQ(S_OK, ExtractIxmlContent(x.data(), size, &back));
+    EXPECT_EQ(scene, back.at(ZVIXML_SCENE));
+    // Bytes that are no UTF-8 stay in the ANSI code page, as older files have them.
+    const char latin[] = "<BWFXML><SCENE>caf\xe9</SCENE></BWFXML>";
+    Record old;
+    ASSERT_EQ(S_OK, ExtractIxmlContent(latin, (DWORD)strlen(latin), &old));
+    EXPECT_EQ(4u, old.at(ZVIXML_SCENE).size());
+}
+
 // Mutated bext and iXML chunks through the reader: codes of the tables only,
 // nothing left allocated.
 TEST(BwfRecord, MutatedChunks)

@@ -119,6 +119,15 @@ def gen(d):
         "--bext-orig-ref", "REF-77", "--bext-orig-date", "2025-03-04", "--bext-orig-time", "10:20:30",
         "--bext-time-ref", "987654321", "--bext-coding-hist", "A=PCM,F=44100,W=16,M=stereo,T=field,",
         p("tone16.wav"), p("meta_set.wav"))
+    # iXML with a non-ASCII scene name in three encodings: UTF-8 with and
+    # without its mark, UTF-16 with its mark.
+    xml = '<?xml version="1.0" encoding="%s"?>\r\n<BWFXML><IXML_VERSION>1.61</IXML_VERSION>' \
+          '<SCENE>Sz\u00e8ne \u00c4\u00f8 \u2013 \u65e5\u672c</SCENE><TAKE>7</TAKE></BWFXML>\r\n'
+    for name, body in (("ixml_utf8.wav", (xml % "UTF-8").encode("utf-8")),
+                       ("ixml_utf8bom.wav", b"\xef\xbb\xbf" + (xml % "UTF-8").encode("utf-8")),
+                       ("ixml_utf16.wav", b"\xff\xfe" + (xml % "UTF-16").encode("utf-16-le"))):
+        open(p(name), "wb").write(riff(b"WAVE", chunk(b"fmt ", fmt18(2, 44100, 16)) + chunk(b"data", data[:400]) +
+                                        chunk(b"iXML", body)))
     mono = bytes((i * 37) & 0xFF for i in range(1001))
     open(p("mono8.wav"), "wb").write(riff(b"WAVE", chunk(b"fmt ", fmt18(1, 8000, 8)) + chunk(b"data", mono)))
 

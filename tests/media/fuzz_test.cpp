@@ -7,6 +7,8 @@
 #include "media/iff.h"
 #include "media/waveheader.h"
 #include "media/zvmeta.h"
+#include "media/projectlink.h"
+#include "media/zvsummary.h"
 #include "zvplugin.h"
 #include <set>
 #include <stdlib.h>
@@ -21,6 +23,7 @@ const std::set<HRESULT> kCodes = {
     S_OK, S_FALSE, ZVERR_UNSUPPORTED_MEDIA, ZVERR_FILE_OPEN, ZVERR_FILE_READ, ZVERR_FILE_WRITE, ZVERR_NOT_FOUND,
     ZVERR_MALFORMED, ZVERR_UNSUPPORTED_FORMAT, ZVERR_WRONG_CHUNK_SIZE, ZVERR_SIZE_LIMIT, ZVERR_NO_RIFF_HEADER,
     ZVERR_NO_LIST_HEADER, ZVERR_ZERO_CHUNK, ZVERR_NEWER_FORMAT, E_OUTOFMEMORY, E_INVALIDARG, E_POINTER,
+    ZVERR_LINK_VERSION, ZVERR_LINK_STREAM,
 };
 
 #define EXPECT_CODE(call)                                                              \
@@ -127,6 +130,29 @@ Bytes AiffBase()
                              IffChunk("SSND", ssnd)}));
 }
 
+// The rich wave file with a project link and a picture list behind it.
+Bytes WithLinkAndPictures(const Bytes &rich)
+{
+    Bytes f = rich;
+    const wchar_t path[] = L"C:\\p.prj", cmd[] = L"-o";
+    Bytes picture;
+    Le32(picture, 24 + 4 + 12);
+    Le32(picture, 2), Le32(picture, 3), Le32(picture, 4), Le32(picture, 0), Le32(picture, 12);
+    Put(picture, L"a", 4);
+    Put(picture, Filled(12).data(), 12);
+    Bytes version;
+    Le32(version, 0x01000000);
+    Bytes tail = Cat({Chunk("splp", Bytes((const BYTE *)path, (const BYTE *)path + sizeof path)),
+                      Chunk("spcl", Bytes((const BYTE *)cmd, (const BYTE *)cmd + sizeof cmd)),
+                      Chunk("sprg", Filled(16)), Chunk("srtd", Filled(9)), Chunk("srat", Filled(3)),
+                      Chunk("spem", Cat({Bytes{'L', 'I', 'S', 'T', 12, 0, 0, 0, 's', 'p', 'e', 'l'}, Chunk("abcd", Filled(4))})),
+                      Chunk("splv", version), List("pic ", Cat({Chunk("pict", picture), Chunk("pict", picture)}))});
+    Put(f, tail.data(), tail.size());
+    DWORD size = (DWORD)f.size() - 8;
+    memcpy(&f[4], &size, 4);
+    return f;
+}
+
 // Metadata chunks of every kind: the rich wave file, and the same kinds as
 // the writer puts them into a Wave64 file.
 Bytes MetaW64Base(const Bytes &rich)
@@ -142,6 +168,7 @@ Bytes MetaW64Base(const Bytes &rich)
     CloseHandle(h);
     if (meta) {
         ZvFMMeta64_openAndWriteMetaStream(dst.c_str(), TRUE, 44100, meta, 0xFFFFFDFF, 0);
+        ProjectLinkRiff64_openAndWriteInfo(dst.c_str(), meta);
         meta->Release();
     }
     Bytes out;
@@ -160,8 +187,32 @@ std::vector<size_t> WithCounts(std::vector<size_t> at, size_t behind)
 }
 
 // Every metadata reader and, now and then, the writer into the damaged file.
-void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, int variant)
+void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, const CZvLinkProjectInfo *cleanLink, int variant)
 {
+    CZvLinkProjectInfo link;
+    BOOL found = FALSE;
+    EXPECT_CODE(w64 ? ProjectLinkRiff64_LoadInfo(h, &link, &found) : ProjectLinkRiff_LoadInfo(h, &link, &found));
+    link.FreeMemory();
+    DWORD listSize = 0;
+    if (!w64 && SUCCEEDED(riff_FindListChunkFromStart(h, ZVRIFF_INFO, &listSize))) {
+        _summarylisttag summary = {0, nullptr};
+        EXPECT_CODE(ZvSummary_Load(h, &summary, &listSize));
+        ZvSummary_Free(&summary);
+    }
+    DWORD all = 0, form = 0;
+    SetFilePointer(h, 0, nullptr, FILE_BEGIN);
+    if (!w64 && SUCCEEDED(riff_ReadFileID(h, &all, &form))) {
+        tagZVDISPLIST *list = displist_Create();
+        EXPECT_CODE(displist_Load(h, list, &all));
+        displist_Destroy(list);
+    }
+    void *sampler = nullptr;
+    DWORD samplerSize = 0;
+    if (SUCCEEDED(w64 ? ZvFMMeta64_fillSamplerinfoFromFileEx(h, &sampler, &samplerSize, FALSE, 44100)
+                      : ZvFMMeta_fillSamplerinfoFromFileEx(h, &sampler, &samplerSize, FALSE, 44100)) && sampler) {
+        GlobalUnlock(GlobalHandle(sampler));
+        GlobalFree(GlobalHandle(sampler));
+    }
     IZvReadMeta *meta = nullptr;
     EXPECT_CODE(ZvFMMeta_CreateSourceFromFile(h, w64, &meta));
     if (meta) {
@@ -188,6 +239,7 @@ void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, int variant)
     if (variant % 8 == 0) {
         EXPECT_CODE(ZvFMMeta_DeleteKindsFromFile(h, 0xFFFFFFFF, w64));
         EXPECT_CODE(ZvFMMeta_WriteMetaToFile(h, w64, 44100, clean, 0xFFFFFDFF));
+        EXPECT_CODE(w64 ? ProjectLinkRiff64_WriteInfo(h, cleanLink) : ProjectLinkRiff_WriteInfo(h, cleanLink));
     }
 }
 
@@ -200,12 +252,16 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     const std::vector<size_t> riffSizes = SizeWords(riff, 12, 8, 4, 2, false);
     const std::vector<size_t> w64Sizes = SizeWords(w64, 40, 24, 16, 8, false);
     const std::vector<size_t> aiffSizes = SizeWords(aiff, 12, 8, 4, 2, true);
-    const Bytes metaRiff = MetaRichWave(Filled(40)), metaW64 = MetaW64Base(metaRiff);
+    const Bytes metaRiff = WithLinkAndPictures(MetaRichWave(Filled(40))), metaW64 = MetaW64Base(metaRiff);
     const std::vector<size_t> metaRiffSizes = WithCounts(SizeWords(metaRiff, 12, 8, 4, 2, false), 4);
     const std::vector<size_t> metaW64Sizes = WithCounts(SizeWords(metaW64, 40, 24, 16, 8, false), 8);
     IZvReadMeta *clean = nullptr;
     t.rewrite(metaRiff);
     ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromFile(t.h(), FALSE, &clean));
+    CZvLinkProjectInfo cleanLink;
+    BOOL linked = FALSE;
+    ASSERT_EQ(S_OK, ProjectLinkRiff_LoadInfo(t.h(), &cleanLink, &linked));
+    ASSERT_TRUE(linked);
     Rng rng{20261121};
     wchar_t text[64];
     BYTE buf[64];
@@ -227,7 +283,7 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
             for (int k = 0; k < 10; k++) {
                 bool w = k & 1;
                 t.rewrite(Mutate(w ? metaW64 : metaRiff, rng, w ? metaW64Sizes : metaRiffSizes));
-                MetaReaders(t.h(), w, clean, variant + k);
+                MetaReaders(t.h(), w, clean, &cleanLink, variant + k);
             }
             continue;
         }
@@ -340,4 +396,5 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
     EXPECT_LE(handlesAfter, handlesBefore);
     clean->Release();
+    cleanLink.FreeMemory();
 }

@@ -377,3 +377,63 @@ TEST(MetaStream, HalfWayFailureKeepsAudioAndAReadableFile)
     EXPECT_EQ(PlainWave(audio), FileBytes(wav));
     src->Release();
 }
+
+// An AIFF file's INST loops, through the markers they name, as a smpl record.
+TEST(MetaReaders, AiffSamplerFromInstAndMarkers)
+{
+    Bytes inst = {60, 0, 0, 127, 1, 127, 0, 0};
+    Be16(inst, 1), Be16(inst, 1), Be16(inst, 2); // sustain: forward, markers 1 to 2
+    Be16(inst, 2), Be16(inst, 3), Be16(inst, 9); // release: marker 9 is missing
+    Bytes mark;
+    Be16(mark, 3);
+    for (unsigned id : {1u, 2u, 3u}) {
+        Be16(mark, id), Be32(mark, id * 1000);
+        mark.push_back(3), PutStr(mark, id == 1 ? "beg" : "end");
+    }
+    Bytes img = Form("AIFF", Cat({IffChunk("COMM", CommBody(1, 4000, 16, 8000)), IffChunk("MARK", mark),
+                                  IffChunk("INST", inst), IffChunk("SSND", Bytes(8 + 8000))}));
+    TestFile t(img, L"s.aiff");
+    void *data = nullptr;
+    DWORD size = 0;
+    ASSERT_EQ(S_OK, ZvFMMeta_fillSamplerinfoFromFileEx(t.h(), &data, &size, TRUE, 8000));
+    ASSERT_EQ(36u + 32, size);
+    Bytes r((BYTE *)data, (BYTE *)data + size);
+    GlobalUnlock(GlobalHandle(data));
+    GlobalFree(GlobalHandle(data));
+    EXPECT_EQ(125000u, GetLe32(r, 8)); // sample period in ns
+    EXPECT_EQ(60u, GetLe32(r, 12));
+    EXPECT_EQ(1u, GetLe32(r, 28));
+    EXPECT_EQ(1000u, GetLe32(r, 36 + 8));
+    EXPECT_EQ(1000u, GetLe32(r, 36 + 16));
+    TestFile none(Form("AIFF", IffChunk("COMM", CommBody(1, 0, 16, 8000))), L"n.aiff");
+    EXPECT_EQ(ZVERR_NOT_FOUND, ZvFMMeta_fillSamplerinfoFromFileEx(none.h(), &data, &size, TRUE, 8000));
+    TestFile cut(Form("AIFF", IffChunk("INST", Bytes(6))), L"c.aiff");
+    EXPECT_EQ(ZVERR_MALFORMED, ZvFMMeta_fillSamplerinfoFromFileEx(cut.h(), &data, &size, TRUE, 8000));
+}
+
+// An ARDEO clip's time code from the XML entry of its LIST meta.
+TEST(MetaReaders, ArdeoTimeCode)
+{
+    const char *xml = "<?xml version=\"1.0\"?><Clip><LtcChangeTable tcFps=\"25\">"
+                      "<LtcChange frameCount=\"0\" value=\"10:00:00:00\"/></LtcChangeTable></Clip>";
+    Bytes text(xml, xml + strlen(xml) + 1);
+    Bytes avi = Riff("AVI ", Cat({List("hdrl", Chunk("avih", Bytes(56))), List("movi", Chunk("00dc", Filled(10))),
+                                  List("meta", Chunk("xml ", text))}));
+    TestFile t(avi, L"a.avi");
+    EXPECT_TRUE(ZvFMMeta_isARDEOavi(t.h()));
+    tZVLIST *list = nullptr;
+    ZvList_CreateExZ(&list, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+    ASSERT_EQ(S_OK, ZvFMMeta_fillARDEOmetaFromFileEx(t.h(), list, nullptr));
+    ASSERT_EQ(1, ZvList_GetCount(list));
+    const BYTE *item = (const BYTE *)ZvList_GetItem(list, 0);
+    const ZVMETA_ITEMFRAME *f = (const ZVMETA_ITEMFRAME *)item;
+    EXPECT_EQ(ZVMETA_SUMMARY, ZvFMMeta_KindOfGuid(&f->kind));
+    EXPECT_EQ(0, memcmp(item + 28, "TCOD", 4));
+    EXPECT_STREQ(L"10:00:00:00", (const wchar_t *)(item + 32));
+    ZvList_Destroy(list);
+    // Not an ARDEO clip: a wave file, an AVI whose first frame is audio.
+    TestFile wav(PlainWave(Filled(8)), L"p.wav");
+    EXPECT_FALSE(ZvFMMeta_isARDEOavi(wav.h()));
+    TestFile audio(Riff("AVI ", List("movi", Chunk("01wb", Filled(4)))), L"b.avi");
+    EXPECT_FALSE(ZvFMMeta_isARDEOavi(audio.h()));
+}

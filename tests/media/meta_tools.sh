@@ -31,9 +31,14 @@ def save(name, extra):
     open(name, "wb").write(b"RIFF" + struct.pack("<I", 4 + len(body)) + b"WAVE" + body)
 save("cues.wav", chunk(b"cue ", cue) + chunk(b"LIST", adtl))
 xml = '<?xml version="1.0" encoding="%s"?><BWFXML><IXML_VERSION>1.5</IXML_VERSION><SCENE>%s</SCENE><TAKE>7</TAKE></BWFXML>'
-save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
-save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "Seance 4")).encode("utf-8")))
+save("ixml8.wav", chunk(b"iXML", (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
+save("ixml8bom.wav", chunk(b"iXML", b"\xef\xbb\xbf" + (xml % ("UTF-8", "S\u00e9ance 4")).encode("utf-8")))
 save("ixml16.wav", chunk(b"iXML", (xml % ("UTF-16", "S\u00e9ance 4")).encode("utf-16")))
+def picture(kind, mime, text, data):
+    m, t = (mime + "\0").encode("utf-16-le"), (text + "\0").encode("utf-16-le")
+    return struct.pack("<6I", 24 + len(m) + len(t) + len(data), 2, kind, len(m), len(t), len(data)) + m + t + data
+save("pics.wav", chunk(b"LIST", b"pic " + chunk(b"pict", picture(3, "image/png", "Front", b"\x89PNG" * 10)) +
+                  chunk(b"pict", picture(4, "image/jpeg", "Back", b"\xff\xd8\xff"))))
 PY
 
 out=$(zvfio meta "$(win "$work/in.wav")")
@@ -45,9 +50,12 @@ printf "%s\n" "$out" | grep -qx "info.ICMT = first pass"; check "INFO comment" $
 out=$(zvfio meta "$(win "$work/cues.wav")")
 printf "%s\n" "$out" | grep -qx "marker.1 = 441:Intro"; check "cue point with its label" $?
 printf "%s\n" "$out" | grep -qx "region.2 = 8820:4410:Hook"; check "region from ltxt" $?
+out=$(zvfio meta "$(win "$work/pics.wav")")
+printf "%s\n" "$out" | grep -qx "picture.1 = type 3, 40 bytes, image/png, Front" &&
+    printf "%s\n" "$out" | grep -qx "picture.2 = type 4, 3 bytes, image/jpeg, Back"; check "pictures listed by type and size" $?
 for f in ixml8 ixml8bom ixml16; do
     out=$(zvfio meta "$(win "$work/$f.wav")")
-    printf "%s\n" "$out" | grep -qx "ixml.SCENE = Se*.ance 4"; check "iXML scene of $f" $?
+    printf "%s\n" "$out" | grep -qx "ixml.SCENE = Séance 4"; check "iXML scene of $f" $?
     printf "%s\n" "$out" | grep -qx "ixml.TAKE = 7"; check "iXML take of $f" $?
 done
 
@@ -77,6 +85,42 @@ while o + 8 <= len(b):
     o += 8 + size + (size & 1)
 PY
 xmllint --noout ixml.xml; check "xmllint accepts our iXML" $?
+
+# A project link set, shown, and refused without its command line.
+cp tone.wav link.wav
+run meta set "$(win "$work/link.wav")" "link.ProjectPath=C:\\p\\song.prj" "link.CommandLine=/open" \
+    "link.CreatorAppInfo=zvtest 1" "link.RendererGuid={7C1E5B2A-3D4F-4A8B-9E21-6F0B5C3D8A14}"
+check "zvfio meta set link" $?
+[ "$(audio link.wav)" = "$want" ]; check "audio unchanged after link" $?
+out=$(zvfio meta "$(win "$work/link.wav")")
+printf "%s\n" "$out" | grep -qx 'link.ProjectPath = C:\\p\\song.prj'; check "link path shown" $?
+printf "%s\n" "$out" | grep -qx "link.CommandLine = /open"; check "link command line shown" $?
+printf "%s\n" "$out" | grep -qix "link.RendererGuid = {7C1E5B2A-3D4F-4A8B-9E21-6F0B5C3D8A14}"; check "link renderer shown" $?
+sox link.wav -n stat 2>/dev/null; check "sox still reads the linked file" $?
+cp tone.wav nolink.wav
+run meta set "$(win "$work/nolink.wav")" "link.ProjectPath=C:\\x.prj"
+[ $? -ne 0 ] && ! zvfio meta "$(win "$work/nolink.wav")" | grep -q "^link"; check "a link without command line is refused" $?
+
+# Rendered anew, in process and through the surrogate: the metadata and the
+# project link go along, the audio is the same.
+cp in.wav rich.wav
+run meta set "$(win "$work/rich.wav")" "marker=441:Intro" "region=8820:4410:Hook" \
+    "link.ProjectPath=C:\\p\\song.prj" "link.CommandLine=/open"
+# (the version of a link is the writer's own, not carried by the source)
+shown() { zvfio meta "$(win "$1")" | grep -v "^link.Version" | sort; }
+for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
+    [ -f "$host" ] || { echo "skipped: $host"; continue; }
+    rm -f rendered.wav
+    "$run" "$host" render --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/rendered.wav")" \
+        > /dev/null 2>&1; check "render with metadata ($host)" $?
+    [ "$(audio rendered.wav)" = "$want" ]; check "rendered audio equal" $?
+    [ "$(shown "$work/rich.wav")" = "$(shown "$work/rendered.wav")" ]; check "zvfio meta shows the same fields" $?
+    sndfile-info --broadcast rendered.wav | grep -q "Description *: Interview, take 2"; check "sndfile-info reads the rendered bext" $?
+    exiftool -s -a rendered.wav > exif2.txt
+    grep -q "^Title *: Night Song" exif2.txt && grep -q "^CuePointLabel *: 2 Hook" exif2.txt; check "exiftool reads the rendered INFO and cues" $?
+done
+"$run" "$exe" render --no-meta --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/bare.wav")" \
+    > /dev/null 2>&1 && [ -z "$(zvfio meta "$(win "$work/bare.wav")")" ]; check "render --no-meta leaves it behind" $?
 
 # Update again, delete, copy: the audio stays the same bytes.
 run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?

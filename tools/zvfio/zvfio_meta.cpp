@@ -4,6 +4,8 @@
 #include "zverror.h"
 #include "media/metainternal.h"
 #include "media/bwf.h"
+#include "media/projectlink.h"
+#include "media/zvsummary.h"
 #include "zvplugin.h"
 #include <stdlib.h>
 #include <string.h>
@@ -147,6 +149,18 @@ void PrintStore(const Store &store, Printer &p)
                     ZvBWF_Clear(&chunk);
                 }
             }
+        } else if (e.bit == ZVMETA_PICTURES) {
+            int n = 0;
+            for (const Bytes &r : e.records) {
+                const void *pic = r.data();
+                snprintf(buf, sizeof buf, "picture.%d", ++n);
+                char what[96];
+                snprintf(what, sizeof what, "type %lu, %lu bytes, ", (unsigned long)ZvPicture_GetPictureType(pic),
+                         (unsigned long)ZvPicture_GetPictureDataSize(pic));
+                p.value(buf, what + WideText((const BYTE *)ZvPicture_GetMimeType(pic), ZvPicture_GetMimeTypeByteCount(pic)) +
+                                 ", " + WideText((const BYTE *)ZvPicture_GetDescription(pic),
+                                                 ZvPicture_GetDescriptionByteCount(pic)));
+            }
         } else {
             size_t bytes = 0;
             for (const Bytes &r : e.records)
@@ -155,6 +169,55 @@ void PrintStore(const Store &store, Printer &p)
             p.value(std::string("kind.") + NameOf(e.bit), buf);
         }
     }
+}
+
+// Project link fields by key: the text ones, then the others by hand.
+const struct LinkKey {
+    const char *key;
+    DWORD flag;
+} kLinkText[] = {{"ProjectPath", ZVLINK_PROJECTPATH},
+                 {"CommandLine", ZVLINK_COMMANDLINE},
+                 {"TemplateName", ZVLINK_TEMPLATENAME},
+                 {"CreatorAppInfo", ZVLINK_CREATORAPPINFO},
+                 {"CreatorWindowClass", ZVLINK_CREATORWINDOWCLASS}};
+
+// The link of a file; false when it has none (or a damaged one).
+bool LoadLink(const std::wstring &path, CZvLinkProjectInfo *link)
+{
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                           0, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    BOOL found = FALSE;
+    HRESULT hr = IsWave64(h) ? ProjectLinkRiff64_LoadInfo(h, link, &found) : ProjectLinkRiff_LoadInfo(h, link, &found);
+    CloseHandle(h);
+    return SUCCEEDED(hr) && found;
+}
+
+void PrintLink(const std::wstring &path, Printer &p)
+{
+    CZvLinkProjectInfo link;
+    if (!LoadLink(path, &link))
+        return;
+    char buf[64];
+    snprintf(buf, sizeof buf, "0x%08lX", (unsigned long)link.GetVersion());
+    p.value("link.Version", buf);
+    for (const LinkKey &k : kLinkText)
+        if (link.GetFlags() & k.flag) {
+            const tagZVLINKBLOCK *b = link.Block(k.flag);
+            p.value(std::string("link.") + k.key, WideText((const BYTE *)b->data, b->size));
+        }
+    if (link.GetFlags() & ZVLINK_RENDERERGUID)
+        p.value("link.RendererGuid", GuidText(link.GetRendererGuid()));
+    static const LinkKey kBlocks[] = {{"TemplateData", ZVLINK_TEMPLATEDATA},
+                                      {"AppTemplateData", ZVLINK_APPTEMPLATEDATA},
+                                      {"ProjectData", ZVLINK_PROJECTDATA}};
+    for (const LinkKey &k : kBlocks)
+        if (link.GetFlags() & k.flag) {
+            snprintf(buf, sizeof buf, "%lu bytes", (unsigned long)link.Block(k.flag)->size);
+            p.value(std::string("link.") + k.key, buf);
+        }
+    link.FreeMemory();
 }
 
 HRESULT Show(const Args &args)
@@ -174,18 +237,21 @@ HRESULT Show(const Args &args)
         Out("{\"file\": %s, \"rate\": %lu, \"values\": {\n", JsonString(Utf8(path)).c_str(),
             (unsigned long)store.sampleRate);
     PrintStore(store, p);
+    PrintLink(path, p);
     if (args.json) {
         Out("\n  }, \"sidecar\": %s", haveSide ? JsonString(Utf8(sideName)).c_str() : "null");
         if (haveSide) {
             Out(", \"sidecarValues\": {\n");
             p.first = true;
             PrintStore(side, p);
+            PrintLink(sideName, p);
             Out("\n  }");
         }
         Out("}\n");
     } else if (haveSide) {
         Out("sidecar %s:\n", Utf8(sideName).c_str());
         PrintStore(side, p);
+        PrintLink(sideName, p);
     }
     return S_OK;
 }
@@ -339,6 +405,41 @@ DWORD Apply(Store *store, const std::wstring &kv)
     return 0;
 }
 
+// Applies one link.KEY=VALUE to the record; false for a bad key or value.
+// An empty text removes its field.
+bool ApplyLink(CZvLinkProjectInfo *link, const std::wstring &key, const std::wstring &value)
+{
+    std::string k = Utf8(key);
+    for (const LinkKey &t : kLinkText)
+        if (k == t.key) {
+            link->FreeField(t.flag);
+            if (value.empty())
+                return true;
+            DWORD size = (DWORD)(value.size() + 1) * sizeof(WCHAR);
+            void *p = link->AllocField(t.flag, size);
+            if (!p)
+                return false;
+            memcpy(p, value.c_str(), size);
+            link->MarkSet(t.flag);
+            return true;
+        }
+    if (k == "RendererGuid") {
+        GUID g;
+        if (FAILED(IIDFromString(value.c_str(), &g)))
+            return false;
+        link->SetRendererGuid(g);
+        return true;
+    }
+    if (k == "Version") {
+        LONGLONG v;
+        if (!Number(value, &v) || (v >> 24) > 1)
+            return false;
+        link->SetVersion((DWORD)v);
+        return true;
+    }
+    return false;
+}
+
 // The file itself, or its sidecar (S_FALSE when it has none).
 HRESULT Target(const std::wstring &path, bool sidecar, std::wstring *target)
 {
@@ -351,6 +452,30 @@ HRESULT Target(const std::wstring &path, bool sidecar, std::wstring *target)
         return S_OK;
     }
     return S_FALSE;
+}
+
+// The link into the file, or into its sidecar (made when there is none).
+HRESULT WriteLink(const std::wstring &path, bool sidecar, const CZvLinkProjectInfo *link)
+{
+    std::wstring target;
+    bool fresh = false;
+    if (Target(path, sidecar, &target) != S_OK) {
+        WCHAR name[MAX_PATH];
+        ZvFMMeta_CreateMetaName(path.c_str(), name, MAX_PATH, TRUE);
+        target = name;
+        fresh = true;
+    }
+    HANDLE h = CreateFileW(target.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                           fresh ? CREATE_ALWAYS : OPEN_EXISTING, 0, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return ZvErrorHandler_TranslateWin32Error(GetLastError());
+    HRESULT hr = S_OK;
+    if (fresh && SUCCEEDED(hr = riff_WriteFileID(h, ZVRIFF_ID('Z', 'V', 'P', 'L'), 4)))
+        hr = ZvFMMeta_AttachFileToExternList(h, path.c_str());
+    if (SUCCEEDED(hr))
+        hr = IsWave64(h) ? ProjectLinkRiff64_WriteInfo(h, link) : ProjectLinkRiff_WriteInfo(h, link);
+    CloseHandle(h);
+    return hr;
 }
 
 HRESULT Set(const Args &args)
@@ -374,13 +499,35 @@ HRESULT Set(const Args &args)
         store.sampleRate = rate;
     }
     DWORD changed = 0;
+    CZvLinkProjectInfo link;
+    bool linkChanged = false;
     for (size_t i = 2; i < args.files.size(); i++) {
+        const std::wstring &kv = args.files[i];
+        size_t eq = kv.find(L'=');
+        if (kv.compare(0, 5, L"link.") == 0 && eq != std::wstring::npos) {
+            if (!linkChanged && !LoadLink(!sidecar ? path : Target(path, true, &from) == S_OK ? from : L"", &link))
+                link.SetVersion(0x01000000);
+            linkChanged = true;
+            if (!ApplyLink(&link, kv.substr(5, eq - 5), kv.substr(eq + 1))) {
+                Err("zvfio meta set: cannot set %s\n", Utf8(kv).c_str());
+                link.FreeMemory();
+                return ZVFIO_E_USAGE;
+            }
+            continue;
+        }
         DWORD bit = Apply(&store, args.files[i]);
         if (!bit) {
             Err("zvfio meta set: cannot set %s\n", Utf8(args.files[i]).c_str());
+            link.FreeMemory();
             return ZVFIO_E_USAGE;
         }
         changed |= bit;
+    }
+    if (linkChanged) {
+        hr = WriteLink(path, sidecar, &link);
+        link.FreeMemory();
+        if (FAILED(hr) || !changed)
+            return hr;
     }
     DWORD rate = store.sampleRate;
     IZvReadMeta *meta = nullptr;
@@ -491,7 +638,8 @@ const Command kMetaCommand = {
     "\n"
     "Without a verb, prints the metadata of a RIFF or Wave64 file and of its\n"
     "\".zvl\" sidecar: markers and regions (in samples), INFO texts, bext and\n"
-    "iXML values, and a count of the items of every other kind.\n"
+    "iXML values, the project link (link.*), pictures by type, size, MIME type\n"
+    "and description, and a count of the items of every other kind.\n"
     "\n"
     "set updates the file (or with --sidecar its sidecar) with these keys:\n"
     "  bext.Description=TEXT, bext.Originator=, bext.OriginatorReference=,\n"
@@ -501,6 +649,10 @@ const Command kMetaCommand = {
     "  ixml.ELEMENT=TEXT     an iXML element by name (SCENE, TAKE, PROJECT, NOTE...)\n"
     "  marker=SAMPLE:NAME    adds a marker\n"
     "  region=START:LENGTH:NAME  adds a region (positions in samples)\n"
+    "  link.ProjectPath=PATH, link.CommandLine=TEXT, link.TemplateName=,\n"
+    "  link.CreatorAppInfo=, link.CreatorWindowClass=  project link texts (empty\n"
+    "                        removes one), link.RendererGuid={GUID}, link.Version=N\n"
+    "                        (a link needs a project path and a command line)\n"
     "A kind that is set is written anew as a whole; the others stay as they are.\n"
     "\n"
     "delete removes kinds: info markers scot playlist triggers display sampler\n"

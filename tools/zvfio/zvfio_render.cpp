@@ -8,6 +8,8 @@
 #include "templates/zvtemplatestore.h"
 #include "filemng/zvmemtoken.h"
 #include "audio/samplecopy.h"
+#include "media/zvmeta.h"
+#include "media/projectlink.h"
 #include <string.h>
 
 namespace zvfio {
@@ -87,6 +89,43 @@ HRESULT Copy(IZvReadAudioStream *as, const AudioFormat &a, LONGLONG total, IZvRe
     return hr;
 }
 
+// Every kind of metadata the reader offers, and its project link, handed to
+// the renderer. A reader or renderer without metadata is no failure.
+HRESULT CopyMeta(IZvReadFile *from, IZvRenderFile *to)
+{
+    IZvReadMeta *meta = nullptr;
+    if (FAILED(from->GetMeta(&meta)) || !meta)
+        return S_OK;
+    HRESULT hr = S_OK;
+    IZvReadGenericMeta *generic = nullptr;
+    if (SUCCEEDED(meta->QueryInterface(IID_IZvReadGenericMeta, (void **)&generic))) {
+        IStream *s = nullptr;
+        generic->Reset();
+        while (SUCCEEDED(hr) && generic->Next(&s) == S_OK && s) {
+            ZVMETA_STREAMHEADER head = {};
+            ULONG got = 0;
+            if (SUCCEEDED(s->Read(&head, sizeof head, &got)) && got == sizeof head && head.count > 0) {
+                DWORD bit = ZvFMMeta_KindOfGuid(&head.kind);
+                hr = bit ? to->SetMeta(bit, s) : S_OK;
+            }
+            s->Release();
+        }
+        generic->Release();
+    }
+    CZvLinkProjectInfo link;
+    BOOL found = FALSE;
+    IStream *s = nullptr;
+    if (SUCCEEDED(hr) && SUCCEEDED(ProjectLinkReadMeta_LoadInfo(meta, &link, &found)) && found &&
+        SUCCEEDED(hr = CreateStreamOnHGlobal(nullptr, TRUE, &s))) {
+        if (SUCCEEDED(hr = ProjectLink_SaveToStream(&link, s)))
+            hr = to->SetMeta(ZVMETA_PROJECTLINK_STREAM, s);
+        s->Release();
+    }
+    link.FreeMemory();
+    meta->Release();
+    return hr == E_NOTIMPL ? S_OK : hr;
+}
+
 HRESULT RunRender(const Args &args)
 {
     std::wstring key, rendererKey;
@@ -146,6 +185,8 @@ HRESULT RunRender(const Args &args)
     LONGLONG done = 0;
     if (file) {
         hr = Copy(as, a, total, file, to, &done);
+        if (SUCCEEDED(hr) && !args.has(L"--no-meta"))
+            hr = CopyMeta(f.file, file);
         HRESULT closed = SUCCEEDED(hr) ? file->EndWrite(0) : file->Abort();
         if (SUCCEEDED(hr))
             hr = closed;
@@ -182,8 +223,13 @@ const Command kRenderCommand = {
     "a class (GUID, extension or part of its name). Samples are converted to\n"
     "the template's sample type; rate and channel count must already match\n"
     "the template's, as nothing resamples or mixes channels. On success the\n"
-    "template becomes the class's last used template. A failure leaves no OUT.\n",
-    "--template= --renderer=",
+    "template becomes the class's last used template. A failure leaves no OUT.\n"
+    "The metadata IN's reader offers (markers, INFO, bext, iXML and the other\n"
+    "kinds) and its project link go to OUT as well, where the renderer takes\n"
+    "them (wave and Wave64 do, AIFF does not).\n"
+    "\n"
+    "  --no-meta   leave the metadata and the project link behind\n",
+    "--template= --renderer= --no-meta",
     RunRender,
 };
 
