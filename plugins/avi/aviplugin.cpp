@@ -19,23 +19,17 @@ using zvsdk::Hand;
 const GUID CLSID_AviReader = {0xEA9D287B, 0xC85A, 0x11D3, {0xBB, 0x3A, 0x00, 0x50, 0xDA, 0x1A, 0x5B, 0x06}};
 
 // the description is also the listed name (kClasses below)
-const zvsdk::ClassTexts kTexts = {L"AVI", L"AVI (uncompressed)", L"*.avi", L"Uncompressed AVI Reader", L"1.0"};
+const zvsdk::ClassTexts kTexts = {L"AVI", L"AVI (uncompressed)", L"*.avi", L"Uncompressed AVI Reader", L"1.0", nullptr};
 
 class AviReadClass : public zvsdk::PlainReadClass {
 public:
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override
     {
-        if (!id)
-            return E_POINTER;
-        *id = CLSID_AviReader;
-        return S_OK;
+        return zvsdk::Answer(id, CLSID_AviReader);
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
-        if (!mask)
-            return E_POINTER;
-        *mask = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
-        return S_OK;
+        return zvsdk::Answer(mask, ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
@@ -73,29 +67,16 @@ public:
         CloseHandle(file);
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **out, UINT64 fileHandle, DWORD processId, LPCWSTR name,
-                                       BOOL) override
+    HRESULT OpenHandle(HANDLE file, BSTR name, IZvReadFile **out) override
     {
-        if (!out)
-            return E_POINTER;
-        *out = nullptr;
-        HANDLE file = NULL;
-        HANDLE given = ZvSdk_WireToHandle(fileHandle);
-        HRESULT hr = given == INVALID_HANDLE_VALUE || given == NULL
-                         ? zvsdk::OpenForReading(name, &file)
-                         : zvsdk::AdoptHandle(fileHandle, processId, &file);
-        if (FAILED(hr))
-            return hr;
         AviFile avi;
-        hr = Parse(file, &avi);
-        BSTR copy = NULL;
-        if (SUCCEEDED(hr) && name && !(copy = SysAllocString(name)))
-            hr = E_OUTOFMEMORY;
+        HRESULT hr = Parse(file, &avi);
         if (FAILED(hr)) {
             CloseHandle(file);
+            SysFreeString(name);
             return hr;
         }
-        return AviCreateReadFile(this, file, avi, copy, out);
+        return AviCreateReadFile(this, file, avi, name, out);
     }
 
 private:
@@ -124,15 +105,7 @@ const zvsdk::ClassTable kTable = {kClasses, 1};
 
 } // namespace
 
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
-{
-    return zvsdk::ServeClassObject(clsid, iid, out, kTable, CreateAviObject);
-}
-
-extern "C" HRESULT WINAPI DllCanUnloadNow(void)
-{
-    return zvsdk::CanUnloadNow();
-}
+ZVSDK_ENTRY_POINTS(kTable, CreateAviObject)
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
 {

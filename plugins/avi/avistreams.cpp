@@ -66,25 +66,16 @@ public:
     HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetFrameCount(LONGLONG *frames) override
     {
-        if (!frames)
-            return E_POINTER;
-        *frames = (LONGLONG)s_.chunks.size();
-        return S_OK;
+        return zvsdk::Answer(frames, (LONGLONG)s_.chunks.size());
     }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override;
     HRESULT STDMETHODCALLTYPE GetFrameRate(DOUBLE *rate) override
     {
-        if (!rate)
-            return E_POINTER;
-        *rate = s_.scale ? (double)s_.rate / s_.scale : 0.0;
-        return S_OK;
+        return zvsdk::Answer(rate, s_.scale ? (double)s_.rate / s_.scale : 0.0);
     }
     HRESULT STDMETHODCALLTYPE GetKeyFrameInterval(DWORD *frames) override
     {
-        if (!frames)
-            return E_POINTER;
-        *frames = 1;
-        return S_OK;
+        return zvsdk::Answer(frames, 1);
     }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(LONG, LONG, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetFrameBufferSize(LONG width, LONG height, DWORD pixelType, DWORD *size) override
@@ -112,10 +103,7 @@ public:
     HRESULT STDMETHODCALLTYPE Flush() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetDecoderFlags(DWORD *flags) override
     {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
+        return zvsdk::Answer(flags, 0);
     }
 
 private:
@@ -132,50 +120,16 @@ private:
 
 // ------------------------------------------------------------ audio
 
-class AviAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+class AviAudioStream : public zvsdk::AudioStream {
 public:
     AviAudioStream(AviReadFile *file, LONG index, const AviStream &s);
-
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
-    {
-        if (!samples)
-            return E_POINTER;
-        *samples = frames_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override;
-    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
-    {
-        return GetStreamFormatInfo(format);   // stored as given out
-    }
-    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
-    {
-        if (!sample)
-            return E_POINTER;
-        *sample = next_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
-                                          DWORD sampleCount, DWORD *samplesRead) override;
-    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytes) override
-    {
-        if (!bytes)
-            return E_POINTER;
-        *bytes = align_;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+    HRESULT ReadFrames(LONGLONG position, DWORD frames, const _zvmemorytoken &buffer, DWORD *read) override;
 
 private:
     AviReadFile &avi() const;
     const AviStream &s_;
-    DWORD align_;
-    LONGLONG frames_;
     std::vector<ULONGLONG> starts_;   // byte position of each chunk in the stream, and the end
-    LONGLONG next_ = 0;
 };
 
 // ------------------------------------------------------------- file
@@ -224,17 +178,11 @@ public:
     HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override { return Zero(types); }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
-        if (!length)
-            return E_POINTER;
-        *length = (LONGLONG)avi_.fileLength;
-        return S_OK;
+        return zvsdk::Answer(length, (LONGLONG)avi_.fileLength);
     }
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = (LONG)shown_.size();
-        return S_OK;
+        return zvsdk::Answer(count, (LONG)shown_.size());
     }
     HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD streamType, LONG *index) override
     {
@@ -320,10 +268,7 @@ public:
 private:
     static HRESULT Zero(DWORD *out)
     {
-        if (!out)
-            return E_POINTER;
-        *out = 0;
-        return S_OK;
+        return zvsdk::Answer(out, 0);
     }
     HANDLE file_;
     const AviFile avi_;
@@ -354,10 +299,7 @@ HRESULT STDMETHODCALLTYPE AviVideoStream::GetStreamFormatInfo(_ZVFILESTREAMFORMA
 {
     if (!format)
         return E_POINTER;
-    memset(format, 0, sizeof *format);
-    format->cbSize = sizeof *format;
-    format->dwStreamType = ZVFILESTREAMTYPE_VIDEO;
-    format->llLength = (LONGLONG)s_.chunks.size();
+    zvsdk::StartFormat(format, ZVFILESTREAMTYPE_VIDEO, (LONGLONG)s_.chunks.size());
     AviVideoExtension ext = {};
     ext.pixelType = pixelType_;
     ext.storedFourCC = s_.video.biCompression;
@@ -421,9 +363,8 @@ HRESULT STDMETHODCALLTYPE AviVideoStream::ReadFrame(DWORD frameLow, LONG frameHi
 // ------------------------------------------------------------- audio
 
 AviAudioStream::AviAudioStream(AviReadFile *file, LONG index, const AviStream &s)
-    : ReadStream(file, index, ZVFILESTREAMTYPE_AUDIO), s_(s), align_(s.audio.nBlockAlign)
+    : AudioStream(file, index, (LONGLONG)(s.bytes / s.audio.nBlockAlign), s.audio.nBlockAlign), s_(s)
 {
-    frames_ = (LONGLONG)(s.bytes / align_);
     starts_.reserve(s.chunks.size() + 1);
     ULONGLONG at = 0;
     for (const AviChunk &c : s.chunks) {
@@ -439,10 +380,7 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::GetStreamFormatInfo(_ZVFILESTREAMFORMA
 {
     if (!format)
         return E_POINTER;
-    memset(format, 0, sizeof *format);
-    format->cbSize = sizeof *format;
-    format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-    format->llLength = frames_;
+    zvsdk::StartFormat(format, ZVFILESTREAMTYPE_AUDIO, frames_);
     _zvwaveformat wf;
     HRESULT hr = wf.Init(sizeof wf, &s_.audio);
     static_assert(sizeof wf <= sizeof format->format, "format fits the record");
@@ -450,24 +388,9 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::GetStreamFormatInfo(_ZVFILESTREAMFORMA
     return hr;
 }
 
-// Sample frames from a position: S_OK with the count read, S_FALSE at or
-// past the end. A frame may straddle two chunks.
-HRESULT STDMETHODCALLTYPE AviAudioStream::ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
-                                                      DWORD sampleCount, DWORD *samplesRead)
+// Sample frames from a position; a frame may straddle two chunks.
+HRESULT AviAudioStream::ReadFrames(LONGLONG position, DWORD count, const _zvmemorytoken &buffer, DWORD *read)
 {
-    if (!samplesRead)
-        return E_POINTER;
-    *samplesRead = 0;
-    LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
-    if (position < 0)
-        return E_INVALIDARG;
-    if (sampleCount == 0)
-        return S_OK;
-    if ((ULONGLONG)sampleCount * align_ > buffer.cbData)
-        return ZVERR_BUFFER_TOO_SMALL;
-    if (position >= frames_)
-        return S_FALSE;
-    DWORD count = (DWORD)std::min<LONGLONG>(sampleCount, frames_ - position);
     Target target(avi(), buffer);
     BYTE *dest = target.get();
     if (!dest)
@@ -485,8 +408,7 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::ReadSamples(DWORD positionLow, LONG po
     }
     if (FAILED(hr))
         return hr;
-    *samplesRead = count;
-    next_ = position + count;
+    *read = count;
     return S_OK;
 }
 

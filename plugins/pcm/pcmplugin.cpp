@@ -7,7 +7,7 @@
 // the memory token mapping are compiled into it, so it needs nothing of the
 // host at load time and works the same in the application and in a
 // surrogate process.
-#include "zvplugin_com.h"
+#include "zvplugin_files.h"
 #include "pcmformat.h"
 #include "pcmrender.h"
 #include "filemng/zvmemtoken.h"
@@ -45,54 +45,9 @@ const PcmClassInfo kClasses[] = {
 const int kClassCount = (int)(sizeof kClasses / sizeof kClasses[0]);
 const wchar_t kPluginName[] = L"PCM Audio Reader";
 
-// Opens a name without its moniker tail (everything from the first "?").
-HRESULT OpenByName(LPCWSTR name, HANDLE *out)
-{
-    *out = NULL;
-    if (!name || !*name)
-        return E_INVALIDARG;
-    wchar_t path[520];
-    size_t n = wcscspn(name, L"?");
-    if (n >= sizeof path / sizeof path[0])
-        return ZVERR_BUFFER_TOO_SMALL;
-    wmemcpy(path, name, n);
-    path[n] = 0;
-    HANDLE h = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL, OPEN_EXISTING,
-                           FILE_ATTRIBUTE_NORMAL, NULL);
-    if (h == INVALID_HANDLE_VALUE)
-        return HRESULT_FROM_WIN32(GetLastError());
-    *out = h;
-    return S_OK;
-}
-
-bool ExtensionMatches(const wchar_t *path, const wchar_t *patterns)
-{
-    size_t len = wcscspn(path, L"?");
-    const wchar_t *dot = nullptr;
-    for (size_t i = 0; i < len; i++) {
-        if (path[i] == L'.')
-            dot = path + i;
-        else if (path[i] == L'\\' || path[i] == L'/')
-            dot = nullptr;
-    }
-    if (!dot)
-        return false;
-    size_t extLen = (size_t)(path + len - dot);
-    for (const wchar_t *p = patterns; *p;) {
-        size_t n = wcscspn(p, L";");
-        if (n == extLen + 1 && p[0] == L'*' && _wcsnicmp(dot, p + 1, extLen) == 0)
-            return true;
-        p += n + (p[n] ? 1 : 0);
-    }
-    return false;
-}
-
 void FillFormat(const PcmLayout &l, ZVSAMPLETYPE type, bool stored, _ZVFILESTREAMFORMATINFOv2 *f)
 {
-    memset(f, 0, sizeof *f);
-    f->cbSize = sizeof *f;
-    f->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-    f->llLength = (LONGLONG)l.frames;
+    zvsdk::StartFormat(f, ZVFILESTREAMTYPE_AUDIO, (LONGLONG)l.frames);
     _zvwaveformat wf;
     wf.Init(l.rate, type, l.channels, l.channelMask);
     if (stored && l.extensible)
@@ -103,40 +58,16 @@ void FillFormat(const PcmLayout &l, ZVSAMPLETYPE type, bool stored, _ZVFILESTREA
 
 HRESULT InfoTexts(const PcmClassInfo *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
 {
-    if (count < 0)
-        return E_INVALIDARG;
-    if (count > 0 && (!ids || !texts))
-        return E_POINTER;
-    for (LONG i = 0; i < count; i++)
-        texts[i] = NULL;
-    for (LONG i = 0; i < count; i++) {
-        const wchar_t *text = nullptr;
-        switch (ids[i]) {
-        case ZVFIO_INFOTEXT_SHORTNAME: text = cls->shortName; break;
-        case ZVFIO_INFOTEXT_READEXTENSIONS: text = cls->extensions; break;
-        case ZVFIO_INFOTEXT_DESCRIPTION: text = cls->name; break;
-        case ZVFIO_INFOTEXT_EXTENSIONS: text = cls->extensions; break;
-        case ZVFIO_INFOTEXT_PLUGINNAME: text = kPluginName; break;
-        case ZVFIO_INFOTEXT_VERSION: text = L"1.0"; break;
-        default: break;
-        }
-        if (text && !(texts[i] = SysAllocString(text))) {
-            for (LONG j = 0; j < i; j++) {
-                SysFreeString(texts[j]);
-                texts[j] = NULL;
-            }
-            return E_OUTOFMEMORY;
-        }
-    }
-    return S_OK;
+    const zvsdk::ClassTexts t = {cls->shortName, cls->name, cls->extensions, kPluginName, L"1.0", nullptr};
+    return zvsdk::AnswerInfoTexts(t, ids, count, texts);
 }
 
 // ------------------------------------------------------------------ file
 
-class PcmReadFile : public zvsdk::ReadFileObject {
+class PcmReadFile : public zvsdk::SingleAudioFile {
 public:
     PcmReadFile(IZvReadFileClass *owner, HANDLE file, const PcmLayout &layout, BSTR name)
-        : ReadFileObject(owner, name), file_(file), layout_(layout)
+        : SingleAudioFile(owner, name, (LONGLONG)layout.frames), file_(file), layout_(layout)
     {
         InitializeCriticalSection(&lock_);
     }
@@ -191,17 +122,11 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *flags) override
     {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
+        return zvsdk::Answer(flags, 0);
     }
     HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = 0;
-        return S_OK;
+        return zvsdk::Answer(count, 0);
     }
     HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
     {
@@ -243,17 +168,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
-        if (!length)
-            return E_POINTER;
-        *length = (LONGLONG)layout_.fileLength;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
+        return zvsdk::Answer(length, (LONGLONG)layout_.fileLength);
     }
     HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD streamType, LONG *stream) override
     {
@@ -262,44 +177,12 @@ public:
         *stream = streamType == ZVFILESTREAMTYPE_AUDIO || streamType == 0 ? 0 : -1;
         return *stream == 0 ? S_OK : S_FALSE;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream,
-                                                  DWORD) override
+    HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
-        if (!format)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        FillFormat(layout_, PcmDecodedType(layout_), false, format);
+        ::FillFormat(layout_, PcmDecodedType(layout_), false, format);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamType(LONG stream, ZVFILESTREAMTYPE *type, DWORD *value) override
-    {
-        if (!type || !value)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *type = ZVFILESTREAMTYPE_AUDIO;
-        *value = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = NULL;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD,
-                                         DWORD) override;
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONG stream, LONGLONG *length) override
-    {
-        if (!length)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        *length = (LONGLONG)layout_.frames;
-        return S_OK;
-    }
+    zvsdk::AudioStream *NewStream() override;
     HRESULT STDMETHODCALLTYPE Close() override
     {
         EnterCriticalSection(&lock_);
@@ -319,20 +202,12 @@ private:
 
 // ---------------------------------------------------------------- stream
 
-class PcmAudioStream : public zvsdk::ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
+class PcmAudioStream : public zvsdk::AudioStream {
 public:
-    explicit PcmAudioStream(PcmReadFile *file) : ReadStream(file, 0, ZVFILESTREAMTYPE_AUDIO) {}
-
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
-    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
+    explicit PcmAudioStream(PcmReadFile *file)
+        : AudioStream(file, 0, (LONGLONG)file->layout().frames, file->layout().blockAlign)
     {
-        if (!samples)
-            return E_POINTER;
-        *samples = (LONGLONG)pcm().layout().frames;
-        return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
         if (!format)
@@ -347,31 +222,8 @@ public:
         FillFormat(pcm().layout(), PcmStoredType(pcm().layout()), true, format);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
+    HRESULT ReadFrames(LONGLONG position, DWORD frames, const _zvmemorytoken &buffer, DWORD *read) override
     {
-        if (!sample)
-            return E_POINTER;
-        *sample = next_;
-        return S_OK;
-    }
-    // Frames from a position into the caller's token: S_OK with the count
-    // read, S_FALSE at or past the end.
-    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
-                                          DWORD sampleCount, DWORD *samplesRead) override
-    {
-        if (!samplesRead)
-            return E_POINTER;
-        *samplesRead = 0;
-        LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
-        if (position < 0)
-            return E_INVALIDARG;
-        if (sampleCount == 0)
-            return S_OK;
-        const PcmLayout &l = pcm().layout();
-        if ((ULONGLONG)sampleCount * l.blockAlign > buffer.cbData)
-            return ZVERR_BUFFER_TOO_SMALL;
-        if ((ULONGLONG)position >= l.frames)
-            return S_FALSE;
         // a caller's shared buffer through the stream's kept view, any other
         // token mapped for this call
         zvsdk::HeldView held(view_, buffer, FILE_MAP_WRITE);
@@ -379,66 +231,32 @@ public:
         BYTE *dest = held.get() ? held.get() : (BYTE *)mapped.emplace(buffer, ZVMEMTOKEN_WRITE).Pointer();
         if (!dest)
             return E_FAIL;
-        DWORD done = 0;
-        HRESULT hr = pcm().readFrames((ULONGLONG)position, sampleCount, dest, &done);
-        if (FAILED(hr))
-            return hr;
-        *samplesRead = done;
-        next_ = position + done;
+        HRESULT hr = pcm().readFrames((ULONGLONG)position, frames, dest, read);
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
-    {
-        if (!bytesPerSample)
-            return E_POINTER;
-        *bytesPerSample = pcm().layout().blockAlign;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
 
 private:
     PcmReadFile &pcm() const { return *static_cast<PcmReadFile *>(file_); }
-    LONGLONG next_ = 0;
     zvsdk::KeptView view_;
 };
 
-HRESULT STDMETHODCALLTYPE PcmReadFile::OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD)
+zvsdk::AudioStream *PcmReadFile::NewStream()
 {
-    if (!stream)
-        return E_POINTER;
-    *stream = nullptr;
-    if (index != 0)
-        return E_INVALIDARG;
-    if (type != 0 && type != ZVFILESTREAMTYPE_AUDIO)
-        return E_INVALIDARG;
-    return Hand(new (std::nothrow) PcmAudioStream(this), IID_IZvReadStream, (void **)stream);
+    return new (std::nothrow) PcmAudioStream(this);
 }
 
 // ----------------------------------------------------------------- class
 
-class PcmReadClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+class PcmReadClass : public zvsdk::PlainReadClass {
 public:
     explicit PcmReadClass(const PcmClassInfo *cls) : cls_(cls) {}
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
-        if (!classGuid)
-            return E_POINTER;
-        *classGuid = *cls_->clsid;
-        return S_OK;
+        return zvsdk::Answer(classGuid, *cls_->clsid);
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
-        if (!mask)
-            return E_POINTER;
-        *mask = ZVFIO_STREAMMASK_AUDIO;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
-    {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
+        return zvsdk::Answer(mask, ZVFIO_STREAMMASK_AUDIO);
     }
     HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
     {
@@ -470,7 +288,7 @@ public:
         } else if (!haveFile) {
             if (!info->pszPath)
                 return E_INVALIDARG;
-            return ExtensionMatches(info->pszPath, cls_->extensions) ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
+            return zvsdk::NameHasExtension(info->pszPath, cls_->extensions) ? S_OK : ZVERR_UNSUPPORTED_FORMAT;
         }
         HANDLE file = NULL;
         HRESULT hr = zvsdk::AdoptHandle(info->hFile, info->dwProcessId, &file);
@@ -487,53 +305,17 @@ public:
         CloseHandle(file);
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE IdentifyStream(IStream *, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **out, UINT64 fileHandle, DWORD processId, LPCWSTR name,
-                                       BOOL) override
+    HRESULT OpenHandle(HANDLE file, BSTR name, IZvReadFile **out) override
     {
-        if (!out)
-            return E_POINTER;
-        *out = nullptr;
-        HANDLE file = NULL;
-        HANDLE given = ZvSdk_WireToHandle(fileHandle);
-        HRESULT hr = given == INVALID_HANDLE_VALUE || given == NULL ? OpenByName(name, &file)
-                                                                     : zvsdk::AdoptHandle(fileHandle, processId, &file);
-        if (FAILED(hr))
-            return hr;
         PcmLayout layout;
-        hr = PcmParse(file, cls_->container, &layout);
-        BSTR copy = NULL;
-        if (SUCCEEDED(hr) && name && !(copy = SysAllocString(name)))
-            hr = E_OUTOFMEMORY;
-        if (FAILED(hr)) {
-            CloseHandle(file);
-            return hr;
-        }
-        PcmReadFile *object = new (std::nothrow) PcmReadFile(this, file, layout, copy);
+        HRESULT hr = PcmParse(file, cls_->container, &layout);
+        PcmReadFile *object = SUCCEEDED(hr) ? new (std::nothrow) PcmReadFile(this, file, layout, name) : nullptr;
         if (!object) {
             CloseHandle(file);
-            SysFreeString(copy);
-            return E_OUTOFMEMORY;
+            SysFreeString(name);
+            return FAILED(hr) ? hr : E_OUTOFMEMORY;
         }
         return Hand(object, IID_IZvReadFile, (void **)out);
-    }
-    HRESULT STDMETHODCALLTYPE OpenStreamFile(IZvReadFile **file, IStream *, LPCWSTR, DWORD) override
-    {
-        if (!file)
-            return E_POINTER;
-        *file = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
-    {
-        if (!types)
-            return E_POINTER;
-        *types = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
-    {
-        return zvsdk::ReadyStatus(status, message);
     }
 
 private:
@@ -542,46 +324,31 @@ private:
 
 // --------------------------------------------------------------- listing
 
-class PcmListing : public zvsdk::Com<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
-public:
-    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 2 * kClassCount;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (index < 0 || index >= 2 * kClassCount)
-            return E_INVALIDARG;
-        memset(info, 0, sizeof *info);
-        // the readers, then their renderers in the same order
-        bool renderer = index >= kClassCount;
-        const PcmClassInfo &cls = kClasses[index % kClassCount];
-        info->classId = renderer ? PcmRendererClsid(cls.container) : *cls.clsid;
-        wcsncpy(info->name, cls.name, 259);
-        info->dwAccess = renderer ? ZVFIO_ACCESS_RENDERER : ZVFIO_ACCESS_READER;
-        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
-        info->dwVersionMajor = 1;
-        return S_OK;
-    }
-};
-
-// The class object of a class record; the listing object for none.
-HRESULT CreatePcmObject(const void *context, REFIID iid, void **out)
+// The readers, then their renderers in the same order.
+const zvsdk::ClassTable &Table()
 {
-    const PcmClassInfo *cls = (const PcmClassInfo *)context;
-    if (!cls)
-        return Hand(new (std::nothrow) PcmListing, iid, out);
-    return Hand(new (std::nothrow) PcmReadClass(cls), iid, out);
+    static ZVFIO_PLUGINCLASSINFO rows[2 * kClassCount];
+    static const zvsdk::ClassTable table = [] {
+        for (int i = 0; i < 2 * kClassCount; i++) {
+            const bool renderer = i >= kClassCount;
+            const PcmClassInfo &cls = kClasses[i % kClassCount];
+            rows[i].classId = renderer ? PcmRendererClsid(cls.container) : *cls.clsid;
+            wcsncpy(rows[i].name, cls.name, 259);
+            rows[i].dwAccess = renderer ? ZVFIO_ACCESS_RENDERER : ZVFIO_ACCESS_READER;
+            rows[i].dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+            rows[i].dwVersionMajor = 1;
+        }
+        return zvsdk::ClassTable{rows, 2 * kClassCount};
+    }();
+    return table;
 }
 
-HRESULT CreateRenderObject(const void *context, REFIID iid, void **out)
+HRESULT CreatePcmObject(const void *row, REFIID iid, void **out)
 {
-    return PcmCreateRenderClass(((const PcmClassInfo *)context)->container, nullptr, iid, out);
+    const LONG i = (LONG)((const ZVFIO_PLUGINCLASSINFO *)row - Table().classes);
+    if (i < kClassCount)
+        return Hand(new (std::nothrow) PcmReadClass(&kClasses[i]), iid, out);
+    return PcmCreateRenderClass(kClasses[i - kClassCount].container, nullptr, iid, out);
 }
 
 const PcmClassInfo *ClassOf(PcmContainer container)
@@ -607,26 +374,7 @@ HRESULT PcmCreateReadClass(PcmContainer container, IZvFileIOManager *manager, RE
     return Hand(c, iid, out);
 }
 
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
-{
-    if (!out)
-        return E_POINTER;
-    *out = nullptr;
-    if (IsEqualCLSID(clsid, CLSID_ZvPluginInfo))
-        return zvsdk::ServeFactory(CreatePcmObject, nullptr, iid, out);
-    for (int i = 0; i < kClassCount; i++) {
-        if (IsEqualCLSID(clsid, *kClasses[i].clsid))
-            return zvsdk::ServeFactory(CreatePcmObject, &kClasses[i], iid, out);
-        if (IsEqualCLSID(clsid, PcmRendererClsid(kClasses[i].container)))
-            return zvsdk::ServeFactory(CreateRenderObject, &kClasses[i], iid, out);
-    }
-    return CLASS_E_CLASSNOTAVAILABLE;
-}
-
-extern "C" HRESULT WINAPI DllCanUnloadNow(void)
-{
-    return zvsdk::CanUnloadNow();
-}
+ZVSDK_ENTRY_POINTS(Table(), CreatePcmObject)
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
 {

@@ -75,11 +75,11 @@ HRESULT TemplateFormat(const tagZVTEMPLATExV2 *t, _zvwaveformat *out)
     return S_OK;
 }
 
-class PcmRenderFile : public zvsdk::RenderFileObject {
+class PcmRenderFile : public zvsdk::SingleAudioRenderFile {
 public:
     PcmRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name, const _zvwaveformat &format,
                   const PcmWriteLayout &layout)
-        : RenderFileObject(owner, name), file_(file), format_(format), layout_(layout)
+        : SingleAudioRenderFile(owner, name), file_(file), format_(format), layout_(layout)
     {
     }
     ~PcmRenderFile() override
@@ -124,23 +124,9 @@ public:
         link_ = link; // the record's blocks move over
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
+    HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *info) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG stream, _ZVFILESTREAMFORMATINFOv2 *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
-        memset(info, 0, sizeof *info);
-        info->cbSize = sizeof *info;
-        info->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-        info->llLength = (LONGLONG)(dataSize_ / format_.blockAlign);
+        zvsdk::StartFormat(info, ZVFILESTREAMTYPE_AUDIO, (LONGLONG)(dataSize_ / format_.blockAlign));
         memcpy(info->format, &format_, sizeof format_);
         return S_OK;
     }
@@ -179,10 +165,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetProgress(DWORD *perMille) override
     {
-        if (!perMille)
-            return E_POINTER;
-        *perMille = file_ ? 0 : 1000;
-        return S_OK;
+        return zvsdk::Answer(perMille, file_ ? 0 : 1000);
     }
     HRESULT STDMETHODCALLTYPE EndWrite(DWORD) override { return Close(); }
     // Leaves nothing behind: the half-written file is removed.
@@ -280,17 +263,11 @@ public:
     explicit PcmRenderClass(PcmContainer container) : container_(container) {}
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
-        if (!classGuid)
-            return E_POINTER;
-        *classGuid = PcmRendererClsid(container_);
-        return S_OK;
+        return zvsdk::Answer(classGuid, PcmRendererClsid(container_));
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
-        if (!mask)
-            return E_POINTER;
-        *mask = ZVFIO_STREAMMASK_AUDIO;
-        return S_OK;
+        return zvsdk::Answer(mask, ZVFIO_STREAMMASK_AUDIO);
     }
     HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **readClass) override
     {
@@ -338,20 +315,9 @@ public:
         return Hand(new (std::nothrow) PcmRenderFile(this, h, name, format, layout), IID_IZvRenderFile,
                     (void **)file);
     }
-    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
+    LONG PresetCount() override { return kPresetCount; }
+    HRESULT MakePreset(LONG index, PZVTEMPLATE *templ) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = kPresetCount;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        if (index < 0 || index >= kPresetCount)
-            return E_INVALIDARG;
         const Preset &p = kPresets[index];
         BYTE scratch[ZVTEMPLATE_MIN_SIZE] = {};
         tagZVTEMPLATExV2 *source = (tagZVTEMPLATExV2 *)scratch;

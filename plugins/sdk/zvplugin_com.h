@@ -8,14 +8,13 @@
  *     class MyClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> { ... };
  *     class MyRenderer : public zvsdk::RenderClassObject { ... };
  *
- *     extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
- *     {   ... return zvsdk::ServeFactory(CreateMyClass, context, iid, out); }
- *     extern "C" HRESULT WINAPI DllCanUnloadNow(void) { return zvsdk::CanUnloadNow(); }
+ *     ZVSDK_ENTRY_POINTS(kTable, CreateMyClass)   // DllGetClassObject, DllCanUnloadNow
  */
 #pragma once
 #include "zvplugin_sdk.h"
 #include <new>
 #include <string.h>
+#include <wchar.h>
 
 namespace zvsdk {
 
@@ -29,6 +28,26 @@ inline LONG &LiveObjects()
 inline HRESULT CanUnloadNow()
 {
     return InterlockedCompareExchange(&LiveObjects(), 0, 0) == 0 ? S_OK : S_FALSE;
+}
+
+// What a getter answers: E_POINTER for no place to put the value, else the
+// value and S_OK.
+template <class T, class V>
+inline HRESULT Answer(T *out, const V &value)
+{
+    if (!out)
+        return E_POINTER;
+    *out = (T)value;
+    return S_OK;
+}
+
+// A stream description cleared and started: its size, kind and length.
+inline void StartFormat(_ZVFILESTREAMFORMATINFOv2 *format, ZVFILESTREAMTYPE type, LONGLONG length)
+{
+    memset(format, 0, sizeof *format);
+    format->cbSize = sizeof *format;
+    format->dwStreamType = type;
+    format->llLength = length;
 }
 
 // One object with one interface: IUnknown, Iid and Also (a base interface)
@@ -103,10 +122,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetClassId(DWORD *id) override
     {
-        if (!id)
-            return E_POINTER;
-        *id = id_;
-        return S_OK;
+        return Answer(id, id_);
     }
     HRESULT STDMETHODCALLTYPE SetManager(IZvFileIOManager *manager) override
     {
@@ -129,10 +145,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
     {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
+        return Answer(flags, 0);
     }
     HRESULT STDMETHODCALLTYPE GetInfoValue(DWORD, BYTE *, DWORD) override { return E_NOTIMPL; }
 
@@ -163,17 +176,11 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetStreamIndex(LONG *stream) override
     {
-        if (!stream)
-            return E_POINTER;
-        *stream = index_;
-        return S_OK;
+        return Answer(stream, index_);
     }
     HRESULT STDMETHODCALLTYPE GetType(ZVFILESTREAMTYPE *type) override
     {
-        if (!type)
-            return E_POINTER;
-        *type = type_;
-        return S_OK;
+        return Answer(type, type_);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
@@ -247,22 +254,23 @@ public:
 };
 
 // An audio stream of a known length and block size: what it answers
-// without knowing its format. A reader gives GetStreamFormatInfo and
-// ReadSamples, and moves next_ as it reads.
+// without knowing its format, and the checks every read starts with. A
+// reader gives GetStreamFormatInfo and ReadFrames.
 class AudioStream : public ReadStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
 public:
     AudioStream(IZvReadFile *file, LONG index, LONGLONG frames, DWORD blockAlign)
         : ReadStream(file, index, ZVFILESTREAMTYPE_AUDIO), frames_(frames), align_(blockAlign)
     {
     }
+    // Frames [position, position + frames), all inside the stream, into the
+    // token; *read gets how many arrived.
+    virtual HRESULT ReadFrames(LONGLONG position, DWORD frames, const _zvmemorytoken &buffer, DWORD *read) = 0;
+
     HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override { return GetSampleCount(length); }
     HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override
     {
-        if (!samples)
-            return E_POINTER;
-        *samples = frames_;
-        return S_OK;
+        return Answer(samples, frames_);
     }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
@@ -271,40 +279,41 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
     {
-        if (!sample)
+        return Answer(sample, next_);
+    }
+    // Frames from a position clipped to the stream: S_OK with the count
+    // read (none asked, none read), S_FALSE at or past the end.
+    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
+                                          DWORD sampleCount, DWORD *samplesRead) override
+    {
+        if (!samplesRead)
             return E_POINTER;
-        *sample = next_;
-        return S_OK;
+        *samplesRead = 0;
+        const LONGLONG position = (LONGLONG)(((ULONGLONG)(DWORD)positionHigh << 32) | positionLow);
+        if (position < 0)
+            return E_INVALIDARG;
+        if (sampleCount == 0)
+            return S_OK;
+        if ((ULONGLONG)sampleCount * align_ > buffer.cbData)
+            return ZVERR_BUFFER_TOO_SMALL;
+        if (position >= frames_)
+            return S_FALSE;
+        DWORD done = 0;
+        HRESULT hr = ReadFrames(position, (DWORD)(frames_ - position < sampleCount ? frames_ - position : sampleCount),
+                                buffer, &done);
+        if (FAILED(hr))
+            return hr;
+        *samplesRead = done;
+        next_ = position + done;
+        return hr;
     }
     HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytesPerSample) override
     {
-        if (!bytesPerSample)
-            return E_POINTER;
-        *bytesPerSample = align_;
-        return S_OK;
+        return Answer(bytesPerSample, align_);
     }
     HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
 
 protected:
-    // The frames [position, position + count) clipped to the stream: the
-    // checks every ReadSamples starts with. S_OK with *frames to read,
-    // S_FALSE at or past the end, or the failure.
-    HRESULT clip(DWORD low, LONG high, const _zvmemorytoken &buffer, DWORD count, DWORD *read, LONGLONG *position,
-                 DWORD *frames) const
-    {
-        if (!read)
-            return E_POINTER;
-        *read = 0;
-        *position = (LONGLONG)(((ULONGLONG)(DWORD)high << 32) | low);
-        if (*position < 0)
-            return E_INVALIDARG;
-        if ((ULONGLONG)count * align_ > buffer.cbData)
-            return ZVERR_BUFFER_TOO_SMALL;
-        if (*position >= frames_)
-            return S_FALSE;
-        *frames = (DWORD)(frames_ - *position < count ? frames_ - *position : count);
-        return S_OK;
-    }
     const LONGLONG frames_;
     const DWORD align_;
     LONGLONG next_ = 0;
@@ -321,10 +330,7 @@ public:
     virtual AudioStream *NewStream() = 0;
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
+        return Answer(count, 1);
     }
     HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format, LONG stream, DWORD) override
@@ -343,7 +349,12 @@ public:
         *value = 0;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetStreamName(LONG, BSTR *name) override
+    {
+        if (name)
+            *name = NULL;
+        return E_NOTIMPL;
+    }
     HRESULT STDMETHODCALLTYPE OpenStream(IZvReadStream **stream, LONG index, DWORD type, DWORD, DWORD) override
     {
         if (!stream)
@@ -381,6 +392,21 @@ public:
     HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
 };
 
+// A file being rendered with one audio stream: the answers about its
+// streams. A renderer gives the stream's format.
+class SingleAudioRenderFile : public RenderFileObject {
+public:
+    SingleAudioRenderFile(IZvRenderFileClass *owner, BSTR name) : RenderFileObject(owner, name) {}
+    virtual HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) = 0;
+    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override { return Answer(count, 1); }
+    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG stream, _ZVFILESTREAMFORMATINFOv2 *format) override
+    {
+        if (!format)
+            return E_POINTER;
+        return stream == 0 ? FillFormat(format) : E_INVALIDARG;
+    }
+};
+
 // GetPluginStatus of a class with nothing to report: S_OK and "ready".
 inline HRESULT ReadyStatus(HRESULT *status, BSTR *message)
 {
@@ -392,12 +418,42 @@ inline HRESULT ReadyStatus(HRESULT *status, BSTR *message)
     return S_OK;
 }
 
+// A preset without plug-in data: its id, its renderer and its name (up to
+// 30 characters); null when out of memory.
+inline PZVTEMPLATE NamedPreset(const GUID &renderer, DWORD presetId, const wchar_t *name)
+{
+    const DWORD capacity = 32;
+    PZVTEMPLATE t = ZvSdk_AllocTemplate(ZVTEMPLATE_HEADER_SIZE + 2 * capacity);
+    if (!t)
+        return nullptr;
+    t->dwPresetId = presetId;
+    t->rendererClass = renderer;
+    t->dwTextCapacity = capacity;
+    wcsncpy((wchar_t *)((BYTE *)t + ZVTEMPLATE_HEADER_SIZE), name, capacity - 2);
+    return t;
+}
+
 // What a renderer class answers when it has no template editor: a preset
 // found by its id among its own, nothing to add to old templates, the
 // record to edit copied as it is, no edit pages, and a ready status. A
 // renderer overrides what it does differently.
 class RenderClassObject : public ClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
 public:
+    // The renderer's built-in presets: how many, and the one at an index
+    // already checked.
+    virtual LONG PresetCount() = 0;
+    virtual HRESULT MakePreset(LONG index, PZVTEMPLATE *templ) = 0;
+
+    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override { return Answer(count, PresetCount()); }
+    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
+    {
+        if (!templ)
+            return E_POINTER;
+        *templ = nullptr;
+        if (index < 0 || index >= PresetCount())
+            return E_INVALIDARG;
+        return MakePreset(index, templ);
+    }
     HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID id, PZVTEMPLATE *templ) override
     {
         if (!templ)
@@ -448,10 +504,7 @@ public:
     HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
     {
-        if (!index)
-            return E_POINTER;
-        *index = 0;
-        return S_OK;
+        return Answer(index, 0);
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
@@ -505,10 +558,7 @@ public:
     explicit Listing(const ClassTable &table) : table_(table) {}
     HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = table_.count;
-        return S_OK;
+        return Answer(count, table_.count);
     }
     HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
     {
@@ -545,6 +595,18 @@ inline HRESULT ServeClassObject(REFCLSID clsid, REFIID iid, void **out, const Cl
             return ServeFactory(create, &table.classes[i], iid, out);
     return CLASS_E_CLASSNOTAVAILABLE;
 }
+
+// The DLL's two entry points when a class table lists its classes; `table`
+// is an expression giving the ClassTable.
+#define ZVSDK_ENTRY_POINTS(table, create)                                                      \
+    extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)        \
+    {                                                                                          \
+        return zvsdk::ServeClassObject(clsid, iid, out, table, create);                        \
+    }                                                                                          \
+    extern "C" HRESULT WINAPI DllCanUnloadNow(void)                                            \
+    {                                                                                          \
+        return zvsdk::CanUnloadNow();                                                          \
+    }
 
 // A file handle the caller passed (of its own process, `processId`; 0 means
 // this one) as a handle of ours, which the plug-in closes. It is duplicated

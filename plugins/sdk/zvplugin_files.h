@@ -32,6 +32,15 @@ inline HRESULT OpenForReading(LPCWSTR name, HANDLE *out)
     return S_OK;
 }
 
+// The file a reader is asked to open: the caller's handle when it passed
+// one (adopted), else the name opened for reading.
+inline HRESULT OpenGiven(UINT64 wire, DWORD processId, LPCWSTR name, HANDLE *out)
+{
+    HANDLE given = ZvSdk_WireToHandle(wire);
+    return given == INVALID_HANDLE_VALUE || given == NULL ? OpenForReading(name, out)
+                                                          : AdoptHandle(wire, processId, out);
+}
+
 // True when the extension of `name` (before any "?") is one of `patterns`.
 inline bool NameHasExtension(const wchar_t *name, const wchar_t *patterns)
 {
@@ -70,6 +79,7 @@ inline bool ReadExactAt(HANDLE file, ULONGLONG offset, void *data, DWORD size)
 // The texts a reader class answers GetInfoText with; null ones are absent.
 struct ClassTexts {
     const wchar_t *shortName, *description, *extensions, *pluginName, *version;
+    const wchar_t *readExtensions;   // null: the same as extensions
 };
 
 inline HRESULT AnswerInfoTexts(const ClassTexts &t, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
@@ -83,7 +93,7 @@ inline HRESULT AnswerInfoTexts(const ClassTexts &t, const ZVFIO_FILECLASS_INFO_T
     for (LONG i = 0; i < count; i++) {
         const wchar_t *text = ids[i] == ZVFIO_INFOTEXT_SHORTNAME        ? t.shortName
                               : ids[i] == ZVFIO_INFOTEXT_DESCRIPTION    ? t.description
-                              : ids[i] == ZVFIO_INFOTEXT_READEXTENSIONS ? t.extensions
+                              : ids[i] == ZVFIO_INFOTEXT_READEXTENSIONS ? (t.readExtensions ? t.readExtensions : t.extensions)
                               : ids[i] == ZVFIO_INFOTEXT_EXTENSIONS     ? t.extensions
                               : ids[i] == ZVFIO_INFOTEXT_PLUGINNAME     ? t.pluginName
                               : ids[i] == ZVFIO_INFOTEXT_VERSION        ? t.version
@@ -100,9 +110,31 @@ inline HRESULT AnswerInfoTexts(const ClassTexts &t, const ZVFIO_FILECLASS_INFO_T
 }
 
 // A reader class object that reads files by handle or name only: no
-// IStream input, no metadata, no renderer, always ready.
+// IStream input, no metadata, no renderer, always ready. A reader gives
+// OpenHandle.
 class PlainReadClass : public ClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
 public:
+    // Makes the open file of a handle and a copy of the name (null if none
+    // was given); both are the hook's from then on, also when it fails.
+    virtual HRESULT OpenHandle(HANDLE file, BSTR name, IZvReadFile **out) = 0;
+
+    HRESULT STDMETHODCALLTYPE OpenFile(IZvReadFile **out, UINT64 fileHandle, DWORD processId, LPCWSTR name,
+                                       BOOL) override
+    {
+        if (!out)
+            return E_POINTER;
+        *out = nullptr;
+        HANDLE file = NULL;
+        HRESULT hr = OpenGiven(fileHandle, processId, name, &file);
+        if (FAILED(hr))
+            return hr;
+        BSTR copy = name ? SysAllocString(name) : NULL;
+        if (name && !copy) {
+            CloseHandle(file);
+            return E_OUTOFMEMORY;
+        }
+        return OpenHandle(file, copy, out);
+    }
     HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
     {
         if (!renderClass)
@@ -120,10 +152,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
     {
-        if (!types)
-            return E_POINTER;
-        *types = 0;
-        return S_OK;
+        return zvsdk::Answer(types, 0);
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {

@@ -1,7 +1,7 @@
 // Minimal reader and renderer classes of the test plug-ins, their listing
 // object, class factory and DLL entry points.
 #include "tk_common.h"
-#include "zvplugin_com.h"
+#include "zvplugin_files.h"
 #include <new>
 #include <mmreg.h>
 #include <string.h>
@@ -19,7 +19,6 @@ void TkCount(TestkitCounter what)
 namespace {
 
 using zvsdk::Hand;
-template <class Itf, const IID *Iid, const IID *Also = nullptr> using TkCom = zvsdk::Com<Itf, Iid, Also>;
 
 const TkClass *FindClass(bool reader)
 {
@@ -96,10 +95,7 @@ bool ExtensionMatches(const wchar_t *path, const wchar_t *patterns)
 
 void FillAudioFormat(_ZVFILESTREAMFORMATINFOv2 *f, LONGLONG frames)
 {
-    memset(f, 0, sizeof(*f));
-    f->cbSize = sizeof(*f);
-    f->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-    f->llLength = frames;
+    zvsdk::StartFormat(f, ZVFILESTREAMTYPE_AUDIO, frames);
     WAVEFORMATEX wf = {};
     wf.wFormatTag = WAVE_FORMAT_PCM;
     wf.nChannels = TK_CHANNELS;
@@ -112,44 +108,9 @@ void FillAudioFormat(_ZVFILESTREAMFORMATINFOv2 *f, LONGLONG frames)
 
 HRESULT InfoTexts(const TkClass *cls, const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts)
 {
-    if (count < 0)
-        return E_INVALIDARG;
-    if (count > 0 && (!ids || !texts))
-        return E_POINTER;
-    for (LONG i = 0; i < count; i++)
-        texts[i] = NULL;
-    for (LONG i = 0; i < count; i++) {
-        const wchar_t *text = nullptr;
-        switch (ids[i]) {
-        case ZVFIO_INFOTEXT_SHORTNAME: text = cls->shortName; break;
-        case ZVFIO_INFOTEXT_READEXTENSIONS: text = cls->reader ? cls->extensions : L""; break;
-        case ZVFIO_INFOTEXT_DESCRIPTION: text = cls->name; break;
-        case ZVFIO_INFOTEXT_EXTENSIONS: text = cls->extensions; break;
-        case ZVFIO_INFOTEXT_PLUGINNAME: text = cls->name; break;
-        default: break;
-        }
-        if (text && !(texts[i] = SysAllocString(text))) {
-            for (LONG j = 0; j < i; j++) {
-                SysFreeString(texts[j]);
-                texts[j] = NULL;
-            }
-            return E_OUTOFMEMORY;
-        }
-    }
-    return S_OK;
-}
-
-HRESULT PluginStatus(HRESULT *status, BSTR *message)
-{
-    if (!status)
-        return E_POINTER;
-    *status = S_OK;
-    if (message) {
-        *message = SysAllocString(L"ready");
-        if (!*message)
-            return E_OUTOFMEMORY;
-    }
-    return S_OK;
+    const zvsdk::ClassTexts t = {cls->shortName, cls->name, cls->extensions, cls->name, nullptr,
+                                 cls->reader ? nullptr : L""};
+    return zvsdk::AnswerInfoTexts(t, ids, count, texts);
 }
 
 class TkRenderClass;
@@ -200,14 +161,8 @@ public:
         FillAudioFormat(format, frames_);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
-                                          DWORD sampleCount, DWORD *samplesRead) override
+    HRESULT ReadFrames(LONGLONG position, DWORD n, const _zvmemorytoken &buffer, DWORD *read) override
     {
-        LONGLONG position = 0;
-        DWORD n = 0;
-        HRESULT hr = clip(positionLow, positionHigh, buffer, sampleCount, samplesRead, &position, &n);
-        if (hr != S_OK)
-            return hr;
         InFlight flight;
         short *data = (short *)HeapAlloc(GetProcessHeap(), 0, (SIZE_T)n * 4 + 4);
         if (!data)
@@ -216,12 +171,9 @@ public:
             data[2 * i] = (short)(2 * (position + i));
             data[2 * i + 1] = (short)(2 * (position + i) + 1);
         }
-        hr = zvsdk::WriteToken(buffer, data, n * 4);
+        HRESULT hr = zvsdk::WriteToken(buffer, data, n * 4);
         HeapFree(GetProcessHeap(), 0, data);
-        if (SUCCEEDED(hr)) {
-            *samplesRead = n;
-            next_ = position + n;
-        }
+        *read = SUCCEEDED(hr) ? n : 0;
         return hr;
     }
 };
@@ -240,10 +192,7 @@ public:
     zvsdk::AudioStream *NewStream() override { return new (std::nothrow) TkAudioStream(this, frames_); }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
-        if (!length)
-            return E_POINTER;
-        *length = size_;
-        return S_OK;
+        return zvsdk::Answer(length, size_);
     }
 
 private:
@@ -252,23 +201,17 @@ private:
 
 // What the reader and the renderer class objects share: the class record,
 // the manager's id word and the manager.
-template <class Itf, const IID *Iid>
-class TkClassObject : public zvsdk::ClassObject<Itf, Iid> {
+template <class Base>
+class TkClassObject : public Base {
 public:
     explicit TkClassObject(const TkClass *cls) : cls_(cls) {}
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *classGuid) override
     {
-        if (!classGuid)
-            return E_POINTER;
-        *classGuid = *cls_->clsid;
-        return S_OK;
+        return zvsdk::Answer(classGuid, *cls_->clsid);
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *streamMask) override
     {
-        if (!streamMask)
-            return E_POINTER;
-        *streamMask = ZVFIO_STREAMMASK_AUDIO;
-        return S_OK;
+        return zvsdk::Answer(streamMask, ZVFIO_STREAMMASK_AUDIO);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count,
                                           BSTR *texts) override
@@ -277,14 +220,14 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
-        return PluginStatus(status, message);
+        return zvsdk::ReadyStatus(status, message);
     }
 
 protected:
     const TkClass *cls_;
 };
 
-class TkReadClass : public TkClassObject<IZvReadFileClass, &IID_IZvReadFileClass> {
+class TkReadClass : public TkClassObject<zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass>> {
 public:
     explicit TkReadClass(const TkClass *cls) : TkClassObject(cls) {}
     HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **renderClass) override
@@ -381,62 +324,20 @@ public:
 
 // ---------------------------------------------------------------- renderer
 
-class TkRenderFile : public TkCom<IZvRenderFile, &IID_IZvRenderFile> {
+class TkRenderFile : public zvsdk::SingleAudioRenderFile {
 public:
-    TkRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name) : owner_(owner), file_(file), name_(name)
+    TkRenderFile(IZvRenderFileClass *owner, HANDLE file, BSTR name) : SingleAudioRenderFile(owner, name), file_(file) {}
+    ~TkRenderFile() override { Close(); }
+    HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
-        owner_->AddRef();
-    }
-    ~TkRenderFile()
-    {
-        Close();
-        owner_->Release();
-        SysFreeString(name_);
-    }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **renderClass) override
-    {
-        if (!renderClass)
-            return E_POINTER;
-        *renderClass = owner_;
-        owner_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *name) override
-    {
-        if (!name)
-            return E_POINTER;
-        *name = SysAllocString(name_);
-        return *name ? S_OK : E_OUTOFMEMORY;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 1;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG stream, _ZVFILESTREAMFORMATINFOv2 *format) override
-    {
-        if (!format)
-            return E_POINTER;
-        if (stream != 0)
-            return E_INVALIDARG;
         FillAudioFormat(format, 0);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE BeginWrite(DWORD) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE WriteSamples(LONG, _zvmemorytoken, DWORD, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetProgress(DWORD *perMille) override
     {
-        if (!perMille)
-            return E_POINTER;
-        *perMille = 1000;
-        return S_OK;
+        return zvsdk::Answer(perMille, 1000);
     }
     HRESULT STDMETHODCALLTYPE EndWrite(DWORD) override { return Close(); }
     HRESULT STDMETHODCALLTYPE Abort() override { return Close(); }
@@ -450,12 +351,10 @@ public:
     }
 
 private:
-    IZvRenderFileClass *owner_;
     HANDLE file_;
-    BSTR name_;
 };
 
-class TkRenderClass : public TkClassObject<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+class TkRenderClass : public TkClassObject<zvsdk::RenderClassObject> {
 public:
     explicit TkRenderClass(const TkClass *cls) : TkClassObject(cls) {}
     HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **readClass) override
@@ -487,71 +386,27 @@ public:
         }
         return Hand(new (std::nothrow) TkRenderFile(this, h, name), IID_IZvRenderFile, (void **)file);
     }
-    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
+    LONG PresetCount() override { return TK_RENDERER_PRESETS; }
+    HRESULT MakePreset(LONG index, PZVTEMPLATE *templ) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = TK_RENDERER_PRESETS;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        if (index < 0 || index >= TK_RENDERER_PRESETS)
-            return E_INVALIDARG;
-        const DWORD capacity = 32;
-        tagZVTEMPLATExV2 *t = ZvSdk_AllocTemplate(ZVTEMPLATE_HEADER_SIZE + 2 * capacity);
+        wchar_t name[32] = {};
+        _snwprintf(name, 31, L"Testkit preset %ld", (long)index + 1);
+        tagZVTEMPLATExV2 *t = zvsdk::NamedPreset(*cls_->clsid, (DWORD)index + 1, name);
         if (!t)
             return E_OUTOFMEMORY;
-        t->dwPresetId = (DWORD)index + 1;
-        t->rendererClass = *cls_->clsid;
         t->templateId = *cls_->clsid;
         t->templateId.Data4[7] ^= (BYTE)(index + 1);
         DWORD blockSize = 200, streams = 1;
         memcpy(t->audio, &blockSize, 4);
         memcpy(t->audio + 4, &streams, 4);
-        t->dwTextCapacity = capacity;
-        wchar_t *text = (wchar_t *)((BYTE *)t + ZVTEMPLATE_HEADER_SIZE);
-        _snwprintf(text, capacity - 2, L"Testkit preset %ld", (long)index + 1);
         *templ = t;
         return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID, PZVTEMPLATE *templ) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        return E_NOTIMPL;
     }
     HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE templ) override
     {
         if (!templ)
             return E_INVALIDARG;
         return IsEqualGUID(templ->rendererClass, *cls_->clsid) ? S_OK : ZVERR_TEMPLATE_REFUSED;
-    }
-    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE, DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, PCZVTEMPLATE,
-                                               DWORD) override
-    {
-        if (!result)
-            return E_POINTER;
-        *result = nullptr;
-        if (!source || source->dwSize < ZVTEMPLATE_HEADER_SIZE)
-            return E_INVALIDARG;
-        tagZVTEMPLATExV2 *copy = (tagZVTEMPLATExV2 *)malloc(source->dwSize);
-        if (!copy)
-            return E_OUTOFMEMORY;
-        memcpy(copy, source, source->dwSize);
-        *result = copy;
-        return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE templ, BYTE *buffer, DWORD size,
                                               DWORD infoId) override
@@ -570,25 +425,6 @@ public:
         memcpy(buffer, &value, 4);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **page) override
-    {
-        if (!page)
-            return E_POINTER;
-        *page = nullptr;
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *index) override
-    {
-        if (!index)
-            return E_POINTER;
-        *index = 0;
-        return S_OK;
-    }
-
 };
 
 // The other class of the same DLL, if it has one.
@@ -611,40 +447,29 @@ HRESULT NewCompanion(bool reader, IZvFileIOManager *manager, REFIID iid, void **
 
 // ---------------------------------------------------------------- listing
 
-class TkListing : public TkCom<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
-public:
-    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = g_tkModule.classCount;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (index < 0 || index >= g_tkModule.classCount)
-            return E_INVALIDARG;
-        const TkClass &cls = g_tkModule.classes[index];
-        memset(info, 0, sizeof(*info));
-        info->classId = *cls.clsid;
-        wcsncpy(info->name, cls.name, 259);
-        info->dwAccess = cls.reader ? ZVFIO_ACCESS_READER : ZVFIO_ACCESS_RENDERER;
-        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO;
-        info->dwVersionMajor = 1;
-        return S_OK;
-    }
-};
+// The listed rows of this DLL's classes, made once when it attaches.
+const int kMaxClasses = 4;
+ZVFIO_PLUGINCLASSINFO g_rows[kMaxClasses];
+zvsdk::ClassTable g_table = {g_rows, 0};
 
-// ---------------------------------------------------------------- factory
-
-// The class object of a class record; the listing object for none.
-HRESULT CreateTkObject(const void *context, REFIID iid, void **out)
+void MakeRows()
 {
-    const TkClass *cls = (const TkClass *)context;
-    if (!cls)
-        return Hand(new (std::nothrow) TkListing, iid, out);
+    g_table.count = g_tkModule.classCount < kMaxClasses ? g_tkModule.classCount : kMaxClasses;
+    for (LONG i = 0; i < g_table.count; i++) {
+        const TkClass &cls = g_tkModule.classes[i];
+        ZVFIO_PLUGINCLASSINFO &info = g_rows[i];
+        info.classId = *cls.clsid;
+        wcsncpy(info.name, cls.name, 259);
+        info.dwAccess = cls.reader ? ZVFIO_ACCESS_READER : ZVFIO_ACCESS_RENDERER;
+        info.dwStreamType = ZVFIO_STREAMMASK_AUDIO;
+        info.dwVersionMajor = 1;
+    }
+}
+
+// The class object of a listed row.
+HRESULT CreateTkObject(const void *row, REFIID iid, void **out)
+{
+    const TkClass *cls = &g_tkModule.classes[(const ZVFIO_PLUGINCLASSINFO *)row - g_rows];
     if (cls->reader)
         return Hand(new (std::nothrow) TkReadClass(cls), iid, out);
     return Hand(new (std::nothrow) TkRenderClass(cls), iid, out);
@@ -654,6 +479,8 @@ HRESULT CreateTkObject(const void *context, REFIID iid, void **out)
 
 // ---------------------------------------------------------------- exports
 
+// The kit serves the objects; the counters and a failing listing are the
+// test plug-ins' own.
 extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
 {
     if (!out)
@@ -663,15 +490,13 @@ extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **o
         TkCount(TK_LISTING);
         if (g_tkModule.listingFails)
             return CLASS_E_CLASSNOTAVAILABLE;
-        return zvsdk::ServeFactory(CreateTkObject, nullptr, iid, out);
     }
-    for (int i = 0; i < g_tkModule.classCount; i++) {
-        if (IsEqualCLSID(clsid, *g_tkModule.classes[i].clsid)) {
+    for (LONG i = 0; i < g_table.count; i++)
+        if (IsEqualCLSID(clsid, g_rows[i].classId)) {
             TkCount(TK_CLASSOBJECT);
-            return zvsdk::ServeFactory(CreateTkObject, &g_tkModule.classes[i], iid, out);
+            break;
         }
-    }
-    return CLASS_E_CLASSNOTAVAILABLE;
+    return zvsdk::ServeClassObject(clsid, iid, out, g_table, CreateTkObject);
 }
 
 extern "C" HRESULT WINAPI DllCanUnloadNow(void)
@@ -683,6 +508,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
 {
     if (reason == DLL_PROCESS_ATTACH) {
         DisableThreadLibraryCalls(instance);
+        MakeRows();
         g_counters = TestkitOpenCounters(&g_counterMapping);
         TkCount(TK_ATTACH);
         if (g_counters)

@@ -1,6 +1,7 @@
 // The surrogate test plug-in. Built once per variant (TS_VARIANT), so that
 // each DLL has its own class ids.
 #include "zvplugin_com.h"
+#include "zvplugin_view.h"
 #include "filemng/zvmemtoken.h"
 #include "tsurrogate.h"
 #include <new>
@@ -10,13 +11,18 @@
 namespace {
 
 using zvsdk::Hand;
-template <class Itf, const IID *Iid, const IID *Also = nullptr> using TsCom = zvsdk::Com<Itf, Iid, Also>;
 
-// Writes the token's bytes in place, wherever they live.
-template <class Fill> HRESULT FillToken(const _zvmemorytoken &token, DWORD size, Fill fill)
+// Writes the token's bytes in place, wherever they live: a caller's shared
+// buffer through the stream's kept view, any other token mapped for the call.
+template <class Fill> HRESULT FillToken(zvsdk::KeptView &kept, const _zvmemorytoken &token, DWORD size, Fill fill)
 {
     if (size > token.cbData)
         return ZVERR_BUFFER_TOO_SMALL;
+    zvsdk::HeldView held(kept, token, FILE_MAP_WRITE);
+    if (held.get()) {
+        fill(held.get(), size);
+        return S_OK;
+    }
     CMappingOfZvMemoryToken map(token, ZVMEMTOKEN_WRITE);
     void *p = nullptr;
     if (FAILED(map.GetPointer(&p)) || !p)
@@ -31,47 +37,15 @@ HRESULT NewRenderClass(REFIID iid, void **out);
 
 // ---------------------------------------------------------------- streams
 
-template <class Itf, const IID *Iid>
-class TsStream : public zvsdk::ReadStream<Itf, Iid> {
+// Reads are not clipped to the length: a read far out still fills the token.
+class TsAudio : public zvsdk::AudioStream {
 public:
-    TsStream(IZvReadFile *file, LONG index)
-        : zvsdk::ReadStream<Itf, Iid>(file, index, index ? ZVFILESTREAMTYPE_VIDEO : ZVFILESTREAMTYPE_AUDIO)
-    {
-    }
-    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override
-    {
-        if (!length)
-            return E_POINTER;
-        *length = TS_AUDIO_FRAMES;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return S_OK; }
-};
-
-class TsAudio : public TsStream<IZvReadAudioStream, &IID_IZvReadAudioStream> {
-public:
-    explicit TsAudio(IZvReadFile *file) : TsStream(file, 0) {}
-    HRESULT STDMETHODCALLTYPE GetSampleCount(LONGLONG *samples) override { return GetStreamLength(samples); }
-    HRESULT STDMETHODCALLTYPE SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
+    explicit TsAudio(IZvReadFile *file) : AudioStream(file, 0, TS_AUDIO_FRAMES, 4) {}
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
         if (!format)
             return E_POINTER;
-        memset(format, 0, sizeof *format);
-        format->cbSize = sizeof *format;
-        format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-        format->llLength = TS_AUDIO_FRAMES;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
-    {
-        return GetStreamFormatInfo(format);
-    }
-    HRESULT STDMETHODCALLTYPE GetReadPosition(LONGLONG *sample) override
-    {
-        if (!sample)
-            return E_POINTER;
-        *sample = 0;
+        zvsdk::StartFormat(format, ZVFILESTREAMTYPE_AUDIO, TS_AUDIO_FRAMES);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
@@ -83,48 +57,47 @@ public:
         LONGLONG position = ((LONGLONG)positionHigh << 32) | positionLow;
         if (position < 0 || (ULONGLONG)sampleCount * 4 > 0xFFFFFFFFull)
             return E_INVALIDARG;
-        HRESULT hr = FillToken(buffer, sampleCount * 4, [position](BYTE *p, DWORD size) {
+        return ReadFrames(position, sampleCount, buffer, samplesRead);
+    }
+    HRESULT ReadFrames(LONGLONG position, DWORD frames, const _zvmemorytoken &buffer, DWORD *read) override
+    {
+        HRESULT hr = FillToken(kept_, buffer, frames * 4, [position](BYTE *p, DWORD size) {
             short *s = (short *)p;
-            DWORD frames = size / 4;
+            DWORD n = size / 4;
             short v = (short)(2 * position);
-            for (DWORD i = 0; i < frames; ++i, v = (short)(v + 2)) {
+            for (DWORD i = 0; i < n; ++i, v = (short)(v + 2)) {
                 s[2 * i] = v;
                 s[2 * i + 1] = (short)(v + 1);
             }
         });
         if (SUCCEEDED(hr))
-            *samplesRead = sampleCount;
+            *read = frames;
         return hr;
     }
-    HRESULT STDMETHODCALLTYPE GetBlockAlign(DWORD *bytes) override
-    {
-        if (!bytes)
-            return E_POINTER;
-        *bytes = 4;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Prefetch(LONGLONG, DWORD) override { return S_OK; }
+
+private:
+    zvsdk::KeptView kept_;
 };
 
-class TsVideo : public TsStream<IZvReadVideoStream, &IID_IZvReadVideoStream> {
+class TsVideo : public zvsdk::ReadStream<IZvReadVideoStream, &IID_IZvReadVideoStream> {
 public:
-    explicit TsVideo(IZvReadFile *file) : TsStream(file, 1) {}
+    explicit TsVideo(IZvReadFile *file) : ReadStream(file, 1, ZVFILESTREAMTYPE_VIDEO) {}
+    HRESULT STDMETHODCALLTYPE GetStreamLength(LONGLONG *length) override
+    {
+        return zvsdk::Answer(length, TS_AUDIO_FRAMES);
+    }
+    HRESULT STDMETHODCALLTYPE SetReadOptions(DWORD) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetFrameCount(LONGLONG *frames) override { return GetStreamLength(frames); }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) override
     {
         if (!format)
             return E_POINTER;
-        memset(format, 0, sizeof *format);
-        format->cbSize = sizeof *format;
-        format->dwStreamType = ZVFILESTREAMTYPE_VIDEO;
+        zvsdk::StartFormat(format, ZVFILESTREAMTYPE_VIDEO, 0);
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetFrameRate(DOUBLE *fps) override
     {
-        if (!fps)
-            return E_POINTER;
-        *fps = 25.0;
-        return S_OK;
+        return zvsdk::Answer(fps, 25.0);
     }
     HRESULT STDMETHODCALLTYPE GetKeyFrameInterval(DWORD *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SetOutputFormat(LONG, LONG, DWORD, DWORD) override { return E_NOTIMPL; }
@@ -132,7 +105,7 @@ public:
     HRESULT STDMETHODCALLTYPE ReadFrame(DWORD frameLow, LONG, DWORD, _zvmemorytoken buffer, LONG,
                                         DWORD) override
     {
-        return FillToken(buffer, buffer.cbData, [frameLow](BYTE *p, DWORD size) {
+        return FillToken(kept_, buffer, buffer.cbData, [frameLow](BYTE *p, DWORD size) {
             BYTE v = (BYTE)(frameLow * 7);
             for (DWORD k = 0; k < size; ++k)
                 p[k] = (BYTE)(v + k);
@@ -150,10 +123,13 @@ public:
     HRESULT STDMETHODCALLTYPE SetPlaybackRate(DOUBLE) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Flush() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE GetDecoderFlags(DWORD *) override { return E_NOTIMPL; }
+
+private:
+    zvsdk::KeptView kept_;
 };
 
 // Metadata: every kind empty.
-class TsMeta : public TsCom<IZvReadMeta, &IID_IZvReadMeta> {
+class TsMeta : public zvsdk::Com<IZvReadMeta, &IID_IZvReadMeta> {
 public:
     HRESULT STDMETHODCALLTYPE GetMarkerStream(IStream **) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetSecondSummaryStream(IStream **) override { return E_NOTIMPL; }
@@ -209,17 +185,11 @@ public:
     HRESULT STDMETHODCALLTYPE GetFileName(BSTR *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
-        if (!length)
-            return E_POINTER;
-        *length = 0;
-        return S_OK;
+        return zvsdk::Answer(length, 0);
     }
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = 2;
-        return S_OK;
+        return zvsdk::Answer(count, 2);
     }
     HRESULT STDMETHODCALLTYPE GetDefaultStream(DWORD, LONG *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *, LONG, DWORD) override
@@ -252,22 +222,12 @@ public:
 
 // ---------------------------------------------------------------- classes
 
-template <class Itf, const IID *Iid>
-class TsClass : public zvsdk::ClassObject<Itf, Iid> {
+template <class Base>
+class TsClass : public Base {
 public:
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
-        if (!mask)
-            return E_POINTER;
-        *mask = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetClassFlags(DWORD *flags) override
-    {
-        if (!flags)
-            return E_POINTER;
-        *flags = 0;
-        return S_OK;
+        return zvsdk::Answer(mask, ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO);
     }
     HRESULT STDMETHODCALLTYPE GetInfoText(const ZVFIO_FILECLASS_INFO_TEXT *ids, LONG count, BSTR *texts) override
     {
@@ -279,16 +239,11 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetPluginStatus(HRESULT *status, BSTR *message) override
     {
-        if (!status)
-            return E_POINTER;
-        *status = S_OK;
-        if (message)
-            *message = NULL;
-        return S_OK;
+        return zvsdk::ReadyStatus(status, message);
     }
 };
 
-class TsReadClass : public TsClass<IZvReadFileClass, &IID_IZvReadFileClass>, public IPersist {
+class TsReadClass : public TsClass<zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFileClass>>, public IPersist {
 public:
     // IPersist is outside the plug-in family: a blanket hands it out raw
     void *extra(REFIID iid) override { return IsEqualIID(iid, IID_IPersist) ? static_cast<IPersist *>(this) : nullptr; }
@@ -297,10 +252,7 @@ public:
     ULONG STDMETHODCALLTYPE Release() override { return TsClass::Release(); }
     HRESULT STDMETHODCALLTYPE GetClassID(CLSID *id) override
     {
-        if (!id)
-            return E_POINTER;
-        *id = TsReaderClass(TS_VARIANT);
-        return S_OK;
+        return zvsdk::Answer(id, TsReaderClass(TS_VARIANT));
     }
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override { return GetClassID(id); }
     HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **cls) override
@@ -330,51 +282,27 @@ public:
     HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *) override { return E_NOTIMPL; }
 };
 
-class TsRenderFile : public TsCom<IZvRenderFile, &IID_IZvRenderFile> {
+class TsRenderFile : public zvsdk::RenderFileObject {
 public:
-    explicit TsRenderFile(IZvRenderFileClass *cls) : cls_(cls) { cls_->AddRef(); }
-    ~TsRenderFile() { cls_->Release(); }
-    HRESULT STDMETHODCALLTYPE GetClass(IZvRenderFileClass **cls) override
-    {
-        if (!cls)
-            return E_POINTER;
-        *cls = cls_;
-        cls_->AddRef();
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetFileName(BSTR *) override { return E_NOTIMPL; }
+    explicit TsRenderFile(IZvRenderFileClass *cls) : RenderFileObject(cls, NULL) {}
     HRESULT STDMETHODCALLTYPE GetStreamCount(LONG *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetStreamFormatInfo(LONG, _ZVFILESTREAMFORMATINFOv2 *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetFileInfoText(DWORD, LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetFileInfo(DWORD, const BYTE *, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetMeta(DWORD, IStream *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE BeginWrite(DWORD) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE WriteSamples(LONG, _zvmemorytoken, DWORD, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteFrame(LONG, DWORD, _zvmemorytoken, LONG, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteText(LONG, LONGLONG, DWORD, LPCWSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetProgress(DWORD *p) override
     {
-        if (!p)
-            return E_POINTER;
-        *p = 1000;
-        return S_OK;
+        return zvsdk::Answer(p, 1000);
     }
     HRESULT STDMETHODCALLTYPE EndWrite(DWORD) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Abort() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE Close() override { return S_OK; }
-
-private:
-    IZvRenderFileClass *cls_;
 };
 
-class TsRenderClass : public TsClass<IZvRenderFileClass, &IID_IZvRenderFileClass> {
+class TsRenderClass : public TsClass<zvsdk::RenderClassObject> {
 public:
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override
     {
-        if (!id)
-            return E_POINTER;
-        *id = TsRendererClass(TS_VARIANT);
-        return S_OK;
+        return zvsdk::Answer(id, TsRendererClass(TS_VARIANT));
     }
     HRESULT STDMETHODCALLTYPE GetReadClass(IZvReadFileClass **cls) override
     {
@@ -392,46 +320,16 @@ public:
             return E_INVALIDARG;
         return Hand(new (std::nothrow) TsRenderFile(this), IID_IZvRenderFile, (void **)file);
     }
-    HRESULT STDMETHODCALLTYPE GetTemplateCount(LONG *count) override
+    LONG PresetCount() override { return TS_PRESETS; }
+    HRESULT MakePreset(LONG index, PZVTEMPLATE *templ) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = TS_PRESETS;
-        return S_OK;
+        wchar_t name[32] = {};
+        _snwprintf(name, 31, L"Preset %ld", (long)index + 1);
+        *templ = zvsdk::NamedPreset(TsRendererClass(TS_VARIANT), (DWORD)index + 1, name);
+        return *templ ? S_OK : E_OUTOFMEMORY;
     }
-    HRESULT STDMETHODCALLTYPE GetTemplate(PZVTEMPLATE *templ, LONG index) override
-    {
-        if (!templ)
-            return E_POINTER;
-        *templ = nullptr;
-        if (index < 0 || index >= TS_PRESETS)
-            return E_INVALIDARG;
-        const DWORD capacity = 32;
-        tagZVTEMPLATExV2 *t = ZvSdk_AllocTemplate(ZVTEMPLATE_HEADER_SIZE + 2 * capacity);
-        if (!t)
-            return E_OUTOFMEMORY;
-        t->dwPresetId = (DWORD)index + 1;
-        t->rendererClass = TsRendererClass(TS_VARIANT);
-        t->dwTextCapacity = capacity;
-        wchar_t *text = (wchar_t *)((BYTE *)t + ZVTEMPLATE_HEADER_SIZE);
-        _snwprintf(text, capacity - 2, L"Preset %ld", (long)index + 1);
-        *templ = t;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE FindTemplate(REFGUID, PZVTEMPLATE *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CheckTemplate(PCZVTEMPLATE) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE TransformTemplate(PZVTEMPLATE *, PCZVTEMPLATE, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE MakeEditTemplate(PZVTEMPLATE *, PCZVTEMPLATE, PCZVTEMPLATE, DWORD) override
-    {
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE GetTemplateInfo(PCZVTEMPLATE, BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTemplateInfoText(PCZVTEMPLATE, WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetEditPageCounts(LONG *, LONG *, DWORD *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateEditPage(DWORD, IUnknown **) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE PrepareEdit(ZVFIO_EDITPREPARE *) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EndEdit(HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE GetDefaultTemplateIndex(LONG *) override { return E_NOTIMPL; }
 };
 
 HRESULT NewReadClass(REFIID iid, void **out)
@@ -446,60 +344,31 @@ HRESULT NewRenderClass(REFIID iid, void **out)
 
 // ---------------------------------------------------------------- listing, factory
 
-class TsListing : public TsCom<IZvUnsharedFIOPluginInfo, &IID_IZvUnsharedFIOPluginInfo> {
-public:
-    HRESULT STDMETHODCALLTYPE GetClassCount(LONG *count) override
-    {
-        if (!count)
-            return E_POINTER;
-        *count = 2;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetPluginClassInfo(LONG index, ZVFIO_PLUGINCLASSINFO *info) override
-    {
-        if (!info)
-            return E_POINTER;
-        if (index < 0 || index > 1)
-            return E_INVALIDARG;
-        memset(info, 0, sizeof *info);
-        info->classId = index ? TsRendererClass(TS_VARIANT) : TsReaderClass(TS_VARIANT);
-        _snwprintf(info->name, 259, L"Surrogate test %s %d", index ? L"renderer" : L"reader", TS_VARIANT);
-        info->dwAccess = index ? ZVFIO_ACCESS_RENDERER : ZVFIO_ACCESS_READER;
-        info->dwStreamType = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
-        info->dwVersionMajor = 1;
-        return S_OK;
-    }
-};
-
-// Kind 0 the listing, 1 the reader class, 2 the renderer class.
-HRESULT CreateTsObject(const void *context, REFIID iid, void **out)
+// The reader's row, then the renderer's.
+const zvsdk::ClassTable &Table()
 {
-    int kind = (int)(INT_PTR)context;
-    if (kind == 0)
-        return Hand(new (std::nothrow) TsListing, iid, out);
-    return kind == 1 ? NewReadClass(iid, out) : NewRenderClass(iid, out);
+    static ZVFIO_PLUGINCLASSINFO rows[2];
+    static const zvsdk::ClassTable table = [] {
+        for (int i = 0; i < 2; i++) {
+            rows[i].classId = i ? TsRendererClass(TS_VARIANT) : TsReaderClass(TS_VARIANT);
+            _snwprintf(rows[i].name, 259, L"Surrogate test %s %d", i ? L"renderer" : L"reader", TS_VARIANT);
+            rows[i].dwAccess = i ? ZVFIO_ACCESS_RENDERER : ZVFIO_ACCESS_READER;
+            rows[i].dwStreamType = ZVFIO_STREAMMASK_AUDIO | ZVFIO_STREAMMASK_VIDEO;
+            rows[i].dwVersionMajor = 1;
+        }
+        return zvsdk::ClassTable{rows, 2};
+    }();
+    return table;
+}
+
+HRESULT CreateTsObject(const void *row, REFIID iid, void **out)
+{
+    return row == &Table().classes[0] ? NewReadClass(iid, out) : NewRenderClass(iid, out);
 }
 
 } // namespace
 
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
-{
-    if (!out)
-        return E_POINTER;
-    *out = nullptr;
-    int kind = IsEqualCLSID(clsid, CLSID_ZvPluginInfo)               ? 0
-               : IsEqualCLSID(clsid, TsReaderClass(TS_VARIANT))     ? 1
-               : IsEqualCLSID(clsid, TsRendererClass(TS_VARIANT))   ? 2
-                                                                    : -1;
-    if (kind < 0)
-        return CLASS_E_CLASSNOTAVAILABLE;
-    return zvsdk::ServeFactory(CreateTsObject, (const void *)(INT_PTR)kind, iid, out);
-}
-
-extern "C" HRESULT WINAPI DllCanUnloadNow(void)
-{
-    return zvsdk::CanUnloadNow();
-}
+ZVSDK_ENTRY_POINTS(Table(), CreateTsObject)
 
 // The token code is compiled into this DLL; its blocks come from here
 // instead of the host's kernel.

@@ -505,3 +505,71 @@ HRESULT ZvFio_CreateFilterBuilder(IZvFileIOMgrForApp *manager, REFIID iid, void 
     b->Release();
     return hr;
 }
+
+namespace {
+
+// Bytes the unique list is fetched into; a longer list is cut at a whole pattern.
+const DWORD kUniqueListBytes = 4160;
+
+int WINAPI CompareTextNoCase(ULONG_PTR, const void *a, const void *b)
+{
+    return _wcsicmp((const WCHAR *)a, (const WCHAR *)b);
+}
+
+} // namespace
+
+HRESULT ZvFio_BuildUniqueExtensionList(tZVLIST **list, IZvFioFilterBuilder2 *builder, const GUID *mask,
+                                       int maskCount, DWORD options)
+{
+    if (!list || !builder)
+        return E_POINTER;
+    std::vector<WCHAR> text(kUniqueListBytes / sizeof(WCHAR));
+    HRESULT hr = builder->BuildExtensionList(mask, maskCount, 0, options);
+    if (SUCCEEDED(hr))
+        hr = builder->CopyExtensionList(text.data(), (DWORD)text.size(), L';');
+    if (hr == ZVERR_BUFFER_TOO_SMALL) {
+        // the last pattern may be cut short: leave it out
+        WCHAR *last = wcsrchr(text.data(), L';');
+        *(last ? last : text.data()) = 0;
+        hr = S_OK;
+    }
+    if (FAILED(hr))
+        return hr;
+    bool created = !*list;
+    if (created && FAILED(hr = ZvList_CreateExZ(list, 0, 16, 16, ZVLIST_HEAPITEMS)))
+        return hr;
+    for (WCHAR *p = text.data(); SUCCEEDED(hr) && *p;) {
+        WCHAR *end = wcschr(p, L';');
+        size_t n = end ? (size_t)(end - p) : wcslen(p);
+        std::wstring pattern(p, n);
+        p += n + (end ? 1 : 0);
+        if (pattern.empty() || pattern.find(L"*.*") != std::wstring::npos || pattern.find(L'?') != std::wstring::npos)
+            continue;
+        hr = ZvList_AllocAndInsertItem(*list, pattern.c_str(), (int)((n + 1) * sizeof(WCHAR)), (*list)->count,
+                                       NULL);
+    }
+    if (SUCCEEDED(hr))
+        hr = ZvList_Sort(*list, 0, CompareTextNoCase);
+    for (int i = ZvList_GetCount(*list) - 1; SUCCEEDED(hr) && i > 0; i--)
+        if (CompareTextNoCase(0, ZvList_GetItem(*list, i - 1), ZvList_GetItem(*list, i)) == 0)
+            hr = ZvList_DeleteList(*list, i, 1, FALSE);
+    if (FAILED(hr) && created) {
+        ZvList_Destroy(*list);
+        *list = NULL;
+    }
+    return hr;
+}
+
+HRESULT ZvFio_BuildUniqueExtensionList(IZvFileIOMgrForApp *manager, tZVLIST **list, DWORD sourceMask, DWORD count,
+                                       const GUID *mask, int maskCount, DWORD options)
+{
+    IZvFioFilterBuilder2 *builder = NULL;
+    HRESULT hr = ZvFio_CreateFilterBuilder(manager, IID_IZvFioFilterBuilder2, (void **)&builder);
+    if (SUCCEEDED(hr))
+        hr = builder->AddReaders(sourceMask, count, 0);
+    if (SUCCEEDED(hr))
+        hr = ZvFio_BuildUniqueExtensionList(list, builder, mask, maskCount, options);
+    if (builder)
+        builder->Release();
+    return hr;
+}

@@ -7,6 +7,7 @@
 #include "zvlist.h"
 #include "zvplugin.h"
 #include "zvmanager.h"
+#include "audio/waveformat.h"
 
 #define ZVFILTER_DESCRIPTION_ONLY  0x4u          // no "(patterns)" behind the description
 #define ZVFILTER_HIDDEN            0x800u
@@ -75,3 +76,13 @@ struct IZvFioFilterBuilder2 : public IUnknown {
 
 // A new builder whose Add operations read the classes of the manager.
 ZVAPI HRESULT ZvFio_CreateFilterBuilder(IZvFileIOMgrForApp *manager, REFIID iid, void **out);
+
+// The unique extensions of the builder's entries (as BuildExtensionList
+// keeps them) as a heap list of strings, without "*.*" and "?" patterns,
+// sorted case-insensitively and without duplicates; *list is created if
+// null, else added to.
+ZVAPI_CXX HRESULT ZvFio_BuildUniqueExtensionList(tZVLIST **list, IZvFioFilterBuilder2 *builder, const GUID *mask,
+                                                 int maskCount, DWORD options);
+// The same from a new builder filled with the manager's reader classes.
+ZVAPI_CXX HRESULT ZvFio_BuildUniqueExtensionList(IZvFileIOMgrForApp *manager, tZVLIST **list, DWORD sourceMask,
+                                                 DWORD count, const GUID *mask, int maskCount, DWORD options);

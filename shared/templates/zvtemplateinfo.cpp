@@ -1,6 +1,7 @@
 // Values read out of a template, and basic audio templates.
 #include "templates/zvtemplateinfo.h"
 #include <string.h>
+#include <vector>
 
 namespace {
 
@@ -212,6 +213,69 @@ HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, const _ZVFILESTREAMFOR
     ZvFio_ReleaseTemplate(*record);
     *record = made;
     return S_OK;
+}
+
+extern "C" const IID IID_IZvReadVideoRenderStream = {0x68EFE083, 0x5F0C, 0x4415,
+                                                     {0x93, 0x34, 0xF6, 0xCE, 0x84, 0x48, 0x78, 0x29}};
+
+namespace {
+
+// Decoded and stored format of one live stream; the stored record stays
+// zero where the stream can't tell it.
+HRESULT StreamFormats(IZvReadStream *stream, ZVFILESTREAMTYPE type, _ZVFILESTREAMFORMATINFOv2 *decoded,
+                      _ZVFILESTREAMFORMATINFOv2 *stored)
+{
+    HRESULT hr = S_OK;
+    if (type == ZVFILESTREAMTYPE_AUDIO) {
+        IZvReadAudioStream *audio = NULL;
+        hr = stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio);
+        if (SUCCEEDED(hr)) {
+            hr = audio->GetStreamFormatInfo(decoded);
+            if (SUCCEEDED(hr) && FAILED(audio->GetStoredFormatInfo(stored)))
+                memset(stored->format, 0, sizeof stored->format);
+            audio->Release();
+        }
+    } else {
+        IZvReadVideoStream *video = NULL;
+        hr = stream->QueryInterface(IID_IZvReadVideoStream, (void **)&video);
+        if (SUCCEEDED(hr)) {
+            hr = video->GetStreamFormatInfo(decoded);
+            video->Release();
+        }
+        IZvReadVideoRenderStream *render = NULL;
+        if (SUCCEEDED(hr) && SUCCEEDED(stream->QueryInterface(IID_IZvReadVideoRenderStream, (void **)&render))) {
+            if (FAILED(render->GetStoredFormatInfo(stored)))
+                memset(stored->format, 0, sizeof stored->format);
+            render->Release();
+        }
+    }
+    // the format records say which kind they describe
+    decoded->dwStreamType = stored->dwStreamType = type;
+    return hr;
+}
+
+} // namespace
+
+HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, IZvReadStream *const *streams, LONG count,
+                               const ZVFILESTREAMTYPE *types, DWORD extra)
+{
+    if (!record || (count > 0 && (!streams || !types)))
+        return E_POINTER;
+    if (count < 0)
+        return E_INVALIDARG;
+    std::vector<_ZVFILESTREAMFORMATINFOv2> decoded(count), stored(count);
+    for (LONG i = 0; i < count; i++) {
+        decoded[i] = stored[i] = _ZVFILESTREAMFORMATINFOv2();
+        decoded[i].cbSize = stored[i].cbSize = sizeof(_ZVFILESTREAMFORMATINFOv2);
+        if (types[i] != ZVFILESTREAMTYPE_AUDIO && types[i] != ZVFILESTREAMTYPE_VIDEO)
+            continue;
+        if (!streams[i])
+            return E_POINTER;
+        HRESULT hr = StreamFormats(streams[i], types[i], &decoded[i], &stored[i]);
+        if (FAILED(hr))
+            return hr;
+    }
+    return ZvFio_GenerateTemplate(record, decoded.data(), stored.data(), count, extra, L"", L"");
 }
 
 DWORD ZvFio_CountSetBits(DWORD value)

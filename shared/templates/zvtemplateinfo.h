@@ -34,4 +34,15 @@ ZVAPI HRESULT ZvFio_InitBasicAudioTemplate(tagZVTEMPLATExV2 **record, const ZVWA
 ZVAPI HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, const _ZVFILESTREAMFORMATINFOv2 *formats,
                                      const _ZVFILESTREAMFORMATINFOv2 *encoded, LONG count, DWORD extra,
                                      LPCWSTR name, LPCWSTR notes);
+// Asked of a video stream for the frame as stored in the file; a reader
+// that decodes offers it (the blankets hand it out raw).
+extern "C" const IID IID_IZvReadVideoRenderStream;
+struct IZvReadVideoRenderStream : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *format) = 0;
+};
+// The same from live streams of the given types (1 audio, 2 video, others
+// passed over): the decoded format of each and, where the stream tells it,
+// the stored one; no name or notes.
+ZVAPI_CXX HRESULT ZvFio_GenerateTemplate(tagZVTEMPLATExV2 **record, IZvReadStream *const *streams, LONG count,
+                                         const ZVFILESTREAMTYPE *types, DWORD extra);
 ZVAPI DWORD ZvFio_CountSetBits(DWORD value);

@@ -16,6 +16,7 @@ namespace {
 // {949B8283-0607-4843-8882-F7DE6E26D085}: its old folder has a fixed name.
 const GUID kOldNamedRenderer = {0x949B8283, 0x0607, 0x4843, {0x88, 0x82, 0xF7, 0xDE, 0x6E, 0x26, 0xD0, 0x85}};
 const wchar_t kUntitled[] = L"(Untitled)";
+const wchar_t kDefaultTemplate[] = L"Default Template";
 
 std::wstring g_dataRoot; // a host's own data folder instead of the user's
 
@@ -399,6 +400,29 @@ HRESULT ZvFio_CreatePrivateTemplateCache(IZvRenderFileClass *cls, CZvPrivateTemp
     return hr;
 }
 
+// Copies of the view's templates that the filter keeps (all without one),
+// appended to the caller's list or a new one.
+static HRESULT CopyView(const CZvPrivateTemplateCache *view, tZVLIST **list, ZVFIO_TEMPLATEFILTERPROC filter,
+                        void *context)
+{
+    HRESULT hr = *list ? S_OK : ZvFio_CreateTemplateList(list, (int)view->List().size());
+    int copied = 0;
+    for (size_t i = 0; SUCCEEDED(hr) && i < view->List().size(); i++) {
+        const tagZVTEMPLATExV2 *t = view->List()[i];
+        if (filter && !filter(t, context))
+            continue;
+        tagZVTEMPLATExV2 *copy = ZvFio_CopyTemplate(t);
+        if (!copy || FAILED(ZvList_InsertList(*list, (*list)->count, &copy, 1))) {
+            free(copy);
+            hr = E_OUTOFMEMORY;
+        }
+        copied++;
+    }
+    if (hr == S_OK && copied == 0)
+        hr = S_FALSE;
+    return hr;
+}
+
 HRESULT ZvFio_GetTemplateList(IZvRenderFileClass *cls, tZVLIST **list)
 {
     if (!list)
@@ -407,23 +431,48 @@ HRESULT ZvFio_GetTemplateList(IZvRenderFileClass *cls, tZVLIST **list)
     HRESULT hr = ZvFio_CreatePrivateTemplateCache(cls, &view);
     if (SUCCEEDED(hr))
         hr = view->Merge(0);
-    if (SUCCEEDED(hr) && !*list)
-        hr = ZvFio_CreateTemplateList(list, (int)view->List().size());
-    if (SUCCEEDED(hr)) {
-        for (const tagZVTEMPLATExV2 *t : view->List()) {
-            tagZVTEMPLATExV2 *copy = ZvFio_CopyTemplate(t);
-            if (!copy || FAILED(ZvList_InsertList(*list, (*list)->count, &copy, 1))) {
-                free(copy);
-                hr = E_OUTOFMEMORY;
-                break;
-            }
-        }
-        if (hr == S_OK && view->List().empty())
-            hr = S_FALSE;
-    }
+    if (SUCCEEDED(hr))
+        hr = CopyView(view, list, NULL, NULL);
     delete view;
     if (SUCCEEDED(hr) && !*list)
         hr = ZVERR_NO_TEMPLATE_LIST;
+    return hr;
+}
+
+HRESULT ZvFio_GetFilteredTemplateList(IZvFileIOManager *manager, IZvRenderFileClass *cls, tZVLIST **list,
+                                      DWORD, ZVFIO_TEMPLATEFILTERPROC filter, void *context, DWORD)
+{
+    if (!list)
+        return E_POINTER;
+    DWORD streams = 0;
+    if (!cls || FAILED(cls->GetStreamTypes(&streams)))
+        return E_INVALIDARG;
+    CZvPrivateTemplateCache *view = NULL;
+    HRESULT hr = manager ? ZvFio_CreatePrivateTemplateCache(manager, cls, &view)
+                         : ZvFio_CreatePrivateTemplateCache(cls, &view);
+    // the synthetic default leads, with a stream of each kind the class writes
+    tagZVTEMPLATExV2 *first = NULL;
+    if (SUCCEEDED(hr))
+        hr = ZvFio_MakeTemplate(&first, ZVTEMPLATE_VERSION_V2, NULL, 0, 0, kDefaultTemplate, L"");
+    if (SUCCEEDED(hr)) {
+        if (streams & ZVFIO_STREAMMASK_AUDIO) {
+            *ZvTemplateAt<DWORD>(first, ZVT_OFS_AUDIO) = ZVTEMPLATE_BLOCK_SIZE;
+            *ZvTemplateAt<DWORD>(first, ZVT_OFS_AUDIO_COUNT) = 1;
+        }
+        if (streams & ZVFIO_STREAMMASK_VIDEO) {
+            *ZvTemplateAt<DWORD>(first, ZVT_OFS_VIDEO) = ZVTEMPLATE_BLOCK_SIZE;
+            *ZvTemplateAt<DWORD>(first, ZVT_OFS_VIDEO_COUNT) = 1;
+        }
+        view->SetExtra(first);
+        // the first merge leaves the plug-in's own default out; the list
+        // handed out is the full one
+        hr = view->Merge(1);
+        if (SUCCEEDED(hr))
+            hr = view->Merge(0);
+    }
+    if (SUCCEEDED(hr))
+        hr = CopyView(view, list, filter, context);
+    delete view;
     return hr;
 }
 

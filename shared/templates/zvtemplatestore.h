@@ -76,6 +76,15 @@ ZVAPI_CXX HRESULT ZvFio_CreatePrivateTemplateCache(IZvRenderFileClass *cls, CZvP
 
 // Copies of all templates of a class, merged; the first item is the default.
 ZVAPI HRESULT ZvFio_GetTemplateList(IZvRenderFileClass *cls, tZVLIST **list);
+// Kept in a filtered list if this returns TRUE.
+typedef BOOL (CALLBACK *ZVFIO_TEMPLATEFILTERPROC)(const tagZVTEMPLATExV2 *t, void *context);
+// "Default Template" (streams as the class's GetStreamTypes says), then the
+// merged templates, each copied if the filter keeps it (all without one).
+// The manager may be null: the class's own is taken. Flags and option are
+// reserved (pass 0). S_FALSE if nothing was copied.
+ZVAPI HRESULT ZvFio_GetFilteredTemplateList(IZvFileIOManager *manager, IZvRenderFileClass *cls, tZVLIST **list,
+                                            DWORD flags, ZVFIO_TEMPLATEFILTERPROC filter, void *context,
+                                            DWORD option);
 ZVAPI HRESULT ZvFio_GetTemplate(IZvRenderFileClass *cls, GUID templateId, tagZVTEMPLATExV2 **out);
 ZVAPI_CXX tagZVTEMPLATExV2 *ZvFio_GetTemplateByName(tZVLIST *list, LPCWSTR name);
 ZVAPI_CXX tagZVTEMPLATExV2 *ZvFio_GetTemplateByName(IZvRenderFileClass *cls, LPCWSTR name);

@@ -3,6 +3,7 @@
 #include "templatetest.h"
 #include "templates/zvfilterbuilder.h"
 #include "filemng/filemng.h"
+#include <set>
 
 using namespace templatetest;
 
@@ -114,6 +115,68 @@ TEST(FilterBuilder, LongListsAreCutNeverFailed)
     EXPECT_GT(list.size(), 200u);
     EXPECT_NE(list.back(), L'|');
     EXPECT_EQ(f.Extensions().size(), many.size());
+}
+
+// Sorted and unique without regard to case, checked against a set of the
+// lower-case patterns of the visible entries; a list too long for the
+// fetch buffer keeps whole patterns only.
+TEST(FilterBuilder, UniqueExtensionListSortedAgainstASet)
+{
+    const wchar_t *pool[] = {L"*.wav", L"*.WAV", L"*.aif", L"*.Aiff", L"*.*", L"*.w?v", L"*.mp3", L"*.b", L"*.a",
+                             L"*.zz", L"*.Zz", L"*.ab"};
+    zvtest::Rng rng{7};
+    for (int round = 0; round < 40; round++) {
+        Builder f;
+        std::set<std::wstring> expect;
+        int entries = 1 + (int)rng.below(5);
+        for (int e = 0; e < entries; e++) {
+            std::wstring patterns;
+            std::vector<std::wstring> picked;
+            for (unsigned n = 1 + rng.below(4); n; n--) {
+                picked.push_back(pool[rng.below(sizeof pool / sizeof pool[0])]);
+                patterns += (patterns.empty() ? L"" : L";") + picked.back();
+            }
+            bool hidden = rng.below(4) == 0;
+            ASSERT_EQ(S_OK, f.b->AddEntry(patterns.c_str(), L"E", e, -1, 0, nullptr));
+            f.b->SetEntryHidden(e, hidden);
+            for (std::wstring p : picked)
+                if (!hidden && p.find(L"*.*") == std::wstring::npos && p.find(L'?') == std::wstring::npos) {
+                    for (WCHAR &c : p)
+                        c = towlower(c);
+                    expect.insert(p);
+                }
+        }
+        tZVLIST *list = nullptr;
+        ASSERT_EQ(S_OK, ZvFio_BuildUniqueExtensionList(&list, f.b, nullptr, 0, 0));
+        std::vector<std::wstring> got;
+        for (int i = 0; i < ZvList_GetCount(list); i++) {
+            std::wstring p = (const WCHAR *)ZvList_GetItem(list, i);
+            for (WCHAR &c : p)
+                c = towlower(c);
+            got.push_back(p);
+        }
+        ZvList_Destroy(list);
+        EXPECT_EQ(got, std::vector<std::wstring>(expect.begin(), expect.end())) << "round " << round;
+    }
+
+    Builder f;
+    std::wstring many;
+    for (int i = 0; i < 600; i++)
+        many += (i ? L";*.x" : L"*.x") + std::to_wstring(i);
+    ASSERT_EQ(S_OK, f.b->AddEntry(many.c_str(), L"Many", 1, -1, 0, nullptr));
+    tZVLIST *list = nullptr;
+    ASSERT_EQ(S_OK, ZvFio_BuildUniqueExtensionList(&list, f.b, nullptr, 0, 0));
+    size_t units = 0;
+    for (int i = 0; i < ZvList_GetCount(list); i++) {
+        std::wstring p = (const WCHAR *)ZvList_GetItem(list, i);
+        units += p.size() + 1;
+        int n = _wtoi(p.c_str() + 3);
+        EXPECT_EQ(p, L"*.x" + std::to_wstring(n)) << "whole patterns only";
+        EXPECT_TRUE(i == 0 || _wcsicmp((const WCHAR *)ZvList_GetItem(list, i - 1), p.c_str()) < 0);
+    }
+    EXPECT_LE(units, 4160u / 2);
+    EXPECT_GT(units, 4000u / 2);
+    ZvList_Destroy(list);
 }
 
 TEST(ManagerTemplates, FilterBuilderAndEditWithoutPages)

@@ -367,6 +367,127 @@ TEST(TemplateRecord, GeneratedFromStreamRecords)
     EXPECT_EQ(ZvFio_GenerateTemplate(&o.t, nullptr, nullptr, 1, 0, L"", L""), E_POINTER);
 }
 
+namespace {
+
+// Live streams that report fixed records: an audio stream with a stored
+// format, and a video stream that tells its stored frame if `render`.
+#define ZVT_STUB(sig) STDMETHODIMP sig override { return E_NOTIMPL; }
+template <class Itf>
+struct StreamBase : Itf {
+    _ZVFILESTREAMFORMATINFOv2 decoded = {}, stored = {};
+    ZVT_STUB(GetClass(IZvReadFileClass **))
+    ZVT_STUB(GetFile(IZvReadFile **))
+    ZVT_STUB(GetStreamIndex(LONG *))
+    ZVT_STUB(GetType(ZVFILESTREAMTYPE *))
+    ZVT_STUB(GetStreamLength(LONGLONG *))
+    ZVT_STUB(GetInfoText(WCHAR *, DWORD, DWORD))
+    ZVT_STUB(GetInfo(BYTE *, DWORD, DWORD))
+    ZVT_STUB(SetReadOptions(DWORD))
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *f) override
+    {
+        memcpy(f->extension, decoded.extension, sizeof f->extension);
+        memcpy(f->format, decoded.format, sizeof f->format);
+        return S_OK;
+    }
+    HRESULT Stored(_ZVFILESTREAMFORMATINFOv2 *f)
+    {
+        memcpy(f->format, stored.format, sizeof f->format);
+        return S_OK;
+    }
+};
+
+struct LiveAudio : StreamBase<IZvReadAudioStream> {
+    STDMETHODIMP QueryInterface(REFIID iid, void **out) override
+    {
+        *out = IsEqualIID(iid, IID_IZvReadAudioStream) || IsEqualIID(iid, IID_IZvReadStream) ? this : nullptr;
+        return *out ? S_OK : E_NOINTERFACE;
+    }
+    ZVT_STUB(GetSampleCount(LONGLONG *))
+    ZVT_STUB(SetOutputFormat(const _ZVFILESTREAMFORMATINFOv2 *))
+    STDMETHODIMP GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *f) override { return Stored(f); }
+    ZVT_STUB(GetReadPosition(LONGLONG *))
+    ZVT_STUB(ReadSamples(DWORD, LONG, _zvmemorytoken, DWORD, DWORD *))
+    ZVT_STUB(GetBlockAlign(DWORD *))
+    ZVT_STUB(Prefetch(LONGLONG, DWORD))
+};
+
+struct LiveVideo : StreamBase<IZvReadVideoStream>, IZvReadVideoRenderStream {
+    bool render = true;
+    STDMETHODIMP QueryInterface(REFIID iid, void **out) override
+    {
+        *out = nullptr;
+        if (IsEqualIID(iid, IID_IZvReadVideoStream) || IsEqualIID(iid, IID_IZvReadStream))
+            *out = static_cast<IZvReadVideoStream *>(this);
+        else if (render && IsEqualIID(iid, IID_IZvReadVideoRenderStream))
+            *out = static_cast<IZvReadVideoRenderStream *>(this);
+        return *out ? S_OK : E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP GetStoredFormatInfo(_ZVFILESTREAMFORMATINFOv2 *f) override { return Stored(f); }
+    ZVT_STUB(GetFrameCount(LONGLONG *))
+    ZVT_STUB(GetFrameRate(DOUBLE *))
+    ZVT_STUB(GetKeyFrameInterval(DWORD *))
+    ZVT_STUB(SetOutputFormat(LONG, LONG, DWORD, DWORD))
+    ZVT_STUB(GetFrameBufferSize(LONG, LONG, DWORD, DWORD *))
+    ZVT_STUB(ReadFrame(DWORD, LONG, DWORD, _zvmemorytoken, LONG, DWORD))
+    ZVT_STUB(GetFrameFlags(DWORD, LONG, DWORD *))
+    ZVT_STUB(PrefetchFrames(DWORD, LONG, DWORD))
+    ZVT_STUB(SetPlaybackRate(DOUBLE))
+    ZVT_STUB(Flush())
+    ZVT_STUB(GetDecoderFlags(DWORD *))
+};
+#undef ZVT_STUB
+
+} // namespace
+
+// From live streams the record is the one the record form makes of what
+// the streams report; a video stream that can't tell its stored frame has
+// none, a stream without the asked interface fails the whole.
+TEST(TemplateRecord, GeneratedFromLiveStreams)
+{
+    LiveAudio audio;
+    ZVWAVEFORMAT wf;
+    wf.Init(44100, ZVSAMPLE_F32, 2);
+    memcpy(audio.decoded.format, &wf, sizeof wf);
+    memset(audio.decoded.extension, 0x11, sizeof audio.decoded.extension);
+    memset(audio.stored.format, 0x22, sizeof audio.stored.format);
+    LiveVideo video;
+    memset(video.decoded.format, 0x33, sizeof video.decoded.format);
+    memset(video.decoded.extension, 0x44, sizeof video.decoded.extension);
+    memset(video.stored.format, 0x55, sizeof video.stored.format);
+
+    IZvReadStream *streams[3] = {nullptr, &audio, static_cast<IZvReadVideoStream *>(&video)};
+    ZVFILESTREAMTYPE types[3] = {ZVFILESTREAMTYPE_DATA, ZVFILESTREAMTYPE_AUDIO, ZVFILESTREAMTYPE_VIDEO};
+    for (bool render : {true, false}) {
+        SCOPED_TRACE(render ? "stored frame told" : "no stored frame");
+        video.render = render;
+        _ZVFILESTREAMFORMATINFOv2 f[3] = {}, enc[3] = {};
+        f[1] = audio.decoded, enc[1] = audio.stored;
+        f[2] = video.decoded;
+        if (render)
+            enc[2] = video.stored;
+        f[1].dwStreamType = ZVFILESTREAMTYPE_AUDIO;
+        f[2].dwStreamType = ZVFILESTREAMTYPE_VIDEO;
+        Owned expect, got;
+        ASSERT_EQ(S_OK, ZvFio_GenerateTemplate(&expect.t, f, enc, 3, 8, L"", L""));
+        ASSERT_EQ(S_OK, ZvFio_GenerateTemplate(&got.t, streams, 3, types, 8));
+        EXPECT_EQ(RecordBytes(got.t), RecordBytes(expect.t));
+        EXPECT_EQ(((const BYTE *)got.t)[ZVT_OFS_AUDIO_ENCODED + 95], 0x22);
+        EXPECT_EQ(((const BYTE *)got.t)[ZVT_OFS_VIDEO_ENCODED], render ? 0x55 : 0);
+        EXPECT_EQ(got.t->dwDataSize, 8u);
+    }
+    Owned kept;
+    ASSERT_EQ(S_OK, ZvFio_GenerateTemplate(&kept.t, streams, 1, types, 0));
+    tagZVTEMPLATExV2 *before = kept.t;
+    types[1] = ZVFILESTREAMTYPE_VIDEO; // the audio stream has no video interface
+    EXPECT_EQ(E_NOINTERFACE, ZvFio_GenerateTemplate(&kept.t, streams, 3, types, 0));
+    EXPECT_EQ(kept.t, before);
+    EXPECT_EQ(E_POINTER, ZvFio_GenerateTemplate(&kept.t, (IZvReadStream *const *)nullptr, 1, types, 0));
+}
+
 TEST(TemplateRecord, InfoValues)
 {
     ZVWAVEFORMAT fmt;

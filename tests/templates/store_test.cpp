@@ -165,3 +165,67 @@ TEST(TemplateStore, LastUsed)
     // the last used template isn't one of the class's list
     EXPECT_EQ(2u, s.List().size());
 }
+
+static BOOL CALLBACK OddTags(const tagZVTEMPLATExV2 *t, void *calls)
+{
+    ++*(int *)calls;
+    return t->dwDataSize && (*(DWORD *)ZvFio_GetTemplateData(t) & 1);
+}
+
+static BOOL CALLBACK NoTemplate(const tagZVTEMPLATExV2 *, void *)
+{
+    return FALSE;
+}
+
+// The filtered list is "Default Template" (streams as the class writes)
+// ahead of the merged list, which it hides by name, kept by the filter.
+TEST(TemplateStore, FilteredListLeadsWithTheDefault)
+{
+    Store s;
+    ASSERT_EQ(S_OK, ZvFio_SaveUserTemplate(&s.cls, s.Named(L"default TEMPLATE", 50), FALSE, nullptr, 0));
+    ASSERT_EQ(S_OK, ZvFio_SaveUserTemplate(&s.cls, s.Named(L"User 7", 7), FALSE, nullptr, 0));
+    Listing merged = s.List();
+    ASSERT_EQ(4u, merged.size());
+
+    struct Case {
+        const char *what;
+        BOOL(CALLBACK *filter)(const tagZVTEMPLATExV2 *, void *);
+        bool (*keep)(const std::wstring &name, DWORD tag);
+    } cases[] = {
+        {"all", nullptr, [](const std::wstring &, DWORD) { return true; }},
+        {"odd tags", OddTags, [](const std::wstring &, DWORD tag) { return (tag & 1) != 0; }},
+        {"none", NoTemplate, [](const std::wstring &, DWORD) { return false; }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        Listing expect;
+        if (c.keep(L"Default Template", 0))
+            expect.push_back({L"Default Template", 0});
+        for (const auto &m : merged)
+            if (_wcsicmp(m.first.c_str(), L"Default Template") != 0 && c.keep(m.first, m.second))
+                expect.push_back(m);
+        int calls = 0;
+        tZVLIST *list = nullptr;
+        HRESULT hr = ZvFio_GetFilteredTemplateList(nullptr, &s.cls, &list, 0, c.filter, &calls, 0);
+        EXPECT_EQ(hr, expect.empty() ? S_FALSE : S_OK);
+        Listing got;
+        for (int i = 0; i < ZvList_GetCount(list); i++) {
+            tagZVTEMPLATExV2 *t = (tagZVTEMPLATExV2 *)ZvList_GetItem(list, i);
+            got.push_back({ZvFio_GetTemplateName(t), t->dwDataSize ? *(DWORD *)ZvFio_GetTemplateData(t) : 0});
+            if (i == 0 && got[0].first == L"Default Template") {
+                EXPECT_EQ(*ZvTemplateAt<DWORD>(t, ZVT_OFS_AUDIO), 200u);
+                EXPECT_EQ(*ZvTemplateAt<DWORD>(t, ZVT_OFS_AUDIO_COUNT), 1u);
+                EXPECT_EQ(*ZvTemplateAt<DWORD>(t, ZVT_OFS_VIDEO), 0u);
+                EXPECT_STREQ(ZvFio_GetTemplateNotes(t), L"");
+            }
+        }
+        EXPECT_EQ(got, expect);
+        // asked once per template, the default included
+        EXPECT_EQ(calls, c.filter == OddTags ? (int)merged.size() : 0);
+        ZvFio_FreeTemplateList(list);
+    }
+    EXPECT_EQ(s.List(), merged) << "the shared cache is untouched";
+    tZVLIST *list = nullptr;
+    EXPECT_EQ(E_POINTER, ZvFio_GetFilteredTemplateList(s.app, &s.cls, nullptr, 0, nullptr, nullptr, 0));
+    EXPECT_EQ(E_INVALIDARG, ZvFio_GetFilteredTemplateList(s.app, nullptr, &list, 0, nullptr, nullptr, 0));
+}

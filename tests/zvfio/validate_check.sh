@@ -50,6 +50,14 @@ validate "$tk/tk_broken_count.dll" 1 samples --sample "$(win "$out/t.tkr")"
 validate "$tk/tk_broken_deadlock.dll" 1 threads --sample "$(win "$out/t.tkr")" --timeout 20
 validate "$tk/tk_broken_dupclass.dll" 1 listing --sample "$(win "$out/t.tkr")"
 validate "$tk/tk_broken_crash.dll" 1 identify --routed --only identify
+# a deadlock in a surrogate: the check fails in its time and ends the
+# surrogate too (none of this prefix's may run from a validate host)
+validate "$tk/tk_broken_deadlock.dll" 1 threads --routed --only threads --sample "$(win "$out/t.tkr")" --timeout 20
+for proc in /proc/[0-9]*; do
+    case "$(tr '\0' ' ' <"$proc/cmdline" 2>/dev/null)" in *zvfio-validate-*Vantry.exe*) ;; *) continue ;; esac
+    tr '\0' '\n' <"$proc/environ" 2>/dev/null | grep -qx "WINEPREFIX=$ZV_WINEPREFIX" &&
+        fail "a surrogate outlived its deadlocked check: $(tr '\0' ' ' <"$proc/cmdline")"
+done
 validate "$bin/pcm.dll" 0 - --sample "$(win "$out/s.wav")"
 validate "$bin/pcm.dll" 0 - --routed --sample "$(win "$out/s.wav")"
 

@@ -31,13 +31,11 @@ HRESULT RunFilters(const Args &args)
         b->GetFilterString(&filter[0], &bytes, nullptr, &count, nullptr, 0, 0);
     }
     std::wstring unique;
-    if (SUCCEEDED(hr) && SUCCEEDED(b->BuildExtensionList(nullptr, 0, 0, 0))) {
-        DWORD units = 0;
-        b->GetSizes(nullptr, &units, nullptr);
-        unique.resize(units + 1);
-        b->CopyExtensionList(&unique[0], units + 1, L';');
-        unique.resize(wcslen(unique.c_str()));
-    }
+    tZVLIST *list = nullptr;
+    if (SUCCEEDED(hr) && SUCCEEDED(ZvFio_BuildUniqueExtensionList(&list, b, nullptr, 0, 0)))
+        for (int i = 0; i < ZvList_GetCount(list); i++)
+            unique += (i ? L";" : L"") + std::wstring((const WCHAR *)ZvList_GetItem(list, i));
+    ZvList_Destroy(list);
     b->Release();
     if (FAILED(hr))
         return hr;
@@ -74,7 +72,7 @@ const Command kFiltersCommand = {
     "Prints each filter of the open dialog (with --save: of the save dialog)\n"
     "as its text and its patterns, one a line, separated by a tab, as the\n"
     "manager's filter builder makes them from the installed reader (renderer)\n"
-    "classes; then the list of unique extensions. With --json: one object\n"
+    "classes; then the unique extensions, sorted. With --json: one object\n"
     "with \"filters\" and \"extensions\".\n",
     "--save --json",
     RunFilters,

@@ -36,10 +36,7 @@ HRESULT FillFormat(_ZVFILESTREAMFORMATINFOv2 *format, LONGLONG frames)
 {
     if (!format)
         return E_POINTER;
-    memset(format, 0, sizeof *format);
-    format->cbSize = sizeof *format;
-    format->dwStreamType = ZVFILESTREAMTYPE_AUDIO;
-    format->llLength = frames;
+    zvsdk::StartFormat(format, ZVFILESTREAMTYPE_AUDIO, frames);
     WAVEFORMATEX wf = {WAVE_FORMAT_PCM, (WORD)kChannels, kRate, kRate * kAlign, (WORD)kAlign, 16, 0};
     memcpy(format->format, &wf, sizeof wf);
     return S_OK;
@@ -52,26 +49,17 @@ public:
     {
         return FillFormat(format, frames_);
     }
-    // Frames from `position` into the caller's memory token. S_FALSE at or
-    // past the end, with nothing read.
-    HRESULT STDMETHODCALLTYPE ReadSamples(DWORD positionLow, LONG positionHigh, _zvmemorytoken buffer,
-                                          DWORD sampleCount, DWORD *samplesRead) override
+    // Frames from `position` into the caller's memory token; the kit has
+    // checked the arguments and clipped the count to the stream.
+    HRESULT ReadFrames(LONGLONG position, DWORD n, const _zvmemorytoken &buffer, DWORD *read) override
     {
-        LONGLONG position = 0;
-        DWORD n = 0;
-        HRESULT hr = clip(positionLow, positionHigh, buffer, sampleCount, samplesRead, &position, &n);
-        if (hr != S_OK)
-            return hr;
         BYTE *bytes = new (std::nothrow) BYTE[(size_t)n * kAlign + 1];
         if (!bytes)
             return E_OUTOFMEMORY;
         DWORD got = ReadAt(data_, kHeader + (ULONGLONG)position * kAlign, bytes, n * kAlign) / kAlign;
-        hr = got ? zvsdk::WriteToken(buffer, bytes, got * kAlign) : ZVERR_UNSUPPORTED_FORMAT;
+        HRESULT hr = got ? zvsdk::WriteToken(buffer, bytes, got * kAlign) : ZVERR_UNSUPPORTED_FORMAT;
         delete[] bytes;
-        if (SUCCEEDED(hr)) {
-            *samplesRead = got;
-            next_ = position + got;
-        }
+        *read = SUCCEEDED(hr) ? got : 0;
         return hr;
     }
 
@@ -117,17 +105,11 @@ class SampleClass : public zvsdk::ClassObject<IZvReadFileClass, &IID_IZvReadFile
 public:
     HRESULT STDMETHODCALLTYPE GetClassGuid(GUID *id) override
     {
-        if (!id)
-            return E_POINTER;
-        *id = CLSID_ZvSampleReader;
-        return S_OK;
+        return zvsdk::Answer(id, CLSID_ZvSampleReader);
     }
     HRESULT STDMETHODCALLTYPE GetStreamTypes(DWORD *mask) override
     {
-        if (!mask)
-            return E_POINTER;
-        *mask = ZVFIO_STREAMMASK_AUDIO;
-        return S_OK;
+        return zvsdk::Answer(mask, ZVFIO_STREAMMASK_AUDIO);
     }
     HRESULT STDMETHODCALLTYPE GetRenderClass(IZvRenderFileClass **render) override
     {
@@ -231,12 +213,4 @@ const zvsdk::ClassTable kTable = {kClasses, 1};
 
 } // namespace
 
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void **out)
-{
-    return zvsdk::ServeClassObject(clsid, iid, out, kTable, CreateObject);
-}
-
-extern "C" HRESULT WINAPI DllCanUnloadNow(void)
-{
-    return zvsdk::CanUnloadNow();
-}
+ZVSDK_ENTRY_POINTS(kTable, CreateObject)
