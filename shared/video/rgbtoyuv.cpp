@@ -14,6 +14,7 @@ struct Job {
     LONG_PTR srcStep;   // bytes from one top-down row to the next
     int bpp, ir, ib;    // bytes a pixel, offsets of red and blue
     bool vector;        // 8-bit 4:2:0 planes from 32-bit pixels: the SSE2 body
+    bool avx2;          // and the AVX2 one ahead of it
 };
 
 inline int32_t Clamp(int64_t v, int32_t maxv)
@@ -92,7 +93,15 @@ void RunGroupsVector(void *ctx, int first, int end)
             v = chroma ? f.plane[f.vFirst ? 1 : 2] + (LONG_PTR)g * f.pitch[f.vFirst ? 1 : 2] : scratch[1];
         }
         int n = 2 * f.cw < w ? 2 * f.cw : w;
-        int done = chroma ? EncodeRows420SSE2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1) : 0;
+        int done = 0;
+        if (chroma) {
+            if (j.avx2)
+                done = EncodeRows420AVX2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1);
+            // chroma bytes of the pixels done: pairs interleaved, or a plane each
+            int c = nv ? done : done / 2;
+            done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
+                                      y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
+        }
         for (int r = 0; r < 2; ++r) {
             BYTE *yo = r ? y1 : y0;
             const BYTE *p = r ? s1 : s0;
@@ -164,6 +173,7 @@ ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
                j.dst.bits);
     j.vector = j.bpp == 4 && j.dst.bits == 8 && (CpuWord() & 0x40) &&
                (dt == ZVPT_I420 || dt == ZVPT_YV12 || dt == ZVPT_NV12);
+    j.avx2 = j.vector && UseAvx2(CpuWord());
     int groups = (j.dst.height + (1 << j.dst.sy) - 1) >> j.dst.sy;
     ForRanges(groups, s.threads, (LONGLONG)j.dst.width << j.dst.sy, j.vector ? RunGroupsVector : RunGroups, &j);
     return S_OK;

@@ -70,6 +70,7 @@ struct Job {
     BYTE lut[256];
     bool useLut;
     int pairs;   // pixels the planes' own vector body may take from x0
+    bool avx2;
 };
 
 void RunRows(void *ctx, int first, int end)
@@ -86,7 +87,12 @@ void RunRows(void *ctx, int first, int end)
             DecodeRowFloat(j.dec, y, u, v, j.w, (float *)out, j.gamma);
             continue;
         }
-        int done = j.pairs ? DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba) : 0;
+        int done = 0;
+        if (j.pairs) {
+            if (j.avx2)
+                done = DecodePairsAVX2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba);
+            done += DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0 + done, j.pairs - done, out + 4 * done, j.rgba);
+        }
         if (done < j.w) {
             FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
             j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
@@ -163,6 +169,7 @@ ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int d
         j->pairs = w < chromaPixels ? w : chromaPixels;
         if (j->pairs < 0)
             j->pairs = 0;
+        j->avx2 = UseAvx2(CpuWord());
     }
     j->dst = out;
     j->dstStep = stride;
