@@ -82,6 +82,36 @@ int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n
 int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep);
 
+// A YUV to RGB call's checked shape: source, coefficients, the part of the
+// source taken (x0, y0, w, h) and the destination's top row and step.
+struct DecodePlan {
+    Frame src;
+    Decode dec;
+    BYTE *dst;
+    LONG_PTR dstStep;
+    int x0, y0, w, h;
+    bool rgba, toFloat;
+    double gamma;   // ratio, 1.0 for none
+};
+// S_OK, S_FALSE for nothing to do, or the failure of ZvYUV_YUVToRGB.
+HRESULT PlanDecode(DecodePlan *p, const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                   const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
+                   const RECT *rect, const ZVYUVSETTINGS *settings);
+void GammaTable(double ratio, BYTE lut[256]);
+
+// An RGB to YUV call's checked shape: destination, coefficients, the top
+// source row and its step, bytes a pixel and the offsets of red and blue.
+struct EncodePlan {
+    Frame dst;
+    Encode enc;
+    const BYTE *src;
+    LONG_PTR srcStep;
+    int bpp, ir, ib;
+};
+HRESULT PlanEncode(EncodePlan *p, const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                   const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
+                   const ZVYUVSETTINGS *settings);
+
 // Runs body(first, end) over [0, count) in static ranges across worker
 // threads; threads 1 or small counts run on the calling thread.
 void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
