@@ -14,59 +14,67 @@ namespace zvyuv {
 
 namespace {
 
+// Each 32-bit lane holds a pixel pair: luma words (Y0, Y1) in one vector,
+// the pair's chroma words (U, V) in another. Products come from madd with a
+// zero partner word, so no lane ever changes place until the pixels are
+// put together; the even and odd pixels of each pair run side by side.
+inline __m256i pair(int a, int b)
+{
+    return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
+}
+
 struct Consts {
-    __m256i one, yoff, mid, kR, kB, kG, kG2, rnd, alpha;
+    __m256i yoff, mid, kYe, kYo, kR, kG, kB, rnd, lo8, alpha;
     __m128i sh;
     explicit Consts(const Decode &d)
     {
-        one = _mm256_set1_epi16(1);
         yoff = _mm256_set1_epi16((short)d.yoff);
         mid = _mm256_set1_epi16((short)d.mid);
-        kR = _mm256_unpacklo_epi16(_mm256_set1_epi16((short)d.cy), _mm256_set1_epi16((short)d.crv));
-        kB = _mm256_unpacklo_epi16(_mm256_set1_epi16((short)d.cy), _mm256_set1_epi16((short)d.cbu));
-        kG = _mm256_unpacklo_epi16(_mm256_set1_epi16((short)d.cy), _mm256_set1_epi16((short)d.cgu));
-        kG2 = _mm256_unpacklo_epi16(_mm256_set1_epi16((short)d.cgv), _mm256_set1_epi16((short)(1 << (d.shift - 1))));
+        kYe = pair(d.cy, 0);
+        kYo = pair(0, d.cy);
+        kR = pair(0, d.crv);
+        kG = pair(d.cgu, d.cgv);
+        kB = pair(d.cbu, 0);
         rnd = _mm256_set1_epi32(1 << (d.shift - 1));
-        alpha = _mm256_set1_epi8((char)0xFF);
+        lo8 = _mm256_set1_epi32(255);
+        alpha = _mm256_set1_epi32((int)0xFF000000u);
         sh = _mm_cvtsi32_si128(d.shift);
     }
 };
 
-// Sixteen pixels from 16-bit samples in pixel order. The in-lane unpacks and
-// packs undo each other, so the channel words come out in pixel order too.
-inline void Emit16(const Consts &k, __m256i Y, __m256i U, __m256i V, BYTE *dst, bool rgbaOrder)
+inline __m256i Clamp8(const Consts &k, __m256i v)
 {
-    Y = _mm256_sub_epi16(Y, k.yoff);
-    U = _mm256_sub_epi16(U, k.mid);
-    V = _mm256_sub_epi16(V, k.mid);
-    __m256i yvL = _mm256_unpacklo_epi16(Y, V), yvH = _mm256_unpackhi_epi16(Y, V);
-    __m256i yuL = _mm256_unpacklo_epi16(Y, U), yuH = _mm256_unpackhi_epi16(Y, U);
-    __m256i v1L = _mm256_unpacklo_epi16(V, k.one), v1H = _mm256_unpackhi_epi16(V, k.one);
-    __m256i rL = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yvL, k.kR), k.rnd), k.sh);
-    __m256i rH = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yvH, k.kR), k.rnd), k.sh);
-    __m256i bL = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yuL, k.kB), k.rnd), k.sh);
-    __m256i bH = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yuH, k.kB), k.rnd), k.sh);
-    __m256i gL = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yuL, k.kG), _mm256_madd_epi16(v1L, k.kG2)), k.sh);
-    __m256i gH = _mm256_sra_epi32(_mm256_add_epi32(_mm256_madd_epi16(yuH, k.kG), _mm256_madd_epi16(v1H, k.kG2)), k.sh);
-    // per lane: eight pixels' bytes in the low half
-    __m256i R = _mm256_packus_epi16(_mm256_packs_epi32(rL, rH), _mm256_setzero_si256());
-    __m256i G = _mm256_packus_epi16(_mm256_packs_epi32(gL, gH), _mm256_setzero_si256());
-    __m256i B = _mm256_packus_epi16(_mm256_packs_epi32(bL, bH), _mm256_setzero_si256());
+    return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), k.lo8);
+}
+
+// One pixel of each pair as B, G, R, A bytes (rgbaOrder: R, G, B, A).
+inline __m256i Pixels(const Consts &k, __m256i ys, __m256i r, __m256i g, __m256i b, bool rgbaOrder)
+{
+    __m256i R = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, r), k.sh));
+    __m256i G = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, g), k.sh));
+    __m256i B = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, b), k.sh));
     if (rgbaOrder) {
         __m256i t = R;
         R = B;
         B = t;
     }
-    __m256i bg = _mm256_unpacklo_epi8(B, G), ra = _mm256_unpacklo_epi8(R, k.alpha);
-    __m256i lo = _mm256_unpacklo_epi16(bg, ra), hi = _mm256_unpackhi_epi16(bg, ra);
-    _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
-    _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
+    return _mm256_or_si256(_mm256_or_si256(B, _mm256_slli_epi32(G, 8)),
+                           _mm256_or_si256(_mm256_slli_epi32(R, 16), k.alpha));
 }
 
-inline void SplitPairs(__m256i uv, __m256i *U, __m256i *V)
+// Sixteen pixels: Y as pairs of luma words, UV as pairs of chroma words.
+inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaOrder)
 {
-    *U = _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(uv, _MM_SHUFFLE(2, 2, 0, 0)), _MM_SHUFFLE(2, 2, 0, 0));
-    *V = _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(uv, _MM_SHUFFLE(3, 3, 1, 1)), _MM_SHUFFLE(3, 3, 1, 1));
+    Y = _mm256_sub_epi16(Y, k.yoff);
+    UV = _mm256_sub_epi16(UV, k.mid);
+    __m256i r = _mm256_madd_epi16(UV, k.kR), g = _mm256_madd_epi16(UV, k.kG), b = _mm256_madd_epi16(UV, k.kB);
+    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.rnd);
+    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.rnd);
+    __m256i pe = Pixels(k, ye, r, g, b, rgbaOrder), po = Pixels(k, yo, r, g, b, rgbaOrder);
+    // per lane: pixels 0-3 and 4-7 of the lane's eight
+    __m256i lo = _mm256_unpacklo_epi32(pe, po), hi = _mm256_unpackhi_epi32(pe, po);
+    _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
+    _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
 }
 
 inline __m256i Bytes16(const BYTE *p)
@@ -82,13 +90,14 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8) {
+        // a pair's four bytes: luma in one byte of each word, chroma in the other
         const __m256i low = _mm256_set1_epi16(0xFF);
         const BYTE *p = py + 2 * x0;
         for (; i + 16 <= n; i += 16) {
-            __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i)), U, V;
+            __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
             __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
-            SplitPairs(f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low), &U, &V);
-            Emit16(k, Y, U, V, dst + 4 * i, rgbaOrder);
+            __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
+            Emit16(k, Y, UV, dst + 4 * i, rgbaOrder);
         }
         return i;
     }
@@ -99,11 +108,8 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     py += x0;
     if (f.kind == SEMIPLANAR) {
         pc += x0;
-        for (; i + 16 <= n; i += 16) {
-            __m256i U, V;
-            SplitPairs(Bytes16(pc + i), &U, &V);
-            Emit16(k, Bytes16(py + i), U, V, dst + 4 * i, rgbaOrder);
-        }
+        for (; i + 16 <= n; i += 16)
+            Emit16(k, Bytes16(py + i), Bytes16(pc + i), dst + 4 * i, rgbaOrder);
         return i;
     }
     const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
@@ -111,8 +117,7 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     for (; i + 16 <= n; i += 16) {
         __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
         __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
-        Emit16(k, Bytes16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, u8)),
-               _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(v8, v8)), dst + 4 * i, rgbaOrder);
+        Emit16(k, Bytes16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
     }
     return i;
 }
