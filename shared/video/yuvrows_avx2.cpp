@@ -77,7 +77,7 @@ inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaO
     _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
 }
 
-inline __m256i Bytes16(const BYTE *p)
+inline __m256i Widen16(const BYTE *p)
 {
     return _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)p));
 }
@@ -109,7 +109,7 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     if (f.kind == SEMIPLANAR) {
         pc += x0;
         for (; i + 16 <= n; i += 16)
-            Emit16(k, Bytes16(py + i), Bytes16(pc + i), dst + 4 * i, rgbaOrder);
+            Emit16(k, Widen16(py + i), Widen16(pc + i), dst + 4 * i, rgbaOrder);
         return i;
     }
     const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
@@ -117,37 +117,37 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     for (; i + 16 <= n; i += 16) {
         __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
         __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
-        Emit16(k, Bytes16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
+        Emit16(k, Widen16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
     }
     return i;
 }
 
 namespace {
 
-// Per lane [a0 a1 a2 a3] [b0 b1 b2 b3] to [a0+a1 a2+a3 b0+b1 b2+b3].
-inline __m256i PairSums(__m256i a, __m256i b)
+// Pixels as 32-bit lanes: bytes 0 and 2 as one pair of words, byte 1 (and
+// alpha) as another, so each weighted sum is two madds in pixel order.
+struct Split {
+    __m256i b02, b13;
+    explicit Split(__m256i px)
+        : b02(_mm256_and_si256(px, _mm256_set1_epi32(0x00FF00FF))), b13(_mm256_srli_epi16(px, 8))
+    {
+    }
+};
+
+inline __m256i Dot(const Split &s, __m256i k02, __m256i k13)
 {
-    __m256 x = _mm256_castsi256_ps(a), y = _mm256_castsi256_ps(b);
-    return _mm256_add_epi32(_mm256_castps_si256(_mm256_shuffle_ps(x, y, _MM_SHUFFLE(2, 0, 2, 0))),
-                            _mm256_castps_si256(_mm256_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1))));
+    return _mm256_add_epi32(_mm256_madd_epi16(s.b02, k02), _mm256_madd_epi16(s.b13, k13));
 }
 
-// Weighted sums of the eight pixels of one 32-byte load, in pixel order.
-inline __m256i Dot8(__m256i px, __m256i k)
+// Sixteen 32-bit values (two vectors in order) to sixteen saturated bytes.
+inline __m128i Bytes16(__m256i a, __m256i b)
 {
-    const __m256i zero = _mm256_setzero_si256();
-    return PairSums(_mm256_madd_epi16(_mm256_unpacklo_epi8(px, zero), k),
-                    _mm256_madd_epi16(_mm256_unpackhi_epi8(px, zero), k));
+    __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
+    __m256i x = _mm256_packus_epi16(w, w);
+    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 1, 2, 0)));
 }
 
-inline __m256i Weights(int32_t first, int32_t second, int32_t third)
-{
-    return _mm256_setr_epi16((short)first, (short)second, (short)third, 0, (short)first, (short)second, (short)third,
-                             0, (short)first, (short)second, (short)third, 0, (short)first, (short)second,
-                             (short)third, 0);
-}
-
-// Eight 32-bit values to eight saturated bytes in the low half.
+// Eight 32-bit values in order to eight saturated bytes in the low half.
 inline __m128i Bytes8(__m256i v)
 {
     __m128i w = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
@@ -159,42 +159,38 @@ inline __m128i Bytes8(__m256i v)
 int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep)
 {
-    const __m256i ky = rgbaOrder ? Weights(e.kyr, e.kyg, e.kyb) : Weights(e.kyb, e.kyg, e.kyr);
-    const __m256i ku = rgbaOrder ? Weights(e.kur, e.kug, e.kub) : Weights(e.kub, e.kug, e.kur);
-    const __m256i kv = rgbaOrder ? Weights(e.kvr, e.kvg, e.kvb) : Weights(e.kvb, e.kvg, e.kvr);
+    // weights of bytes 0 and 2, and of byte 1 (alpha weighs nothing)
+    const __m256i ky02 = rgbaOrder ? pair(e.kyr, e.kyb) : pair(e.kyb, e.kyr), ky13 = pair(e.kyg, 0);
+    const __m256i ku02 = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur), ku13 = pair(e.kug, 0);
+    const __m256i kv02 = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr), kv13 = pair(e.kvg, 0);
     const __m256i yr = _mm256_set1_epi32(8192), yoff = _mm256_set1_epi32(e.yoff);
-    const __m256i cr = _mm256_set1_epi32(1 << 15), mid = _mm256_set1_epi32(e.mid), zero = _mm256_setzero_si256();
+    const __m256i cr = _mm256_set1_epi32(1 << 15), mid = _mm256_set1_epi32(e.mid);
     int i = 0;
     for (; i + 16 <= n; i += 16) {
-        __m256i a0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i));
-        __m256i b0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32));
-        __m256i a1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i));
-        __m256i b1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32));
+        Split a0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i)));
+        Split b0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32)));
+        Split a1(_mm256_loadu_si256((const __m256i *)(row1 + 4 * i)));
+        Split b1(_mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32)));
+        const Split *rows[2][2] = {{&a0, &b0}, {&a1, &b1}};
         BYTE *outs[2] = {y0, y1};
-        __m256i rows[2][2] = {{a0, b0}, {a1, b1}};
         for (int r = 0; r < 2; ++r) {
             if (!outs[r])
                 continue;
-            __m256i lo = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot8(rows[r][0], ky), yr), 14), yoff);
-            __m256i hi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot8(rows[r][1], ky), yr), 14), yoff);
-            _mm_storeu_si128((__m128i *)(outs[r] + i), _mm_unpacklo_epi64(Bytes8(lo), Bytes8(hi)));
+            __m256i lo = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][0], ky02, ky13), yr), 14), yoff);
+            __m256i hi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][1], ky02, ky13), yr), 14), yoff);
+            _mm_storeu_si128((__m128i *)(outs[r] + i), Bytes16(lo, hi));
         }
-        // block sums per lane as the SSE2 body forms them; the lanes give
-        // chroma 0 1 4 5 | 2 3 6 7, put back in order after the sums
-        __m256i sa = _mm256_add_epi16(_mm256_unpacklo_epi8(a0, zero), _mm256_unpacklo_epi8(a1, zero));
-        __m256i sa2 = _mm256_add_epi16(_mm256_unpackhi_epi8(a0, zero), _mm256_unpackhi_epi8(a1, zero));
-        __m256i sb = _mm256_add_epi16(_mm256_unpacklo_epi8(b0, zero), _mm256_unpacklo_epi8(b1, zero));
-        __m256i sb2 = _mm256_add_epi16(_mm256_unpackhi_epi8(b0, zero), _mm256_unpackhi_epi8(b1, zero));
-        __m256i pa = _mm256_unpacklo_epi64(_mm256_add_epi16(sa, _mm256_srli_si256(sa, 8)),
-                                           _mm256_add_epi16(sa2, _mm256_srli_si256(sa2, 8)));
-        __m256i pb = _mm256_unpacklo_epi64(_mm256_add_epi16(sb, _mm256_srli_si256(sb, 8)),
-                                           _mm256_add_epi16(sb2, _mm256_srli_si256(sb2, 8)));
-        __m256i U = _mm256_add_epi32(
-            _mm256_srai_epi32(_mm256_add_epi32(PairSums(_mm256_madd_epi16(pa, ku), _mm256_madd_epi16(pb, ku)), cr), 16),
-            mid);
-        __m256i V = _mm256_add_epi32(
-            _mm256_srai_epi32(_mm256_add_epi32(PairSums(_mm256_madd_epi16(pa, kv), _mm256_madd_epi16(pb, kv)), cr), 16),
-            mid);
+        // columns summed over the two rows (words stay below 511), weighed,
+        // then neighbouring columns added: per lane chroma 0 1 4 5 | 2 3 6 7
+        Split sa = a0, sb = b0;
+        sa.b02 = _mm256_add_epi16(a0.b02, a1.b02);
+        sa.b13 = _mm256_add_epi16(a0.b13, a1.b13);
+        sb.b02 = _mm256_add_epi16(b0.b02, b1.b02);
+        sb.b13 = _mm256_add_epi16(b0.b13, b1.b13);
+        __m256i U = _mm256_hadd_epi32(Dot(sa, ku02, ku13), Dot(sb, ku02, ku13));
+        __m256i V = _mm256_hadd_epi32(Dot(sa, kv02, kv13), Dot(sb, kv02, kv13));
+        U = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(U, cr), 16), mid);
+        V = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(V, cr), 16), mid);
         __m128i U8 = Bytes8(_mm256_permute4x64_epi64(U, _MM_SHUFFLE(3, 1, 2, 0)));
         __m128i V8 = Bytes8(_mm256_permute4x64_epi64(V, _MM_SHUFFLE(3, 1, 2, 0)));
         if (uvStep == 1) {
