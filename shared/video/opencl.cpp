@@ -179,4 +179,35 @@ void Release(Family *f)
     CloseIfUnused();
 }
 
+cl_mem Buffers::Add(uint64_t flags, size_t size, const void *host)
+{
+    cl_int err = 0;
+    cl_mem m = g_api.CreateBuffer(g_context, flags | (host ? (uint64_t)CL_MEM_COPY_HOST_PTR : 0), size ? size : 1,
+                                  (void *)host, &err);
+    if (m && count < 8)
+        mem[count++] = m;
+    return m;
+}
+
+Buffers::~Buffers()
+{
+    for (int i = 0; i < count; ++i)
+        g_api.ReleaseMemObject(mem[i]);
+}
+
+HRESULT Run(cl_kernel k, const Arg *args, int n, size_t gx, size_t gy)
+{
+    for (int i = 0; i < n; ++i)
+        if (g_api.SetKernelArg(k, i, args[i].size, args[i].value) != 0)
+            return E_FAIL;
+    size_t grid[2] = {gx, gy};
+    return g_api.EnqueueNDRangeKernel(g_queue, k, 2, nullptr, grid, nullptr, 0, nullptr, nullptr) == 0 ? S_OK
+                                                                                                         : E_FAIL;
+}
+
+HRESULT Read(cl_mem m, size_t size, void *dst)
+{
+    return g_api.EnqueueReadBuffer(g_queue, m, 1, 0, size, dst, 0, nullptr, nullptr) == 0 ? S_OK : E_FAIL;
+}
+
 } // namespace zvocl

@@ -67,4 +67,22 @@ const Api &Calls();
 cl_context Context();
 cl_command_queue Queue();
 
+// Buffers of one call on the shared context, released together; a host
+// block is copied in when given.
+struct Buffers {
+    cl_mem mem[8];
+    int count = 0;
+    cl_mem Add(uint64_t flags, size_t size, const void *host);
+    ~Buffers();
+};
+
+// Runs kernel over a 2-D grid with its arguments in order, and reads a
+// buffer back (blocking).
+struct Arg {
+    size_t size;
+    const void *value;
+};
+HRESULT Run(cl_kernel k, const Arg *args, int n, size_t gx, size_t gy);
+HRESULT Read(cl_mem m, size_t size, void *dst);
+
 } // namespace zvocl

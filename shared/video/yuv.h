@@ -55,7 +55,8 @@ ZVAPI HRESULT ZvYUV_YUVToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
 
 // OpenCL forms through the public API, opencl.dll loaded at run time.
 // Initialize builds the family's kernels on the first device found (context
-// is reserved and may be null; log receives a failed build's log):
+// is reserved and may be null; log, ZVOPENCLLOG of video/dib.h, receives a
+// failed build's log):
 // HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND) where no OpenCL is installed,
 // 0x8004E01B without a device or when the build fails. The _OCL forms take
 // the plain forms' arguments and give their results bit for bit, for 8-bit
@@ -63,7 +64,6 @@ ZVAPI HRESULT ZvYUV_YUVToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
 // 4:2:0 ones); other layouts 0x8004E000, and before Initialize (or after
 // Shutdown) HRESULT_FROM_WIN32(ERROR_INVALID_STATE). The plain forms work
 // whatever happened here.
-typedef void(CALLBACK *ZVOPENCLLOG)(const char *text);
 ZVAPI HRESULT YUV_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
 ZVAPI HRESULT YUV_OpenCL_Shutdown();
 ZVAPI HRESULT ZvYUV_YUVToRGB_OCL(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,

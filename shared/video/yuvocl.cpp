@@ -112,51 +112,6 @@ __kernel void k2e84a07b(__global const uchar *src, __constant int *e, __constant
 
 Family g_yuv;
 
-HRESULT NotStarted()
-{
-    return HRESULT_FROM_WIN32(ERROR_INVALID_STATE);
-}
-
-// Buffers of one call, released together.
-struct Buffers {
-    cl_mem mem[8];
-    int count = 0;
-    cl_mem Add(uint64_t flags, size_t size, const void *host)
-    {
-        cl_int err = 0;
-        cl_mem m = Calls().CreateBuffer(Context(), flags | (host ? (uint64_t)CL_MEM_COPY_HOST_PTR : 0), size ? size : 1,
-                                        (void *)host, &err);
-        if (m)
-            mem[count++] = m;
-        return m;
-    }
-    ~Buffers()
-    {
-        for (int i = 0; i < count; ++i)
-            Calls().ReleaseMemObject(mem[i]);
-    }
-};
-
-// Runs kernel over a grid with its arguments (buffers and ints, in order).
-struct Arg {
-    size_t size;
-    const void *value;
-};
-HRESULT Run(cl_kernel k, const Arg *args, int n, size_t gx, size_t gy)
-{
-    for (int i = 0; i < n; ++i)
-        if (Calls().SetKernelArg(k, i, args[i].size, args[i].value) != 0)
-            return E_FAIL;
-    size_t grid[2] = {gx, gy};
-    return Calls().EnqueueNDRangeKernel(Queue(), k, 2, nullptr, grid, nullptr, 0, nullptr, nullptr) == 0 ? S_OK
-                                                                                                           : E_FAIL;
-}
-
-HRESULT Read(cl_mem m, size_t size, void *dst)
-{
-    return Calls().EnqueueReadBuffer(Queue(), m, 1, 0, size, dst, 0, nullptr, nullptr) == 0 ? S_OK : E_FAIL;
-}
-
 HRESULT Decode(const zvyuv::DecodePlan &p)
 {
     const zvyuv::Frame &f = p.src;
@@ -270,7 +225,7 @@ ZVAPI HRESULT ZvYUV_YUVToRGB_OCL(const BITMAPINFOHEADER *dst, void *dstPixels, i
     if (hr != S_OK)
         return FAILED(hr) ? hr : S_OK;
     Lock();
-    hr = g_yuv.program ? Decode(plan) : NotStarted();
+    hr = g_yuv.program ? Decode(plan) : HRESULT_FROM_WIN32(ERROR_INVALID_STATE);
     Unlock();
     return hr;
 }
@@ -284,7 +239,7 @@ ZVAPI HRESULT ZvYUV_RGBToYUV_OCL(const BITMAPINFOHEADER *src, const void *srcPix
     if (FAILED(hr))
         return hr;
     Lock();
-    hr = g_yuv.program ? Encode(plan) : NotStarted();
+    hr = g_yuv.program ? Encode(plan) : HRESULT_FROM_WIN32(ERROR_INVALID_STATE);
     Unlock();
     return hr;
 }

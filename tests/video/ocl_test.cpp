@@ -85,6 +85,19 @@ TEST(YuvOpenCL, WithoutAndWithARuntime)
     std::vector<BYTE> p010 = Frame(ZVPT_P010, 16, 8, 3);
     EXPECT_EQ(ZvYUV_YUVToRGB_OCL(H(bgra), nullptr, 0, H(p010), nullptr, nullptr, nullptr, nullptr),
               ZVERR_UNSUPPORTED_MEDIA);
+    // the copy family shares the context: it outlives the YUV family's end
+    ASSERT_EQ(DibCopy_OpenCL_Initialize(nullptr, Log), S_OK);
     EXPECT_EQ(YUV_OpenCL_Shutdown(), S_OK);
     EXPECT_EQ(ZvYUV_YUVToRGB_OCL(H(bgra), nullptr, 0, H(i420), nullptr, nullptr, nullptr, nullptr), notStarted);
+    for (ZVPIXELTYPE t : {ZVPT_BGR24, ZVPT_BGRA32, ZVPT_RGBA32, ZVPT_RGBA64, ZVPT_RGBAF})
+        for (auto &sz : sizes) {
+            SCOPED_TRACE(testing::Message() << "swap " << t << " " << sz[0] << "x" << sz[1]);
+            std::vector<BYTE> want = Frame(t, sz[0], sz[1], sz[0] ^ t), got = want;
+            ASSERT_EQ(ZvDibSwapRB(H(want), nullptr, 0), S_OK);
+            ASSERT_EQ(ZvDibSwapRB_OCL(H(got), nullptr, 0), S_OK);
+            EXPECT_TRUE(want == got);
+        }
+    EXPECT_EQ(ZvDibSwapRB_OCL(H(i420), nullptr, 0), E_NOTIMPL);
+    EXPECT_EQ(DibCopy_OpenCL_Shutdown(), S_OK);
+    EXPECT_EQ(ZvDibSwapRB_OCL(H(bgra), nullptr, 0), notStarted);
 }
