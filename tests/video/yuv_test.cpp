@@ -294,11 +294,15 @@ TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
                     Frame want = Make(t, sz[0], abs(sz[1]), 1), got = Make(t, sz[0], abs(sz[1]), 1);
                     ZVYUVSETTINGS s = {};
                     s.limited = limited;
+                    // limited range reads its pixels at an odd address and stride
+                    int stride = limited ? sz[0] * 4 + 5 : 0;
+                    Frame padded = Make(ZVPT_GREY8, stride + 1, abs(sz[1]) + 1, sz[0]);
+                    const BYTE *px = limited ? padded.image() + 1 : nullptr;
                     ZvVideo_SetKernelOverride(0, 1);
-                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, want.h(), nullptr, nullptr, &s), S_OK);
+                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, want.h(), nullptr, nullptr, &s), S_OK);
                     for (DWORD word : kVectorWords) {
                         ZvVideo_SetKernelOverride(word, 0);
-                        ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
+                        ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, got.h(), nullptr, nullptr, &s), S_OK);
                         EXPECT_EQ(want.mem, got.mem) << std::hex << word;
                     }
                 }
