@@ -113,6 +113,8 @@ typedef void(CALLBACK *ZVOPENCLLOG)(const char *text);
 ZVAPI HRESULT DibCopy_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
 ZVAPI HRESULT DibCopy_OpenCL_Shutdown();
 ZVAPI HRESULT ZvDibSwapRB_OCL(const BITMAPINFOHEADER *frame, void *pixels, int stride);
+ZVAPI HRESULT ZvDibFadeToColorOCL(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color,
+                                  DWORD flags, float amount);
 ZVAPI HRESULT ZvDibGetPixel(const BITMAPINFOHEADER *frame, const void *pixels, POINT pos, DWORD *color);
 ZVAPI HRESULT ZvDibSetPixel(const BITMAPINFOHEADER *frame, void *pixels, POINT pos, DWORD color);
 // Blends towards color by amount (0 leaves, 1 gives the colour).

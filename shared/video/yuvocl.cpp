@@ -203,7 +203,7 @@ ZVAPI HRESULT YUV_OpenCL_Initialize(const void *context, ZVOPENCLLOG log)
 {
     (void)context;   // the shared context serves every family
     Lock();
-    HRESULT hr = Build(&g_yuv, kSource, kNames, 2, log);
+    HRESULT hr = Build(&g_yuv, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
     Unlock();
     return hr;
 }

@@ -98,6 +98,27 @@ TEST(YuvOpenCL, WithoutAndWithARuntime)
             EXPECT_TRUE(want == got);
         }
     EXPECT_EQ(ZvDibSwapRB_OCL(H(i420), nullptr, 0), E_NOTIMPL);
+    // fades: whole frames and clipped rectangles, alpha kept or not, amounts
+    // beyond 0..1; the float frame's sums in the plain order, unfused
+    RECT part = {-3, 2, 20, 200};
+    for (ZVPIXELTYPE t : {ZVPT_BGRA32, ZVPT_RGBA32, ZVPT_RGBAF})
+        for (auto &sz : sizes)
+            for (float amount : {-0.5f, 0.3f, 0.77f, 1.5f}) {
+                SCOPED_TRACE(testing::Message() << "fade " << t << " " << sz[0] << "x" << sz[1] << " " << amount);
+                std::vector<BYTE> want = Frame(t, sz[0], sz[1], sz[0] ^ t), got = want;
+                if (t == ZVPT_RGBAF)   // floats of 0..1 (random bits would be NaNs and more)
+                    for (size_t i = sizeof(BITMAPINFOHEADER); i + 4 <= want.size(); i += 4) {
+                        float v = want[i] / 255.f + want[i + 1] / 65536.f;
+                        memcpy(&want[i], &v, 4);
+                        memcpy(&got[i], &v, 4);
+                    }
+                const RECT *rect = amount > 0.5f ? &part : nullptr;
+                DWORD flags = amount < 0.5f ? 1 : 0;
+                ASSERT_EQ(ZvDibFadeToColor(H(want), nullptr, rect, 0x80FF4010, flags, amount), S_OK);
+                ASSERT_EQ(ZvDibFadeToColorOCL(H(got), nullptr, rect, 0x80FF4010, flags, amount), S_OK);
+                EXPECT_TRUE(want == got);
+            }
+    EXPECT_EQ(ZvDibFadeToColorOCL(H(i420), nullptr, nullptr, 0, 0, 0.5f), E_NOTIMPL);
     EXPECT_EQ(DibCopy_OpenCL_Shutdown(), S_OK);
     EXPECT_EQ(ZvDibSwapRB_OCL(H(bgra), nullptr, 0), notStarted);
 }
