@@ -86,21 +86,14 @@ HRESULT InPlace(BYTE *top, LONG_PTR step, int x0, int y0, int w, int h, int bpp,
 
 } // namespace
 
-ZVAPI HRESULT DibCopy_OpenCL_Initialize(const void *context, ZVOPENCLLOG log)
+ZVAPI HRESULT DibCopy_OpenCL_Initialize(const void *, ZVOPENCLLOG log)
 {
-    (void)context;
-    Lock();
-    HRESULT hr = Build(&g_copy, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
-    Unlock();
-    return hr;
+    return Start(&g_copy, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
 }
 
 ZVAPI HRESULT DibCopy_OpenCL_Shutdown()
 {
-    Lock();
-    Release(&g_copy);
-    Unlock();
-    return S_OK;
+    return Stop(&g_copy);
 }
 
 ZVAPI HRESULT ZvDibSwapRB_OCL(const BITMAPINFOHEADER *frame, void *pixels, int stride)
@@ -108,7 +101,7 @@ ZVAPI HRESULT ZvDibSwapRB_OCL(const BITMAPINFOHEADER *frame, void *pixels, int s
     if (!frame)
         return E_INVALIDARG;
     ZVPIXELTYPE t = ZvGetPixelType(frame);
-    int size = t == 27 || t == 28 || t == 29 ? 1 : t == 31 ? 2 : t == 32 ? 4 : 0;
+    int size = zvdib::SwapSize(t);
     if (!size)
         return E_NOTIMPL;
     BYTE *top;

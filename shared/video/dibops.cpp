@@ -289,12 +289,17 @@ ZVAPI HRESULT ZvDibFlip(const BITMAPINFOHEADER *frame, void *pixels, int stride,
     return S_OK;
 }
 
+int zvdib::SwapSize(ZVPIXELTYPE t)
+{
+    return t == 27 || t == 28 || t == 29 ? 1 : t == 31 ? 2 : t == 32 ? 4 : 0;
+}
+
 ZVAPI HRESULT ZvDibSwapRB(const BITMAPINFOHEADER *frame, void *pixels, int stride)
 {
     if (!frame)
         return E_INVALIDARG;
     ZVPIXELTYPE t = ZvGetPixelType(frame);
-    int size = t == 27 || t == 28 || t == 29 ? 1 : t == 31 ? 2 : t == 32 ? 4 : 0;
+    int size = SwapSize(t);
     if (!size)
         return E_NOTIMPL;
     struct Ctx {

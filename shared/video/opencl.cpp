@@ -179,6 +179,23 @@ void Release(Family *f)
     CloseIfUnused();
 }
 
+HRESULT Start(Family *f, const char *source, const char *const *names, int count,
+              void(CALLBACK *log)(const char *text))
+{
+    Lock();
+    HRESULT hr = Build(f, source, names, count, log);
+    Unlock();
+    return hr;
+}
+
+HRESULT Stop(Family *f)
+{
+    Lock();
+    Release(f);
+    Unlock();
+    return S_OK;
+}
+
 cl_mem Buffers::Add(uint64_t flags, size_t size, const void *host)
 {
     cl_int err = 0;

@@ -63,6 +63,10 @@ HRESULT Build(Family *f, const char *source, const char *const *names, int count
               void(CALLBACK *log)(const char *text));
 // Releases f's kernels and program; the context goes with the last family.
 void Release(Family *f);
+// Build and Release under the lock, for a family's _Initialize and _Shutdown.
+HRESULT Start(Family *f, const char *source, const char *const *names, int count,
+              void(CALLBACK *log)(const char *text));
+HRESULT Stop(Family *f);
 const Api &Calls();
 cl_context Context();
 cl_command_queue Queue();

@@ -199,21 +199,15 @@ HRESULT Encode(const zvyuv::EncodePlan &p)
 
 } // namespace
 
-ZVAPI HRESULT YUV_OpenCL_Initialize(const void *context, ZVOPENCLLOG log)
+// the context argument is reserved: the shared context serves every family
+ZVAPI HRESULT YUV_OpenCL_Initialize(const void *, ZVOPENCLLOG log)
 {
-    (void)context;   // the shared context serves every family
-    Lock();
-    HRESULT hr = Build(&g_yuv, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
-    Unlock();
-    return hr;
+    return Start(&g_yuv, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
 }
 
 ZVAPI HRESULT YUV_OpenCL_Shutdown()
 {
-    Lock();
-    Release(&g_yuv);
-    Unlock();
-    return S_OK;
+    return Stop(&g_yuv);
 }
 
 ZVAPI HRESULT ZvYUV_YUVToRGB_OCL(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
