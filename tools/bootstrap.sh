@@ -43,6 +43,8 @@ cmd:exiftool                                    libimage-exiftool-perl
 file:/usr/include/libyuv.h                      libyuv-dev
 pc:libswscale                                   libswscale-dev
 cmd:ffmpeg                                      ffmpeg
+file:/usr/lib/x86_64-linux-gnu/libOpenCL.so.1   ocl-icd-libopencl1
+file:/etc/OpenCL/vendors/pocl.icd               pocl-opencl-icd
 '
 
 missing=""

@@ -106,6 +106,15 @@ ZVAPI HRESULT ZvDibFillRectChannel(const BITMAPINFOHEADER *frame, void *pixels, 
 #define ZVDIBFLIP_HORIZONTAL 0x2
 ZVAPI HRESULT ZvDibFlip(const BITMAPINFOHEADER *frame, void *pixels, int stride, DWORD flags);
 ZVAPI HRESULT ZvDibSwapRB(const BITMAPINFOHEADER *frame, void *pixels, int stride);
+// OpenCL forms of the copy family (opencl.dll loaded at run time; see
+// YUV_OpenCL_Initialize in video/yuv.h for the codes): results equal to the
+// plain forms; HRESULT_FROM_WIN32(ERROR_INVALID_STATE) before Initialize.
+typedef void(CALLBACK *ZVOPENCLLOG)(const char *text);
+ZVAPI HRESULT DibCopy_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
+ZVAPI HRESULT DibCopy_OpenCL_Shutdown();
+ZVAPI HRESULT ZvDibSwapRB_OCL(const BITMAPINFOHEADER *frame, void *pixels, int stride);
+ZVAPI HRESULT ZvDibFadeToColorOCL(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color,
+                                  DWORD flags, float amount);
 ZVAPI HRESULT ZvDibGetPixel(const BITMAPINFOHEADER *frame, const void *pixels, POINT pos, DWORD *color);
 ZVAPI HRESULT ZvDibSetPixel(const BITMAPINFOHEADER *frame, void *pixels, POINT pos, DWORD color);
 // Blends towards color by amount (0 leaves, 1 gives the colour).

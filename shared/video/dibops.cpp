@@ -289,12 +289,17 @@ ZVAPI HRESULT ZvDibFlip(const BITMAPINFOHEADER *frame, void *pixels, int stride,
     return S_OK;
 }
 
+int zvdib::SwapSize(ZVPIXELTYPE t)
+{
+    return t == 27 || t == 28 || t == 29 ? 1 : t == 31 ? 2 : t == 32 ? 4 : 0;
+}
+
 ZVAPI HRESULT ZvDibSwapRB(const BITMAPINFOHEADER *frame, void *pixels, int stride)
 {
     if (!frame)
         return E_INVALIDARG;
     ZVPIXELTYPE t = ZvGetPixelType(frame);
-    int size = t == 27 || t == 28 || t == 29 ? 1 : t == 31 ? 2 : t == 32 ? 4 : 0;
+    int size = SwapSize(t);
     if (!size)
         return E_NOTIMPL;
     struct Ctx {
@@ -339,34 +344,45 @@ ZVAPI HRESULT ZvDibSetPixel(const BITMAPINFOHEADER *frame, void *pixels, POINT p
     return ZvDibSet(frame, pixels, 0, &r, color);
 }
 
-ZVAPI HRESULT ZvDibFadeToColor(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color,
-                               DWORD flags, float amount)
+namespace zvdib {
+
+bool ClipRect(const BITMAPINFOHEADER *h, const RECT *rect, RECT *out)
+{
+    return ClipTo(h, rect, out);
+}
+
+HRESULT MakeFade(Fade *k, const BITMAPINFOHEADER *frame, DWORD color, DWORD flags, float amount)
 {
     if (!frame)
         return E_INVALIDARG;
     ZVPIXELTYPE t = ZvGetPixelType(frame);
     if (t != 28 && t != 29 && t != 32)
         return E_NOTIMPL;
-    struct Ctx {
-        ZVPIXELTYPE t;
-        int a;
-        float f;
-        BYTE c[4];
-        float fc[4];
-        int channels;
-    } c = {};
-    c.t = t;
-    c.f = amount < 0.f ? 0.f : amount > 1.f ? 1.f : amount;
-    c.a = (int)(c.f * 65536.f + 0.5f);
-    c.channels = (flags & 1) ? 3 : 4;   // bit 0 leaves alpha
+    memset(k, 0, sizeof(*k));
+    k->t = t;
+    k->f = amount < 0.f ? 0.f : amount > 1.f ? 1.f : amount;
+    k->a = (int)(k->f * 65536.f + 0.5f);
+    k->channels = (flags & 1) ? 3 : 4;   // bit 0 leaves alpha
     BYTE bgra[4] = {(BYTE)color, (BYTE)(color >> 8), (BYTE)(color >> 16), (BYTE)(color >> 24)};
-    for (int k = 0; k < 4; ++k) {
-        int from = t == 28 || k == 3 ? k : 2 - k;   // 29 and 32 keep R, G, B, A
-        c.c[k] = bgra[from];
-        c.fc[k] = bgra[from] / 255.f;
+    for (int i = 0; i < 4; ++i) {
+        int from = t == 28 || i == 3 ? i : 2 - i;   // 29 and 32 keep R, G, B, A
+        k->c[i] = bgra[from];
+        k->fc[i] = bgra[from] / 255.f;
     }
+    return S_OK;
+}
+
+} // namespace zvdib
+
+ZVAPI HRESULT ZvDibFadeToColor(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color,
+                               DWORD flags, float amount)
+{
+    Fade c;
+    HRESULT hr = MakeFade(&c, frame, color, flags, amount);
+    if (FAILED(hr))
+        return hr;
     return ForEachPixelRow(frame, pixels, 0, rect, [](BYTE *row, int x0, int n, void *ctx) {
-        const Ctx &k = *(const Ctx *)ctx;
+        const Fade &k = *(const Fade *)ctx;
         for (int x = x0; x < x0 + n; ++x)
             for (int ch = 0; ch < k.channels; ++ch) {
                 if (k.t == 32) {

@@ -14,4 +14,23 @@ bool CanWrite(ZVPIXELTYPE t);
 void ToBGRA(ZVPIXELTYPE t, const BYTE *row, int x0, int n, const RGBQUAD *pal, int palCount, DWORD *out);
 void FromBGRA(ZVPIXELTYPE t, const DWORD *in, int n, BYTE *row, int x0);
 
+// Bytes of a channel that ZvDibSwapRB swaps for a type; 0 for a type it
+// doesn't take.
+int SwapSize(ZVPIXELTYPE t);
+
+// rect (null: the whole frame) clipped to the frame; false when empty.
+bool ClipRect(const BITMAPINFOHEADER *h, const RECT *rect, RECT *out);
+
+// A fade's settings as ZvDibFadeToColor takes them: the colour in the
+// frame's channel order, the amount clamped and as a 16-bit fraction.
+struct Fade {
+    ZVPIXELTYPE t;
+    int a;
+    float f;
+    BYTE c[4];
+    float fc[4];
+    int channels;
+};
+HRESULT MakeFade(Fade *k, const BITMAPINFOHEADER *frame, DWORD color, DWORD flags, float amount);
+
 } // namespace zvdib

@@ -7,13 +7,9 @@ namespace zvyuv {
 
 namespace {
 
-struct Job {
-    Frame dst;
-    Encode enc;
-    const BYTE *src;
-    LONG_PTR srcStep;   // bytes from one top-down row to the next
-    int bpp, ir, ib;    // bytes a pixel, offsets of red and blue
+struct Job : EncodePlan {
     bool vector;        // 8-bit 4:2:0 planes from 32-bit pixels: the SSE2 body
+    bool avx2;          // and the AVX2 one ahead of it
 };
 
 inline int32_t Clamp(int64_t v, int32_t maxv)
@@ -92,7 +88,15 @@ void RunGroupsVector(void *ctx, int first, int end)
             v = chroma ? f.plane[f.vFirst ? 1 : 2] + (LONG_PTR)g * f.pitch[f.vFirst ? 1 : 2] : scratch[1];
         }
         int n = 2 * f.cw < w ? 2 * f.cw : w;
-        int done = chroma ? EncodeRows420SSE2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1) : 0;
+        int done = 0;
+        if (chroma) {
+            if (j.avx2)
+                done = EncodeRows420AVX2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1);
+            // chroma bytes of the pixels done: pairs interleaved, or a plane each
+            int c = nv ? done : done / 2;
+            done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
+                                      y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
+        }
         for (int r = 0; r < 2; ++r) {
             BYTE *yo = r ? y1 : y0;
             const BYTE *p = r ? s1 : s0;
@@ -122,11 +126,11 @@ void RunGroupsVector(void *ctx, int first, int end)
 
 } // namespace zvyuv
 
-using namespace zvyuv;
+namespace zvyuv {
 
-ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
-                             const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
-                             const ZVYUVSETTINGS *settings)
+HRESULT PlanEncode(EncodePlan *p, const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                   const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
+                   const ZVYUVSETTINGS *settings)
 {
     if (!src || !dst)
         return E_POINTER;
@@ -142,12 +146,11 @@ ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
         return ZVERR_UNSUPPORTED_MEDIA;
     ZVYUVSETTINGS def = {};
     const ZVYUVSETTINGS &s = settings ? *settings : def;
-    Job j;
     const void *image = (dstPlanes && dstPlanes[0]) ? nullptr : (const BYTE *)dst + dst->biSize;
-    if (!Describe(&j.dst, dst, (const void *const *)dstPlanes, dstPitches, image))
+    if (!Describe(&p->dst, dst, (const void *const *)dstPlanes, dstPitches, image))
         return E_INVALIDARG;
     int sh = src->biHeight < 0 ? -src->biHeight : src->biHeight;
-    if (src->biWidth != j.dst.width || sh != j.dst.height)
+    if (src->biWidth != p->dst.width || sh != p->dst.height)
         return E_INVALIDARG;
     const BYTE *in = (const BYTE *)(srcPixels ? srcPixels : ZvDibPixels(src));
     LONG_PTR stride = srcStride ? srcStride : ZvDibStride(src);
@@ -155,16 +158,34 @@ ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
         in += (LONG_PTR)(sh - 1) * stride;
         stride = -stride;
     }
-    j.src = in;
-    j.srcStep = stride;
-    j.bpp = st == ZVPT_BGR24 ? 3 : 4;
-    j.ir = st == ZVPT_RGBA32 ? 0 : 2;
-    j.ib = 2 - j.ir;
-    MakeEncode(&j.enc, ZvYUV_ResolveMatrix(s.selector, j.dst.width, j.dst.height), s.limited && s.mode != 2,
-               j.dst.bits);
+    p->src = in;
+    p->srcStep = stride;
+    p->bpp = st == ZVPT_BGR24 ? 3 : 4;
+    p->ir = st == ZVPT_RGBA32 ? 0 : 2;
+    p->ib = 2 - p->ir;
+    MakeEncode(&p->enc, ZvYUV_ResolveMatrix(s.selector, p->dst.width, p->dst.height), s.limited && s.mode != 2,
+               p->dst.bits);
+    return S_OK;
+}
+
+} // namespace zvyuv
+
+using namespace zvyuv;
+
+ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                             const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
+                             const ZVYUVSETTINGS *settings)
+{
+    Job j;
+    HRESULT hr = PlanEncode(&j, src, srcPixels, srcStride, dst, dstPlanes, dstPitches, settings);
+    if (FAILED(hr))
+        return hr;
+    ZVPIXELTYPE dt = j.dst.type;
     j.vector = j.bpp == 4 && j.dst.bits == 8 && (CpuWord() & 0x40) &&
                (dt == ZVPT_I420 || dt == ZVPT_YV12 || dt == ZVPT_NV12);
+    j.avx2 = j.vector && UseAvx2(CpuWord());
     int groups = (j.dst.height + (1 << j.dst.sy) - 1) >> j.dst.sy;
-    ForRanges(groups, s.threads, (LONGLONG)j.dst.width << j.dst.sy, j.vector ? RunGroupsVector : RunGroups, &j);
+    ForRanges(groups, settings ? settings->threads : 0, (LONGLONG)j.dst.width << j.dst.sy,
+              j.vector ? RunGroupsVector : RunGroups, &j);
     return S_OK;
 }

@@ -4,6 +4,7 @@
 // rectangle repeat its edge pixels.
 #include "video/scale.h"
 #include "video/dibrows.h"
+#include "video/scalerows.h"
 #include "video/yuvrows.h"
 #include <math.h>
 #include <stdlib.h>
@@ -65,6 +66,9 @@ struct Job {
     int ch;
     int lo, hi;   // source pixel columns that may be sampled
     int top, bottom;
+    // AVX2 form (four 8-bit channels): per destination column its taps'
+    // sample offsets into the row of sums and their weights
+    const int *hcol, *hw;
 };
 
 // Source position (fixed point) of the centre of destination pixel i.
@@ -100,6 +104,16 @@ void RunRows(void *ctx, int first, int end)
             wy[k] = j.cubic ? ct.w[fy][k] : (k ? fy : 256 - fy);
             fwy[k] = j.cubic ? ct.f[fy][k] : (k ? fy / 256.f : 1.f - fy / 256.f);
         }
+        BYTE *out = p.dstTop + p.dstStep * dy;
+        if (j.hcol) {
+            const BYTE *rows[4];
+            for (int k = 0; k < taps; ++k)
+                rows[k] = p.srcTop + p.srcStep * ClampI(iy + k, j.top, j.bottom) + j.lo * ch;
+            zvscale::VerticalAVX2(rows, wy, taps, span * ch, acc);
+            zvscale::HorizontalAVX2(acc, j.hcol, j.hw, taps, p.dstX1 - p.dstX0, j.cubic ? 24 : 16,
+                                    out + (LONG_PTR)p.dstX0 * ch);
+            continue;
+        }
         // vertical pass over the sampled columns
         if (isFloat) {
             memset(facc, 0, sizeof(float) * span * ch);
@@ -116,7 +130,6 @@ void RunRows(void *ctx, int first, int end)
                     acc[i] += wy[k] * s[i];
             }
         }
-        BYTE *out = p.dstTop + p.dstStep * dy;
         for (int dx = p.dstX0; dx < p.dstX1; ++dx) {
             int64_t sx = SrcPos(dx, p.dstRect.left, p.srcRect.left, p.scaleX);
             int ix = (int)(sx >> 14) - (j.cubic ? 1 : 0), fx = (int)((sx & (ONE - 1)) >> 6);
@@ -176,14 +189,32 @@ HRESULT Scale(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                     p.srcTop + p.srcStep * (sy + r) + (LONG_PTR)sx * bpp, (size_t)w * bpp);
         return S_OK;
     }
-    Job j = {&p, cubic, Channels(t), 0, 0, 0, 0};
+    Job j = {&p, cubic, Channels(t), 0, 0, 0, 0, nullptr, nullptr};
     if (t == ZVPT_RGBAF)
         j.ch = 4;
     j.lo = p.srcRect.left >> 14;
     j.hi = (p.srcRect.right - 1) >> 14;
     j.top = p.srcRect.top >> 14;
     j.bottom = (p.srcRect.bottom - 1) >> 14;
-    zvyuv::ForRanges(p.dstY1 - p.dstY0, p.threads, (LONGLONG)(p.dstX1 - p.dstX0) * (cubic ? 4 : 2), RunRows, &j);
+    int *table = nullptr;
+    const int n = p.dstX1 - p.dstX0, taps = cubic ? 4 : 2;
+    if ((t == ZVPT_BGRA32 || t == ZVPT_RGBA32) && zvyuv::UseAvx2(zvyuv::CpuWord()) &&
+        (table = (int *)malloc(sizeof(int) * 2 * taps * (size_t)n)) != nullptr) {
+        // the columns' taps once per call rather than once per row
+        const CubicTable &ct = Cubic();
+        for (int x = 0; x < n; ++x) {
+            int64_t sx = SrcPos(p.dstX0 + x, p.dstRect.left, p.srcRect.left, p.scaleX);
+            int ix = (int)(sx >> 14) - (cubic ? 1 : 0), fx = (int)((sx & (ONE - 1)) >> 6);
+            for (int k = 0; k < taps; ++k) {
+                table[x * taps + k] = (ClampI(ix + k, j.lo, j.hi) - j.lo) * 4;
+                table[(n + x) * taps + k] = cubic ? ct.w[fx][k] : (k ? fx : 256 - fx);
+            }
+        }
+        j.hcol = table;
+        j.hw = table + n * taps;
+    }
+    zvyuv::ForRanges(p.dstY1 - p.dstY0, p.threads, (LONGLONG)n * taps, RunRows, &j);
+    free(table);
     return S_OK;
 }
 

@@ -53,6 +53,26 @@ ZVAPI HRESULT ZvYUV_RGBToYUV(const BITMAPINFOHEADER *src, const void *srcPixels,
 ZVAPI HRESULT ZvYUV_YUVToYUV(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                              const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride);
 
+// OpenCL forms through the public API, opencl.dll loaded at run time.
+// Initialize builds the family's kernels on the first device found (context
+// is reserved and may be null; log, ZVOPENCLLOG of video/dib.h, receives a
+// failed build's log):
+// HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND) where no OpenCL is installed,
+// 0x8004E01B without a device or when the build fails. The _OCL forms take
+// the plain forms' arguments and give their results bit for bit, for 8-bit
+// layouts (decode: planar, NV12, YUYV, UYVY to types 28 and 29; encode: the
+// 4:2:0 ones); other layouts 0x8004E000, and before Initialize (or after
+// Shutdown) HRESULT_FROM_WIN32(ERROR_INVALID_STATE). The plain forms work
+// whatever happened here.
+ZVAPI HRESULT YUV_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
+ZVAPI HRESULT YUV_OpenCL_Shutdown();
+ZVAPI HRESULT ZvYUV_YUVToRGB_OCL(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                                 const BITMAPINFOHEADER *src, const void *const srcPlanes[3],
+                                 const int srcPitches[3], const RECT *rect, const ZVYUVSETTINGS *settings);
+ZVAPI HRESULT ZvYUV_RGBToYUV_OCL(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                                 const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
+                                 const ZVYUVSETTINGS *settings);
+
 // For checks: the support word and thread count the pixel kernels use
 // (word 0xFFFFFFFF: the detected one; threads 0: the runtime's choice).
 ZVAPI void ZvVideo_SetKernelOverride(DWORD cpuWord, int threads);

@@ -19,6 +19,14 @@ DWORD CpuWord()
     return g_cpuOverride != 0xFFFFFFFFu ? (g_cpuOverride & ZvGetCPUSupport(0)) : ZvGetCPUSupport(0);
 }
 
+bool UseAvx2(DWORD cpuWord)
+{
+    // the word has one bit for the wide unit; AVX2 itself is asked of the
+    // processor (the compiler's check includes the system's register saving)
+    static const bool has = (__builtin_cpu_init(), __builtin_cpu_supports("avx2") != 0);
+    return (cpuWord & 0x840) == 0x840 && has;
+}
+
 bool Describe(Frame *f, const BITMAPINFOHEADER *h, const void *const planes[3], const int pitches[3],
               const void *image)
 {

@@ -57,6 +57,8 @@ void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const in
 // while the row's chroma lasts; returns how many (the rest is the caller's).
 int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
 bool HasPairsBody(const Frame &f);
+// The same sixteen pixels a step (AVX2); the rest is left as above.
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
 // The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 
@@ -76,6 +78,40 @@ void MakeEncode(Encode *e, int standard, bool limited, int bits);
 int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep);
 
+// The same sixteen pixels a step (AVX2).
+int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
+                      BYTE *y1, BYTE *u, BYTE *v, int uvStep);
+
+// A YUV to RGB call's checked shape: source, coefficients, the part of the
+// source taken (x0, y0, w, h) and the destination's top row and step.
+struct DecodePlan {
+    Frame src;
+    Decode dec;
+    BYTE *dst;
+    LONG_PTR dstStep;
+    int x0, y0, w, h;
+    bool rgba, toFloat;
+    double gamma;   // ratio, 1.0 for none
+};
+// S_OK, S_FALSE for nothing to do, or the failure of ZvYUV_YUVToRGB.
+HRESULT PlanDecode(DecodePlan *p, const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                   const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
+                   const RECT *rect, const ZVYUVSETTINGS *settings);
+void GammaTable(double ratio, BYTE lut[256]);
+
+// An RGB to YUV call's checked shape: destination, coefficients, the top
+// source row and its step, bytes a pixel and the offsets of red and blue.
+struct EncodePlan {
+    Frame dst;
+    Encode enc;
+    const BYTE *src;
+    LONG_PTR srcStep;
+    int bpp, ir, ib;
+};
+HRESULT PlanEncode(EncodePlan *p, const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                   const BITMAPINFOHEADER *dst, void *const dstPlanes[3], const int dstPitches[3],
+                   const ZVYUVSETTINGS *settings);
+
 // Runs body(first, end) over [0, count) in static ranges across worker
 // threads; threads 1 or small counts run on the calling thread.
 void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
@@ -84,5 +120,7 @@ void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *
 // The support word the conversions consult, and an override for checks
 // (0xFFFFFFFF restores the detected word).
 DWORD CpuWord();
+// The AVX2 bodies: the word's AVX bit (0x800) and a processor that has AVX2.
+bool UseAvx2(DWORD cpuWord);
 
 } // namespace zvyuv

@@ -70,6 +70,7 @@ struct Job {
     BYTE lut[256];
     bool useLut;
     int pairs;   // pixels the planes' own vector body may take from x0
+    bool avx2;
 };
 
 void RunRows(void *ctx, int first, int end)
@@ -86,7 +87,12 @@ void RunRows(void *ctx, int first, int end)
             DecodeRowFloat(j.dec, y, u, v, j.w, (float *)out, j.gamma);
             continue;
         }
-        int done = j.pairs ? DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba) : 0;
+        int done = 0;
+        if (j.pairs) {
+            if (j.avx2)
+                done = DecodePairsAVX2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba);
+            done += DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0 + done, j.pairs - done, out + 4 * done, j.rgba);
+        }
         if (done < j.w) {
             FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
             j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
@@ -103,11 +109,11 @@ void RunRows(void *ctx, int first, int end)
 
 } // namespace zvyuv
 
-using namespace zvyuv;
+namespace zvyuv {
 
-ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
-                             const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
-                             const RECT *rect, const ZVYUVSETTINGS *settings)
+HRESULT PlanDecode(DecodePlan *p, const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                   const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
+                   const RECT *rect, const ZVYUVSETTINGS *settings)
 {
     if (!dst || !src)
         return E_POINTER;
@@ -122,14 +128,9 @@ ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int d
     if (s.mode < 0 || s.mode > 3)
         return E_INVALIDARG;
     const void *image = (srcPlanes && srcPlanes[0]) ? nullptr : (const BYTE *)src + src->biSize;
-    Job *j = (Job *)calloc(1, sizeof(Job));
-    if (!j)
-        return E_OUTOFMEMORY;
-    if (!Describe(&j->src, src, srcPlanes, srcPitches, image)) {
-        free(j);
+    if (!Describe(&p->src, src, srcPlanes, srcPitches, image))
         return E_INVALIDARG;
-    }
-    RECT r = {0, 0, j->src.width, j->src.height};
+    RECT r = {0, 0, p->src.width, p->src.height};
     if (rect) {
         r.left = rect->left > 0 ? rect->left : 0;
         r.top = rect->top > 0 ? rect->top : 0;
@@ -137,15 +138,12 @@ ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int d
         r.bottom = rect->bottom < r.bottom ? rect->bottom : r.bottom;
     }
     int dh = dst->biHeight < 0 ? -dst->biHeight : dst->biHeight;
-    int w = r.right - r.left, h = r.bottom - r.top;
-    if (w > dst->biWidth)
-        w = dst->biWidth;
-    if (h > dh)
-        h = dh;
-    if (w <= 0 || h <= 0) {
-        free(j);
-        return S_OK;
-    }
+    p->x0 = r.left;
+    p->y0 = r.top;
+    p->w = r.right - r.left < dst->biWidth ? r.right - r.left : dst->biWidth;
+    p->h = r.bottom - r.top < dh ? r.bottom - r.top : dh;
+    if (p->w <= 0 || p->h <= 0)
+        return S_FALSE;
     BYTE *out = (BYTE *)(dstPixels ? dstPixels : ZvDibPixels(dst));
     LONG_PTR stride = dstStride ? dstStride : ZvDibStride(dst);
     // bottom-up rows: the top row is the last in memory
@@ -153,32 +151,64 @@ ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int d
         out += (LONG_PTR)(dh - 1) * stride;
         stride = -stride;
     }
-    bool limited = s.limited && s.mode != 2;
-    MakeDecode(&j->dec, ZvYUV_ResolveMatrix(s.selector, j->src.width, j->src.height), limited, j->src.bits);
+    p->dst = out;
+    p->dstStep = stride;
+    MakeDecode(&p->dec, ZvYUV_ResolveMatrix(s.selector, p->src.width, p->src.height), s.limited && s.mode != 2,
+               p->src.bits);
+    p->rgba = dt == ZVPT_RGBA32;
+    p->toFloat = dt == ZVPT_RGBAF;
+    p->gamma = ZvYUV_GammaRatio(s.srcGamma, s.dstGamma);
+    return S_OK;
+}
+
+void GammaTable(double ratio, BYTE lut[256])
+{
+    for (int i = 0; i < 256; ++i)
+        lut[i] = (BYTE)lround(255.0 * pow(i / 255.0, ratio));
+}
+
+} // namespace zvyuv
+
+using namespace zvyuv;
+
+ZVAPI HRESULT ZvYUV_YUVToRGB(const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
+                             const BITMAPINFOHEADER *src, const void *const srcPlanes[3], const int srcPitches[3],
+                             const RECT *rect, const ZVYUVSETTINGS *settings)
+{
+    Job *j = (Job *)calloc(1, sizeof(Job));
+    if (!j)
+        return E_OUTOFMEMORY;
+    DecodePlan plan;
+    HRESULT hr = PlanDecode(&plan, dst, dstPixels, dstStride, src, srcPlanes, srcPitches, rect, settings);
+    if (hr != S_OK) {
+        free(j);
+        return FAILED(hr) ? hr : S_OK;
+    }
+    j->src = plan.src;
+    j->dec = plan.dec;
     j->row = PickDecodeRow(CpuWord(), j->src.bits);
-    if (j->row == DecodeRowSSE2 && HasPairsBody(j->src) && !(r.left & 1)) {
+    if (j->row == DecodeRowSSE2 && HasPairsBody(j->src) && !(plan.x0 & 1)) {
         // pixels whose chroma pair is whole in the planes; the last rows of
         // an odd height, and the columns past the chroma, go the plain way
-        int chromaPixels = (j->src.cw << j->src.sx) - r.left;
-        j->pairs = w < chromaPixels ? w : chromaPixels;
+        int chromaPixels = (j->src.cw << j->src.sx) - plan.x0;
+        j->pairs = plan.w < chromaPixels ? plan.w : chromaPixels;
         if (j->pairs < 0)
             j->pairs = 0;
+        j->avx2 = UseAvx2(CpuWord());
     }
-    j->dst = out;
-    j->dstStep = stride;
-    j->x0 = r.left;
-    j->y0 = r.top;
-    j->w = w;
-    j->rgba = dt == ZVPT_RGBA32;
-    j->toFloat = dt == ZVPT_RGBAF;
-    double ratio = ZvYUV_GammaRatio(s.srcGamma, s.dstGamma);
-    j->gamma = (float)ratio;
-    if (ratio != 1.0 && !j->toFloat) {
+    j->dst = plan.dst;
+    j->dstStep = plan.dstStep;
+    j->x0 = plan.x0;
+    j->y0 = plan.y0;
+    j->w = plan.w;
+    j->rgba = plan.rgba;
+    j->toFloat = plan.toFloat;
+    j->gamma = (float)plan.gamma;
+    if (plan.gamma != 1.0 && !j->toFloat) {
         j->useLut = true;
-        for (int i = 0; i < 256; ++i)
-            j->lut[i] = (BYTE)lround(255.0 * pow(i / 255.0, ratio));
+        GammaTable(plan.gamma, j->lut);
     }
-    ForRanges(h, s.threads, w, RunRows, j);
+    ForRanges(plan.h, settings ? settings->threads : 0, plan.w, RunRows, j);
     free(j);
     return S_OK;
 }

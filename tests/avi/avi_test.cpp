@@ -490,6 +490,71 @@ TEST(AviReader, FilesMadeByFfmpeg)
     EXPECT_GE(files, 13);
 }
 
+// A file past 1 GiB, made and checked by opendml_big.sh (which sets the
+// folder): the frame count, the geometry, the first and the last frame (in
+// the AVIX part) as ffmpeg demuxes them, and the audio beside them.
+TEST(AviReader, OpenDmlFilePastOneGiB)
+{
+    const char *dir = getenv("ZV_AVI_BIG");
+    if (!dir || !*dir)
+        GTEST_SKIP() << "ZV_AVI_BIG is not set (opendml_big.sh runs this)";
+    std::wstring base = L"Z:" + Widen(dir) + L"\\";
+    for (auto &c : base)
+        if (c == L'/')
+            c = L'\\';
+    Bytes manifest, first, last, pcm;
+    ASSERT_TRUE(zvtest::ReadFileBytes(base + L"manifest.txt", manifest));
+    int w = 0, h = 0, frames = 0;
+    ASSERT_EQ(sscanf(std::string(manifest.begin(), manifest.end()).c_str(), "%d %d %d", &w, &h, &frames), 3);
+    ASSERT_TRUE(zvtest::ReadFileBytes(base + L"first.raw", first));
+    ASSERT_TRUE(zvtest::ReadFileBytes(base + L"last.raw", last));
+    ASSERT_TRUE(zvtest::ReadFileBytes(base + L"big.a.raw", pcm));
+    Reader r;
+    ASSERT_EQ(Open(base + L"big.avi", &r), S_OK);
+    LONG streams = 0;
+    r.file->GetStreamCount(&streams);
+    ASSERT_EQ(streams, 2);
+    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    ASSERT_NE(v, nullptr);
+    _ZVFILESTREAMFORMATINFOv2 info = {};
+    info.cbSize = sizeof info;
+    EXPECT_EQ(v->GetStreamFormatInfo(&info), S_OK);
+    const BITMAPINFOHEADER *bih = (const BITMAPINFOHEADER *)info.format;
+    EXPECT_EQ(bih->biWidth, w);
+    EXPECT_EQ(abs(bih->biHeight), h);
+    LONGLONG count = 0;
+    DWORD size = 0;
+    EXPECT_EQ(v->GetFrameCount(&count), S_OK);
+    EXPECT_EQ(count, frames);
+    v->GetFrameBufferSize(0, 0, 0, &size);
+    ASSERT_EQ(size, first.size());
+    Bytes frame(size);
+    for (LONGLONG f : {(LONGLONG)0, count - 1}) {
+        ASSERT_EQ(v->ReadFrame((DWORD)f, 0, 0, Token(frame), 0, 0), S_OK);
+        EXPECT_TRUE(frame == (f ? last : first)) << "frame " << f;
+    }
+    v->Release();
+    // the audio in large blocks: it runs across both parts of the file
+    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(r.file, 1, IID_IZvReadAudioStream);
+    ASSERT_NE(a, nullptr);
+    LONGLONG total = 0;
+    a->GetSampleCount(&total);
+    EXPECT_EQ(total * 2, (LONGLONG)pcm.size());
+    Bytes block(2 * 65521), ours;
+    HRESULT hr = S_OK;
+    for (LONGLONG at = 0; hr == S_OK && at < total;) {
+        DWORD got = 0;
+        hr = a->ReadSamples((DWORD)at, 0, Token(block), 65521, &got);
+        ours.insert(ours.end(), block.begin(), block.begin() + got * 2);
+        at += got;
+        if (!got)
+            break;
+    }
+    a->Release();
+    EXPECT_EQ(hr, S_OK);
+    EXPECT_TRUE(ours == pcm) << "audio";
+}
+
 // The child reads frames into the parent's shared memory: frame 0 into A,
 // frame 1 into B, frame 2 into A again, so a view kept from one call is
 // used only while the same section comes again.

@@ -257,6 +257,45 @@ TEST(DibScale, CopiesScalesAndRefuses)
     EXPECT_EQ(ZvDibScale_Bilinear(src.h, nullptr, 0, nullptr, other.h, nullptr, 0, nullptr, 0), E_NOTIMPL);
 }
 
+TEST(DibScale, VectorFormsEqualThePlainOne)
+{
+    // sizes up and down, odd widths, bottom-up and top-down, fractional
+    // rectangles; strides with a pad the scaler must not touch
+    struct Case {
+        int sw, sh, dw, dh;
+        RECT src, dst;   // fixed point; right 0: the whole frame
+    };
+    const Case cases[] = {
+        {1920, 1080, 1280, 720, {}, {}},   {33, -17, 71, 40, {}, {}},     {101, 9, 13, -5, {}, {}},
+        {64, 64, 64, 64, {8192, 5000, 60 << 14, 63 << 14}, {0, 0, 64 << 14, 64 << 14}},
+        {200, -50, 37, 90, {3 << 14, 1 << 14, 190 << 14, 49 << 14}, {16385, 100, 35 << 14, 89 << 14}},
+        {5, 3, 2, 2, {}, {}},
+    };
+    for (ZVPIXELTYPE t : {ZVPT_BGRA32, ZVPT_RGBA32})
+        for (const Case &c : cases) {
+            SCOPED_TRACE(testing::Message() << t << " " << c.sw << "x" << c.sh << " to " << c.dw << "x" << c.dh);
+            BITMAPINFOHEADER sh, dh;
+            ZvDibInfo(nullptr, nullptr, &sh, t, c.sw, c.sh, nullptr, 0);
+            ZvDibInfo(nullptr, nullptr, &dh, t, c.dw, c.dh, nullptr, 0);
+            int ss = c.sw * 4 + 12, ds = c.dw * 4 + 3;
+            std::vector<BYTE> src((size_t)ss * abs(c.sh) + 1);
+            uint32_t x = (uint32_t)(c.sw * 7919 + c.dh);
+            for (BYTE &b : src)
+                b = (BYTE)((x = x * 1103515245u + 12345u) >> 24);
+            const RECT *sr = c.src.right ? &c.src : nullptr, *dr = c.dst.right ? &c.dst : nullptr;
+            for (int cubic = 0; cubic < 2; ++cubic) {
+                auto fn = cubic ? ZvDibScale_BiCubicSubPixel : ZvDibScale_BilinearSubPixel;
+                std::vector<BYTE> want((size_t)ds * abs(c.dh) + 1, 0xAB), got(want);
+                ZvVideo_SetKernelOverride(0, 1);
+                ASSERT_EQ(fn(&sh, src.data() + 1, ss, sr, &dh, want.data() + 1, ds, dr, 0), S_OK);
+                ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+                ASSERT_EQ(fn(&sh, src.data() + 1, ss, sr, &dh, got.data() + 1, ds, dr, 0), S_OK);
+                EXPECT_TRUE(want == got) << "cubic " << cubic;
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+}
+
 TEST(DibFields, MergeAndInterlacedCopy)
 {
     Dib a(ZVPT_GREY8, 4, 5), b(ZVPT_GREY8, 4, 5), c(ZVPT_GREY8, 4, 6);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <stdlib.h>
 #include <string.h>
 #include <vector>
@@ -33,6 +34,10 @@ Frame Make(ZVPIXELTYPE type, int w, int h, unsigned seed)
     }
     return f;
 }
+
+// Support words for the optimised forms: SSE2 without the wide unit, then
+// whatever the processor has.
+const DWORD kVectorWords[] = {0x7FF, 0xFFFFFFFF};
 
 // One pixel of 8-bit YUV in I420, decoded to BGRA.
 void DecodeOne(int y, int u, int v, int selector, int limited, BYTE out[4])
@@ -181,7 +186,7 @@ TEST(YuvConvert, RoundTripsThroughEveryEncodedLayout)
 TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
 {
     const ZVPIXELTYPE layouts[] = {ZVPT_I420, ZVPT_NV12, ZVPT_UYVY, ZVPT_YUYV, ZVPT_YV12, ZVPT_YV24, ZVPT_P010};
-    const int sizes[][2] = {{1, 1}, {3, 5}, {17, 9}, {33, -7}, {721, 487}, {1001, -290}};
+    const int sizes[][2] = {{1, 1}, {3, 5}, {17, 9}, {33, -7}, {47, 4}, {721, 487}, {1001, -290}};
     for (ZVPIXELTYPE t : layouts)
         for (auto &sz : sizes) {
             SCOPED_TRACE(testing::Message() << t << " " << sz[0] << "x" << sz[1]);
@@ -197,18 +202,24 @@ TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
                 ZvVideo_SetKernelOverride(0, 1);
                 ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
                 s.threads = 0;
-                ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
-                ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
-                EXPECT_EQ(want, got);
-                EXPECT_EQ(got[0], 0xAB);
+                // the SSE2 bodies alone, then every body the processor has
+                for (DWORD word : kVectorWords) {
+                    ZvVideo_SetKernelOverride(word, 0);
+                    std::fill(got.begin(), got.end(), 0xAB);
+                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                    EXPECT_EQ(want, got) << std::hex << word;
+                    EXPECT_EQ(got[0], 0xAB);
+                }
                 // from an even and an odd column, a row down
                 for (LONG left : {2, 1}) {
                     RECT r = {left, 1, abs(sz[0]), abs(sz[1])};
                     ZvVideo_SetKernelOverride(0, 1);
                     ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
-                    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
-                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
-                    EXPECT_EQ(want, got);
+                    for (DWORD word : kVectorWords) {
+                        ZvVideo_SetKernelOverride(word, 0);
+                        ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
+                        EXPECT_EQ(want, got) << std::hex << word;
+                    }
                 }
             }
         }
@@ -273,7 +284,7 @@ TEST(YuvConvert, LayoutToLayout)
 
 TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
 {
-    const int sizes[][2] = {{2, 2}, {9, 5}, {17, 3}, {40, -9}, {1023, 601}};
+    const int sizes[][2] = {{2, 2}, {9, 5}, {17, 3}, {40, -9}, {49, 4}, {1023, 601}};
     for (ZVPIXELTYPE t : {ZVPT_I420, ZVPT_YV12, ZVPT_NV12})
         for (ZVPIXELTYPE st : {ZVPT_BGRA32, ZVPT_RGBA32})
             for (auto &sz : sizes)
@@ -283,10 +294,16 @@ TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
                     Frame want = Make(t, sz[0], abs(sz[1]), 1), got = Make(t, sz[0], abs(sz[1]), 1);
                     ZVYUVSETTINGS s = {};
                     s.limited = limited;
+                    // limited range reads its pixels at an odd address and stride
+                    int stride = limited ? sz[0] * 4 + 5 : 0;
+                    Frame padded = Make(ZVPT_GREY8, stride + 1, abs(sz[1]) + 1, sz[0]);
+                    const BYTE *px = limited ? padded.image() + 1 : nullptr;
                     ZvVideo_SetKernelOverride(0, 1);
-                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, want.h(), nullptr, nullptr, &s), S_OK);
-                    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
-                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
-                    EXPECT_EQ(want.mem, got.mem);
+                    ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, want.h(), nullptr, nullptr, &s), S_OK);
+                    for (DWORD word : kVectorWords) {
+                        ZvVideo_SetKernelOverride(word, 0);
+                        ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, got.h(), nullptr, nullptr, &s), S_OK);
+                        EXPECT_EQ(want.mem, got.mem) << std::hex << word;
+                    }
                 }
 }

@@ -1,0 +1,206 @@
+// AVX2 bodies of the 8-bit row kernels: the SSE2 arithmetic on sixteen pixels
+// a step, so each gives the plain form's integers exactly. Compiled for AVX2
+// alone; called only where the support word and the processor allow it.
+#if defined(__i386__)
+#pragma GCC target("avx2,fpmath=sse")
+#else
+#pragma GCC target("avx2")
+#endif
+#include <immintrin.h>
+#include "video/yuvrows.h"
+#include <string.h>
+
+namespace zvyuv {
+
+namespace {
+
+// Each 32-bit lane holds a pixel pair: luma words (Y0, Y1) in one vector,
+// the pair's chroma words (U, V) in another. Products come from madd with a
+// zero partner word, so no lane ever changes place until the pixels are
+// put together; the even and odd pixels of each pair run side by side.
+inline __m256i pair(int a, int b)
+{
+    return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
+}
+
+struct Consts {
+    __m256i yoff, mid, kYe, kYo, kR, kG, kB, rnd, lo8, alpha;
+    __m128i sh;
+    explicit Consts(const Decode &d)
+    {
+        yoff = _mm256_set1_epi16((short)d.yoff);
+        mid = _mm256_set1_epi16((short)d.mid);
+        kYe = pair(d.cy, 0);
+        kYo = pair(0, d.cy);
+        kR = pair(0, d.crv);
+        kG = pair(d.cgu, d.cgv);
+        kB = pair(d.cbu, 0);
+        rnd = _mm256_set1_epi32(1 << (d.shift - 1));
+        lo8 = _mm256_set1_epi32(255);
+        alpha = _mm256_set1_epi32((int)0xFF000000u);
+        sh = _mm_cvtsi32_si128(d.shift);
+    }
+};
+
+inline __m256i Clamp8(const Consts &k, __m256i v)
+{
+    return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), k.lo8);
+}
+
+// One pixel of each pair as B, G, R, A bytes (rgbaOrder: R, G, B, A).
+inline __m256i Pixels(const Consts &k, __m256i ys, __m256i r, __m256i g, __m256i b, bool rgbaOrder)
+{
+    __m256i R = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, r), k.sh));
+    __m256i G = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, g), k.sh));
+    __m256i B = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, b), k.sh));
+    if (rgbaOrder) {
+        __m256i t = R;
+        R = B;
+        B = t;
+    }
+    return _mm256_or_si256(_mm256_or_si256(B, _mm256_slli_epi32(G, 8)),
+                           _mm256_or_si256(_mm256_slli_epi32(R, 16), k.alpha));
+}
+
+// Sixteen pixels: Y as pairs of luma words, UV as pairs of chroma words.
+inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaOrder)
+{
+    Y = _mm256_sub_epi16(Y, k.yoff);
+    UV = _mm256_sub_epi16(UV, k.mid);
+    __m256i r = _mm256_madd_epi16(UV, k.kR), g = _mm256_madd_epi16(UV, k.kG), b = _mm256_madd_epi16(UV, k.kB);
+    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.rnd);
+    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.rnd);
+    __m256i pe = Pixels(k, ye, r, g, b, rgbaOrder), po = Pixels(k, yo, r, g, b, rgbaOrder);
+    // per lane: pixels 0-3 and 4-7 of the lane's eight
+    __m256i lo = _mm256_unpacklo_epi32(pe, po), hi = _mm256_unpackhi_epi32(pe, po);
+    _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
+    _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
+}
+
+inline __m256i Widen16(const BYTE *p)
+{
+    return _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)p));
+}
+
+} // namespace
+
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
+{
+    const Consts k(d);
+    const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
+    int i = 0;
+    if (f.kind == PACKED8) {
+        // a pair's four bytes: luma in one byte of each word, chroma in the other
+        const __m256i low = _mm256_set1_epi16(0xFF);
+        const BYTE *p = py + 2 * x0;
+        for (; i + 16 <= n; i += 16) {
+            __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
+            __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
+            __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
+            Emit16(k, Y, UV, dst + 4 * i, rgbaOrder);
+        }
+        return i;
+    }
+    const int crow = row >> f.sy;
+    if (crow >= f.ch)
+        return 0;
+    const BYTE *pc = f.plane[1] + (LONGLONG)crow * f.pitch[1];
+    py += x0;
+    if (f.kind == SEMIPLANAR) {
+        pc += x0;
+        for (; i + 16 <= n; i += 16)
+            Emit16(k, Widen16(py + i), Widen16(pc + i), dst + 4 * i, rgbaOrder);
+        return i;
+    }
+    const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
+    const BYTE *pv = f.plane[f.vFirst ? 1 : 2] + (LONGLONG)crow * f.pitch[f.vFirst ? 1 : 2] + x0 / 2;
+    for (; i + 16 <= n; i += 16) {
+        __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
+        __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
+        Emit16(k, Widen16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
+    }
+    return i;
+}
+
+namespace {
+
+// Pixels as 32-bit lanes: bytes 0 and 2 as one pair of words, byte 1 (and
+// alpha) as another, so each weighted sum is two madds in pixel order.
+struct Split {
+    __m256i b02, b13;
+    explicit Split(__m256i px)
+        : b02(_mm256_and_si256(px, _mm256_set1_epi32(0x00FF00FF))), b13(_mm256_srli_epi16(px, 8))
+    {
+    }
+};
+
+inline __m256i Dot(const Split &s, __m256i k02, __m256i k13)
+{
+    return _mm256_add_epi32(_mm256_madd_epi16(s.b02, k02), _mm256_madd_epi16(s.b13, k13));
+}
+
+// Sixteen 32-bit values (two vectors in order) to sixteen saturated bytes.
+inline __m128i Bytes16(__m256i a, __m256i b)
+{
+    __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
+    __m256i x = _mm256_packus_epi16(w, w);
+    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 1, 2, 0)));
+}
+
+// Eight 32-bit values in order to eight saturated bytes in the low half.
+inline __m128i Bytes8(__m256i v)
+{
+    __m128i w = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    return _mm_packus_epi16(w, _mm_setzero_si128());
+}
+
+} // namespace
+
+int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
+                      BYTE *y1, BYTE *u, BYTE *v, int uvStep)
+{
+    // weights of bytes 0 and 2, and of byte 1 (alpha weighs nothing)
+    const __m256i ky02 = rgbaOrder ? pair(e.kyr, e.kyb) : pair(e.kyb, e.kyr), ky13 = pair(e.kyg, 0);
+    const __m256i ku02 = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur), ku13 = pair(e.kug, 0);
+    const __m256i kv02 = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr), kv13 = pair(e.kvg, 0);
+    const __m256i yr = _mm256_set1_epi32(8192), yoff = _mm256_set1_epi32(e.yoff);
+    const __m256i cr = _mm256_set1_epi32(1 << 15), mid = _mm256_set1_epi32(e.mid);
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        Split a0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i)));
+        Split b0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32)));
+        Split a1(_mm256_loadu_si256((const __m256i *)(row1 + 4 * i)));
+        Split b1(_mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32)));
+        const Split *rows[2][2] = {{&a0, &b0}, {&a1, &b1}};
+        BYTE *outs[2] = {y0, y1};
+        for (int r = 0; r < 2; ++r) {
+            if (!outs[r])
+                continue;
+            __m256i lo = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][0], ky02, ky13), yr), 14), yoff);
+            __m256i hi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][1], ky02, ky13), yr), 14), yoff);
+            _mm_storeu_si128((__m128i *)(outs[r] + i), Bytes16(lo, hi));
+        }
+        // columns summed over the two rows (words stay below 511), weighed,
+        // then neighbouring columns added: per lane chroma 0 1 4 5 | 2 3 6 7
+        Split sa = a0, sb = b0;
+        sa.b02 = _mm256_add_epi16(a0.b02, a1.b02);
+        sa.b13 = _mm256_add_epi16(a0.b13, a1.b13);
+        sb.b02 = _mm256_add_epi16(b0.b02, b1.b02);
+        sb.b13 = _mm256_add_epi16(b0.b13, b1.b13);
+        __m256i U = _mm256_hadd_epi32(Dot(sa, ku02, ku13), Dot(sb, ku02, ku13));
+        __m256i V = _mm256_hadd_epi32(Dot(sa, kv02, kv13), Dot(sb, kv02, kv13));
+        U = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(U, cr), 16), mid);
+        V = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(V, cr), 16), mid);
+        __m128i U8 = Bytes8(_mm256_permute4x64_epi64(U, _MM_SHUFFLE(3, 1, 2, 0)));
+        __m128i V8 = Bytes8(_mm256_permute4x64_epi64(V, _MM_SHUFFLE(3, 1, 2, 0)));
+        if (uvStep == 1) {
+            _mm_storel_epi64((__m128i *)(u + i / 2), U8);
+            _mm_storel_epi64((__m128i *)(v + i / 2), V8);
+        } else {
+            _mm_storeu_si128((__m128i *)(u + i), _mm_unpacklo_epi8(U8, V8));
+        }
+    }
+    return i;
+}
+
+} // namespace zvyuv
