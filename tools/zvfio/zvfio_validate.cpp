@@ -760,7 +760,11 @@ struct Outcome {
 bool Copy(const std::wstring &from, const std::wstring &to) { return CopyFileW(from.c_str(), to.c_str(), FALSE); }
 
 // Ends the surrogates that a child left behind: any process whose image lies
-// in the host folder.
+// in the host folder. A surrogate ends by itself shortly after its last
+// client, and so takes its class registration with it; one ended by force
+// while it was going may leave that registration to the next check's first
+// activation, which then waits for a server that is gone. So each one gets
+// a few seconds to end before it is ended.
 void EndStrays(const std::wstring &host)
 {
     DWORD ids[4096], bytes = 0;
@@ -774,7 +778,8 @@ void EndStrays(const std::wstring &host)
             continue;
         wchar_t image[MAX_PATH];
         DWORD size = MAX_PATH;
-        if (QueryFullProcessImageNameW(p, 0, image, &size) && !_wcsnicmp(image, host.c_str(), host.size())) {
+        if (QueryFullProcessImageNameW(p, 0, image, &size) && !_wcsnicmp(image, host.c_str(), host.size()) &&
+            WaitForSingleObject(p, 5000) != WAIT_OBJECT_0) {
             TerminateProcess(p, 1);
             WaitForSingleObject(p, 5000);
         }
