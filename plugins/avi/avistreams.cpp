@@ -4,13 +4,12 @@
 // disturb each other.
 #include "avireader.h"
 #include "zvplugin_files.h"
-#include "zvplugin_view.h"
+#include "tokentarget.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
 #include "video/dib.h"
 #include <algorithm>
 #include <memory>
-#include <optional>
 #include <new>
 #include <string.h>
 
@@ -42,19 +41,6 @@ DWORD RgbRowBytes(const BITMAPINFOHEADER &h)
 }
 
 class AviReadFile;
-
-// The memory a read call writes to: the file's kept view of a caller's
-// mapping, or the token mapped for this call.
-class Target {
-public:
-    Target(AviReadFile &file, const _zvmemorytoken &token);
-    BYTE *get() const { return data_; }
-
-private:
-    zvsdk::HeldView held_;
-    std::optional<CMappingOfZvMemoryToken> mapped_;
-    BYTE *data_;
-};
 
 // ------------------------------------------------------------ video
 
@@ -277,13 +263,6 @@ private:
     zvsdk::KeptView view_;
 };
 
-Target::Target(AviReadFile &file, const _zvmemorytoken &token)
-    : held_(file.keptView(), token, FILE_MAP_WRITE), data_(held_.get())
-{
-    if (!data_)
-        data_ = (BYTE *)mapped_.emplace(token, ZVMEMTOKEN_WRITE).Pointer();
-}
-
 AviVideoStream::AviVideoStream(AviReadFile *file, LONG index, const AviStream &s)
     : ReadStream(file, index, ZVFILESTREAMTYPE_VIDEO), s_(s)
 {
@@ -339,7 +318,7 @@ HRESULT STDMETHODCALLTYPE AviVideoStream::ReadFrame(DWORD frameLow, LONG frameHi
     const ULONGLONG need = placeRows ? pitch * (rows - 1) + rowBytes : c.size;
     if (need > buffer.cbData)
         return ZVERR_BUFFER_TOO_SMALL;
-    Target target(avi(), buffer);
+    TokenTarget target(avi().keptView(), buffer, ZVMEMTOKEN_WRITE);
     BYTE *dest = target.get();
     if (!dest)
         return E_FAIL;
@@ -391,7 +370,7 @@ HRESULT STDMETHODCALLTYPE AviAudioStream::GetStreamFormatInfo(_ZVFILESTREAMFORMA
 // Sample frames from a position; a frame may straddle two chunks.
 HRESULT AviAudioStream::ReadFrames(LONGLONG position, DWORD count, const _zvmemorytoken &buffer, DWORD *read)
 {
-    Target target(avi(), buffer);
+    TokenTarget target(avi().keptView(), buffer, ZVMEMTOKEN_WRITE);
     BYTE *dest = target.get();
     if (!dest)
         return E_FAIL;

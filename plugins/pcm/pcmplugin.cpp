@@ -10,11 +10,9 @@
 #include "zvplugin_files.h"
 #include "pcmformat.h"
 #include "pcmrender.h"
-#include "filemng/zvmemtoken.h"
-#include "zvplugin_view.h"
+#include "tokentarget.h"
 #include "media/zvmeta.h"
 #include <new>
-#include <optional>
 #include <string.h>
 #include <wchar.h>
 
@@ -224,15 +222,8 @@ public:
     }
     HRESULT ReadFrames(LONGLONG position, DWORD frames, const _zvmemorytoken &buffer, DWORD *read) override
     {
-        // a caller's shared buffer through the stream's kept view, any other
-        // token mapped for this call
-        zvsdk::HeldView held(view_, buffer, FILE_MAP_WRITE);
-        std::optional<CMappingOfZvMemoryToken> mapped;
-        BYTE *dest = held.get() ? held.get() : (BYTE *)mapped.emplace(buffer, ZVMEMTOKEN_WRITE).Pointer();
-        if (!dest)
-            return E_FAIL;
-        HRESULT hr = pcm().readFrames((ULONGLONG)position, frames, dest, read);
-        return hr;
+        TokenTarget target(view_, buffer, ZVMEMTOKEN_WRITE);
+        return target.get() ? pcm().readFrames((ULONGLONG)position, frames, target.get(), read) : E_FAIL;
     }
 
 private:

@@ -10,12 +10,10 @@
 #include "pcmwrite.h"
 #include "templates/zvtemplate.h"
 #include "audio/waveformat.h"
-#include "filemng/zvmemtoken.h"
-#include "zvplugin_view.h"
+#include "tokentarget.h"
 #include "media/metainternal.h"
 #include "media/projectlink.h"
 #include <new>
-#include <optional>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -149,11 +147,8 @@ public:
             return ZVERR_BUFFER_TOO_SMALL;
         if (dataSize_ + bytes > layout_.maxData)
             return ZVERR_SIZE_LIMIT;
-        // the caller's shared buffer through the kept view, any other token
-        // mapped for this call
-        zvsdk::HeldView held(view_, buffer, FILE_MAP_READ);
-        std::optional<CMappingOfZvMemoryToken> mapped;
-        const BYTE *data = held.get() ? held.get() : (const BYTE *)mapped.emplace(buffer, ZVMEMTOKEN_READ).Pointer();
+        TokenTarget source(view_, buffer, ZVMEMTOKEN_READ);
+        const BYTE *data = source.get();
         if (!data)
             return E_FAIL;
         HRESULT hr = PcmNeedsEncode(layout_) ? WriteEncoded(data, bytes) : WriteAll(data, bytes);

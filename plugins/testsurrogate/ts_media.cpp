@@ -1,8 +1,7 @@
 // The surrogate test plug-in. Built once per variant (TS_VARIANT), so that
 // each DLL has its own class ids.
 #include "zvplugin_com.h"
-#include "zvplugin_view.h"
-#include "filemng/zvmemtoken.h"
+#include "tokentarget.h"
 #include "tsurrogate.h"
 #include <new>
 #include <string.h>
@@ -18,16 +17,10 @@ template <class Fill> HRESULT FillToken(zvsdk::KeptView &kept, const _zvmemoryto
 {
     if (size > token.cbData)
         return ZVERR_BUFFER_TOO_SMALL;
-    zvsdk::HeldView held(kept, token, FILE_MAP_WRITE);
-    if (held.get()) {
-        fill(held.get(), size);
-        return S_OK;
-    }
-    CMappingOfZvMemoryToken map(token, ZVMEMTOKEN_WRITE);
-    void *p = nullptr;
-    if (FAILED(map.GetPointer(&p)) || !p)
+    TokenTarget target(kept, token, ZVMEMTOKEN_WRITE);
+    if (!target.get())
         return E_FAIL;
-    fill((BYTE *)p, size);
+    fill(target.get(), size);
     return S_OK;
 }
 
