@@ -174,6 +174,54 @@ static HRESULT SurrogatePath(WCHAR *path)
     return S_OK;
 }
 
+// A class id whose registration belongs to a process that is gone. The
+// system's class table keeps the registration of a server that was ended by
+// force, and hands that one out first for as long as the session lasts; a
+// new child whose process id was reused computes the same id and can never
+// be reached under it.
+static bool DeadRegistration(HRESULT hr)
+{
+    return hr == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE) || hr == HRESULT_FROM_WIN32(RPC_S_CALL_FAILED) ||
+           hr == RPC_E_DISCONNECTED || hr == RPC_E_SERVER_DIED || hr == RPC_E_SERVER_DIED_DNE ||
+           hr == CO_E_OBJNOTCONNECTED;
+}
+
+// One child: started suspended, so that the crash reporter watches it from
+// the start, then asked for its per-process class until it has registered it.
+static HRESULT StartAndConnect(ZVFIO_SURROGATESLOT *slot, WCHAR *line, IZvFileIOManagerSurrogate **out,
+                               HANDLE *process)
+{
+    STARTUPINFOW si;
+    ZeroMemory(&si, sizeof si);
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi;
+    slot->processId = 0;
+    if (!CreateProcessW(NULL, line, NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &si, &pi))
+        return HRESULT_FROM_WIN32(GetLastError());
+    ZvFioStartMonitoring(pi.dwProcessId);
+    ResumeThread(pi.hThread);
+    slot->processId = pi.dwProcessId;
+    *process = pi.hProcess;
+
+    CLSID clsid = kSurrogateClass;
+    clsid.Data1 ^= pi.dwProcessId;
+    HRESULT hr = REGDB_E_CLASSNOTREG;
+    // the class exists only once the child has registered it; meanwhile a
+    // single-threaded apartment keeps taking the messages sent to it
+    for (int i = 0; i < ZVFIO_CONNECT_ATTEMPTS && hr == REGDB_E_CLASSNOTREG; ++i) {
+        DWORD index = 0;
+        if (i)
+            CoWaitForMultipleHandles(0, 100, 1, &pi.hThread, &index);
+        hr = CoCreateInstance(clsid, NULL, CLSCTX_LOCAL_SERVER, IID_IZvFileIOManagerSurrogate, (void **)out);
+    }
+    CloseHandle(pi.hThread);
+    if (SUCCEEDED(hr) && !*out)
+        hr = E_NOINTERFACE;
+    return hr;
+}
+
+#define ZVFIO_LAUNCH_ATTEMPTS 3
+
 static HRESULT Launch(LONG group)
 {
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
@@ -188,7 +236,6 @@ static HRESULT Launch(LONG group)
         slot = &t->slots[t->used++];
         slot->group = group;
     }
-    slot->processId = 0;
     WCHAR path[MAX_PATH];
     HRESULT hr = SurrogatePath(path);
     if (FAILED(hr))
@@ -197,42 +244,31 @@ static HRESULT Launch(LONG group)
     int put = _snwprintf(line, 388, L"\"%s\" %d", path, (int)ZvFioKernelLangID());
     if (put < 0 || put >= 388)
         return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
-    STARTUPINFOW si;
-    ZeroMemory(&si, sizeof si);
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi;
-    // suspended, so that the crash reporter watches it from the start
-    if (!CreateProcessW(NULL, line, NULL, NULL, FALSE, CREATE_SUSPENDED, NULL, NULL, &si, &pi))
-        return HRESULT_FROM_WIN32(GetLastError());
-    ZvFioStartMonitoring(pi.dwProcessId);
-    ResumeThread(pi.hThread);
-    slot->processId = pi.dwProcessId;
-    CloseHandle(pi.hProcess);
-
-    CLSID clsid = kSurrogateClass;
-    clsid.Data1 ^= pi.dwProcessId;
     // the reply is unmarshalled in this apartment, which needs the contract's proxies
     ZvProxy_Register();
     IZvFileIOManagerSurrogate *s = NULL;
-    hr = REGDB_E_CLASSNOTREG;
-    // the class exists only once the child has registered it; meanwhile a
-    // single-threaded apartment keeps taking the messages sent to it
-    for (int i = 0; i < ZVFIO_CONNECT_ATTEMPTS && hr == REGDB_E_CLASSNOTREG; ++i) {
-        DWORD index = 0;
-        if (i)
-            CoWaitForMultipleHandles(0, 100, 1, &pi.hThread, &index);
-        hr = CoCreateInstance(clsid, NULL, CLSCTX_LOCAL_SERVER, IID_IZvFileIOManagerSurrogate, (void **)&s);
+    HANDLE process = NULL;
+    hr = StartAndConnect(slot, line, &s, &process);
+    // A child behind a dead registration is unreachable for good: it is
+    // ended, and a new one (with another process id) takes its place.
+    for (int attempt = 1; DeadRegistration(hr) && attempt < ZVFIO_LAUNCH_ATTEMPTS; ++attempt) {
+        ZvFioStopMonitoring(slot->processId);
+        TerminateProcess(process, (UINT)hr);
+        CloseHandle(process);
+        process = NULL;
+        hr = StartAndConnect(slot, line, &s, &process);
     }
-    if (SUCCEEDED(hr) && s) {
+    if (process)
+        CloseHandle(process);
+    if (SUCCEEDED(hr)) {
         hr = slot->git.Set(s, IID_IZvFileIOManagerSurrogate);
         s->Release();
-    } else if (SUCCEEDED(hr)) {
-        hr = E_NOINTERFACE;
+    } else if (s) {
+        s->Release();
     }
-    // On failure the child is left waiting for a client that never comes,
-    // and the slot keeps its process id: later attempts find it launched
-    // and get no pointer.
-    CloseHandle(pi.hThread);
+    // On failure the child is left waiting for a client that never comes (it
+    // ends with its client), and the slot keeps its process id: later
+    // attempts find it launched and get no pointer.
     return hr;
 }
 
