@@ -114,6 +114,14 @@ __kernel void k0f63b8d7(__global const uchar *src, __global uchar *dst, __consta
 
 Family g_copy;
 
+// A frame's rows and rect clipped to it: S_FALSE when nothing is left.
+HRESULT Area(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, BYTE **top, LONG_PTR *step, RECT *r)
+{
+    if (!zvdib::Rows(frame, pixels, 0, top, step))
+        return E_INVALIDARG;
+    return zvdib::ClipRect(frame, rect, r) ? S_OK : S_FALSE;
+}
+
 // The scalers of ZvDibCopyOCL: the plain forms' steps, rows on the device.
 template <bool Fixed, bool Cubic>
 HRESULT DeviceScale(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
@@ -163,10 +171,8 @@ ZVAPI HRESULT ZvDibFadeToColorOCL(const BITMAPINFOHEADER *frame, void *pixels, c
     BYTE *top;
     LONG_PTR step;
     RECT r;
-    if (!zvdib::Rows(frame, pixels, 0, &top, &step))
-        return E_INVALIDARG;
-    if (!zvdib::ClipRect(frame, rect, &r))
-        return S_OK;
+    if ((hr = Area(frame, pixels, rect, &top, &step, &r)) != S_OK)
+        return FAILED(hr) ? hr : S_OK;
     int isFloat = k.t == 32, bpp = isFloat ? 16 : 4;
     const Arg args[] = {{4, &k.channels}, {4, &isFloat}, {4, &k.a}, {4, &k.f}, {4, k.c}, {16, k.fc}};
     return InPlace(&g_copy, FADE, top, step, r.left, r.top, r.right - r.left, r.bottom - r.top, bpp, args, 6);
@@ -197,10 +203,8 @@ ZVAPI HRESULT ZvDibFillRectOCL(const BITMAPINFOHEADER *frame, void *pixels, cons
     BYTE *top;
     LONG_PTR step;
     RECT r;
-    if (!zvdib::Rows(frame, pixels, 0, &top, &step))
-        return E_INVALIDARG;
-    if (!zvdib::ClipRect(frame, rect, &r))
-        return S_OK;
+    if ((hr = Area(frame, pixels, rect, &top, &step, &r)) != S_OK)
+        return FAILED(hr) ? hr : S_OK;
     // below 8 bits the unit is a byte of pixels: lo and hi count from its first
     int per = bits < 8 ? 8 / bits : 1, x0 = r.left / per, x1 = (r.right - 1) / per + 1;
     int lo = r.left - x0 * per, hi = r.right - x0 * per;
