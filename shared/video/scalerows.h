@@ -1,5 +1,6 @@
-// Internal: the AVX2 passes of the scalers for four 8-bit channels. Each
-// gives the plain form's integers exactly.
+// Internal: the scalers' steps that their plain and OpenCL forms share, and
+// the AVX2 passes for four 8-bit channels (each gives the plain form's
+// integers exactly).
 #pragma once
 #include "video/scale.h"
 #include <stdint.h>
@@ -33,8 +34,7 @@ HRESULT Scale(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
               const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect, bool fixed,
               bool cubic, ScaleRows rows, void *ctx);
 
-// The scalers of one form, in the order bilinear, bicubic, and their
-// sub-pixel forms.
+// A scaler with the arguments of ZvDibScale_*.
 typedef HRESULT (*ScaleFn)(const BITMAPINFOHEADER *, const void *, int, const RECT *, const BITMAPINFOHEADER *,
                            void *, int, const RECT *, DWORD);
 // ZvDibCopyInterlace with its fields scaled by subPixel (a bilinear
