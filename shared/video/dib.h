@@ -106,15 +106,34 @@ ZVAPI HRESULT ZvDibFillRectChannel(const BITMAPINFOHEADER *frame, void *pixels, 
 #define ZVDIBFLIP_HORIZONTAL 0x2
 ZVAPI HRESULT ZvDibFlip(const BITMAPINFOHEADER *frame, void *pixels, int stride, DWORD flags);
 ZVAPI HRESULT ZvDibSwapRB(const BITMAPINFOHEADER *frame, void *pixels, int stride);
+// Each pixel of rect (null: the whole frame) in dst becomes the mean of the
+// source's (2 * radiusX + 1) by (2 * radiusY + 1) pixels around it, the
+// frame's edge pixels repeated beyond it; 8-bit means rounded. Frames of one
+// type the scalers take (20, 27, 28, 29, 32; else 0x80004001) and size, not
+// overlapping in memory, radii 0 to ZVDIBBOX_MAXRADIUS; else E_INVALIDARG.
+#define ZVDIBBOX_MAXRADIUS 1000
+ZVAPI HRESULT ZvDibBoxFilter(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                             const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *rect,
+                             int radiusX, int radiusY);
 // OpenCL forms of the copy family (opencl.dll loaded at run time; see
 // YUV_OpenCL_Initialize in video/yuv.h for the codes): results equal to the
 // plain forms; HRESULT_FROM_WIN32(ERROR_INVALID_STATE) before Initialize.
+// ZvDibCopyOCL scales on the device and makes a 1:1 copy of one type as the
+// plain form does; conversions between types and YUV layouts stay with the
+// plain forms (ZVERR_UNSUPPORTED_MEDIA).
 typedef void(CALLBACK *ZVOPENCLLOG)(const char *text);
 ZVAPI HRESULT DibCopy_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
 ZVAPI HRESULT DibCopy_OpenCL_Shutdown();
 ZVAPI HRESULT ZvDibSwapRB_OCL(const BITMAPINFOHEADER *frame, void *pixels, int stride);
 ZVAPI HRESULT ZvDibFadeToColorOCL(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color,
                                   DWORD flags, float amount);
+ZVAPI HRESULT ZvDibFillRectOCL(const BITMAPINFOHEADER *frame, void *pixels, const RECT *rect, DWORD color);
+ZVAPI HRESULT ZvDibBoxFilterOCL(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                                const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *rect,
+                                int radiusX, int radiusY);
+ZVAPI HRESULT ZvDibCopyOCL(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
+                           const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect,
+                           DWORD flags);
 ZVAPI HRESULT ZvDibGetPixel(const BITMAPINFOHEADER *frame, const void *pixels, POINT pos, DWORD *color);
 ZVAPI HRESULT ZvDibSetPixel(const BITMAPINFOHEADER *frame, void *pixels, POINT pos, DWORD color);
 // Blends towards color by amount (0 leaves, 1 gives the colour).

@@ -1,7 +1,7 @@
 // Frame operations: rectangles, the general copy, set and fill, flip, channel
 // swap, pixel access and fade.
 #include "video/dibrows.h"
-#include "video/scale.h"
+#include "video/scalerows.h"
 #include "video/yuv.h"
 #include "video/yuvrows.h"
 #include <stdlib.h>
@@ -141,15 +141,17 @@ ZVAPI void ZvDibPrepareRects(const BITMAPINFOHEADER *src, RECT *srcOut, const RE
     }
 }
 
-ZVAPI HRESULT ZvDibCopy(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
-                        const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect,
-                        DWORD flags)
+HRESULT zvscale::Copy(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
+                      const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect, DWORD flags,
+                      const ScaleFn scalers[4], bool convert)
 {
     if (!src || !dst)
         return E_POINTER;
     ZVPIXELTYPE st = ZvGetPixelType(src), dt = ZvGetPixelType(dst);
     if (!st || !dt)
         return E_INVALIDARG;
+    if (!convert && (st != dt || st >= 64))
+        return ZVERR_UNSUPPORTED_MEDIA;
     // YUV on either side: the conversions of the layouts
     if (st >= 64 && dt >= 64)
         return ZvYUV_YUVToYUV(src, srcPixels, srcStride, dst, dstPixels, dstStride);
@@ -174,11 +176,8 @@ ZVAPI HRESULT ZvDibCopy(const BITMAPINFOHEADER *src, const void *srcPixels, int 
         if (st != dt)
             return ZVERR_UNSUPPORTED_MEDIA;
         bool cubic = (flags & ZVDIBCOPY_BICUBIC) != 0;
-        if (fixed)
-            return cubic ? ZvDibScale_BiCubicSubPixel(src, srcPixels, srcStride, &s, dst, dstPixels, dstStride, &d, 0)
-                         : ZvDibScale_BilinearSubPixel(src, srcPixels, srcStride, &s, dst, dstPixels, dstStride, &d, 0);
-        return cubic ? ZvDibScale_BiCubic(src, srcPixels, srcStride, &s, dst, dstPixels, dstStride, &d, 0)
-                     : ZvDibScale_Bilinear(src, srcPixels, srcStride, &s, dst, dstPixels, dstStride, &d, 0);
+        return scalers[(fixed ? 2 : 0) + (cubic ? 1 : 0)](src, srcPixels, srcStride, &s, dst, dstPixels, dstStride,
+                                                          &d, 0);
     }
     if (fixed) {
         s = {s.left >> 14, s.top >> 14, s.right >> 14, s.bottom >> 14};
@@ -211,6 +210,16 @@ ZVAPI HRESULT ZvDibCopy(const BITMAPINFOHEADER *src, const void *srcPixels, int 
     j.palCount = ZvDibPaletteCount(src);
     zvyuv::ForRanges(j.s.bottom - j.s.top, 0, j.s.right - j.s.left, ConvertRows, &j);
     return S_OK;
+}
+
+ZVAPI HRESULT ZvDibCopy(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
+                        const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect,
+                        DWORD flags)
+{
+    static const zvscale::ScaleFn scalers[4] = {ZvDibScale_Bilinear, ZvDibScale_BiCubic, ZvDibScale_BilinearSubPixel,
+                                                ZvDibScale_BiCubicSubPixel};
+    return zvscale::Copy(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, flags, scalers,
+                         true);
 }
 
 ZVAPI HRESULT ZvDibSet(const BITMAPINFOHEADER *frame, void *pixels, int stride, const RECT *rect, DWORD color)

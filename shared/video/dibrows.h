@@ -33,4 +33,19 @@ struct Fade {
 };
 HRESULT MakeFade(Fade *k, const BITMAPINFOHEADER *frame, DWORD color, DWORD flags, float amount);
 
+// A box filter's settings as ZvDibBoxFilter takes them: S_FALSE when the
+// rectangle is empty; lo and hi the source columns the box reaches.
+struct Box {
+    const BYTE *srcTop;
+    BYTE *dstTop;
+    LONG_PTR srcStep, dstStep;
+    int w, h, ch, bpp, isFloat, rx, ry, n;
+    float inv;
+    RECT r;
+    int lo, hi;
+};
+HRESULT MakeBox(Box *b, const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
+                const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *rect, int radiusX,
+                int radiusY);
+
 } // namespace zvdib

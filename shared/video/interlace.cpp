@@ -1,6 +1,6 @@
 // Fields: merging two frames row by row, and copies that scale each field
 // of a frame on its own.
-#include "video/scale.h"
+#include "video/scalerows.h"
 #include <stdlib.h>
 #include <string.h>
 
@@ -114,8 +114,9 @@ ZVAPI HRESULT ZvDibMergeFieldsRotated(const BITMAPINFOHEADER *a, void *aPixels, 
     return S_OK;
 }
 
-ZVAPI HRESULT ZvDibCopyInterlace(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
-                                 const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect, DWORD flags)
+HRESULT zvscale::CopyInterlace(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
+                               const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect, DWORD flags,
+                               ScaleFn subPixel)
 {
     if (!src || !dst)
         return E_POINTER;
@@ -145,7 +146,14 @@ ZVAPI HRESULT ZvDibCopyInterlace(const BITMAPINFOHEADER *src, const void *srcPix
             continue;
         RECT fs = srcWhole ? sr : HalfRows(sr, f);
         RECT fd = dstWhole ? dr : HalfRows(dr, f);
-        hr = ZvDibScale_BilinearSubPixel(&s.h, s.top, s.stride, &fs, &d.h, d.top, d.stride, &fd, 0);
+        hr = subPixel(&s.h, s.top, s.stride, &fs, &d.h, d.top, d.stride, &fd, 0);
     }
     return hr;
+}
+
+ZVAPI HRESULT ZvDibCopyInterlace(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
+                                 const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect, DWORD flags)
+{
+    return zvscale::CopyInterlace(src, srcPixels, srcRect, dst, dstPixels, dstRect, flags,
+                                  ZvDibScale_BilinearSubPixel);
 }

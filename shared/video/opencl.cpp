@@ -132,7 +132,7 @@ cl_command_queue Queue()
     return g_queue;
 }
 
-HRESULT Build(Family *f, const char *source, const char *const *names, int count,
+HRESULT Build(Family *f, const char *const *sources, int nsources, const char *const *names, int count,
               void(CALLBACK *log)(const char *text))
 {
     if (f->program)
@@ -143,7 +143,7 @@ HRESULT Build(Family *f, const char *source, const char *const *names, int count
     if (FAILED(hr))
         return hr;
     cl_int err = 0;
-    f->program = g_api.CreateProgramWithSource(g_context, 1, &source, nullptr, &err);
+    f->program = g_api.CreateProgramWithSource(g_context, (cl_uint)nsources, (const char **)sources, nullptr, &err);
     if (f->program && g_api.BuildProgram(f->program, 1, &g_device, "", nullptr, nullptr) != 0) {
         size_t size = 0;
         g_api.GetProgramBuildInfo(f->program, g_device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size);
@@ -179,11 +179,11 @@ void Release(Family *f)
     CloseIfUnused();
 }
 
-HRESULT Start(Family *f, const char *source, const char *const *names, int count,
+HRESULT Start(Family *f, const char *const *sources, int nsources, const char *const *names, int count,
               void(CALLBACK *log)(const char *text))
 {
     Lock();
-    HRESULT hr = Build(f, source, names, count, log);
+    HRESULT hr = Build(f, sources, nsources, names, count, log);
     Unlock();
     return hr;
 }
@@ -225,6 +225,35 @@ HRESULT Run(cl_kernel k, const Arg *args, int n, size_t gx, size_t gy)
 HRESULT Read(cl_mem m, size_t size, void *dst)
 {
     return g_api.EnqueueReadBuffer(g_queue, m, 1, 0, size, dst, 0, nullptr, nullptr) == 0 ? S_OK : E_FAIL;
+}
+
+HRESULT InPlace(Family *f, int kernel, BYTE *top, LONG_PTR step, int x0, int y0, int w, int h, int bpp,
+                const Arg *args, int count)
+{
+    size_t row = (size_t)w * bpp, bytes = row * h;
+    BYTE *block = bytes ? (BYTE *)malloc(bytes) : nullptr;
+    if (bytes && !block)
+        return E_OUTOFMEMORY;
+    BYTE *first = top + step * y0 + (LONG_PTR)x0 * bpp;
+    for (int r = 0; r < h; ++r)
+        memcpy(block + row * r, first + step * r, row);
+    Lock();
+    HRESULT hr = f->program ? S_OK : HRESULT_FROM_WIN32(ERROR_INVALID_STATE);
+    if (SUCCEEDED(hr) && bytes) {
+        Buffers b;
+        cl_mem m = b.Add(0, bytes, block);
+        Arg all[10] = {{sizeof(cl_mem), &m}, {4, &w}};
+        for (int i = 0; i < count && i < 8; ++i)
+            all[2 + i] = args[i];
+        hr = m ? Run(f->kernels[kernel], all, 2 + (count < 8 ? count : 8), (size_t)w, (size_t)h) : E_OUTOFMEMORY;
+        if (SUCCEEDED(hr))
+            hr = Read(m, bytes, block);
+    }
+    Unlock();
+    for (int r = 0; SUCCEEDED(hr) && r < h; ++r)
+        memcpy(first + step * r, block + row * r, row);
+    free(block);
+    return hr;
 }
 
 } // namespace zvocl

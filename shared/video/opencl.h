@@ -4,6 +4,7 @@
 #pragma once
 #include <windows.h>
 #include <stdint.h>
+#include "video/scale.h"
 
 namespace zvocl {
 
@@ -49,22 +50,22 @@ struct Api {
 // lock; the caller holds it (Lock) while it uses the family.
 struct Family {
     cl_program program;
-    cl_kernel kernels[4];
+    cl_kernel kernels[8];
     int count;
 };
 
 void Lock();
 void Unlock();
-// Loads the library and opens the context (once); then builds source into
-// f and finds its kernels by name. S_OK, HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)
+// Loads the library and opens the context (once); then builds the sources
+// (one program) into f and finds its kernels by name. S_OK, HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)
 // without opencl.dll, ZVERR_INIT_FAILED without a device or when the build
 // fails (its log goes to log when given). The caller holds the lock.
-HRESULT Build(Family *f, const char *source, const char *const *names, int count,
+HRESULT Build(Family *f, const char *const *sources, int nsources, const char *const *names, int count,
               void(CALLBACK *log)(const char *text));
 // Releases f's kernels and program; the context goes with the last family.
 void Release(Family *f);
 // Build and Release under the lock, for a family's _Initialize and _Shutdown.
-HRESULT Start(Family *f, const char *source, const char *const *names, int count,
+HRESULT Start(Family *f, const char *const *sources, int nsources, const char *const *names, int count,
               void(CALLBACK *log)(const char *text));
 HRESULT Stop(Family *f);
 const Api &Calls();
@@ -88,5 +89,19 @@ struct Arg {
 };
 HRESULT Run(cl_kernel k, const Arg *args, int n, size_t gx, size_t gy);
 HRESULT Read(cl_mem m, size_t size, void *dst);
+
+// Pixels x0 .. x0 + w - 1 (bpp bytes each) of rows y0 .. y0 + h - 1 through
+// f's kernel in place: they go packed in one buffer, the kernel's first
+// argument, then w, then args. Takes the lock; ERROR_INVALID_STATE when f
+// is not started.
+HRESULT InPlace(Family *f, int kernel, BYTE *top, LONG_PTR step, int x0, int y0, int w, int h, int bpp,
+                const Arg *args, int count);
+
+// The scalers' kernel, built into each family that scales, and the rows of
+// one scale through it (kernel points to the family's cl_kernel; the caller
+// holds the lock). Gives the plain form's results bit for bit.
+extern const char kScaleSource[];
+extern const char kScaleName[];
+HRESULT ScaleRows(const ZVSUBPIXELPARAM &p, bool cubic, void *kernel);
 
 } // namespace zvocl

@@ -14,16 +14,6 @@ namespace {
 
 const LONG ONE = ZVSUBPIXEL_ONE;
 
-int Channels(ZVPIXELTYPE t)
-{
-    switch (t) {
-    case ZVPT_GREY8: return 1;
-    case ZVPT_BGR24: return 3;
-    case ZVPT_BGRA32: case ZVPT_RGBA32: case ZVPT_RGBAF: return 4;
-    }
-    return 0;
-}
-
 RECT ClipFixed(const RECT *r, int w, int h)
 {
     RECT f = {0, 0, (LONG)w * ONE, (LONG)h * ONE};
@@ -32,32 +22,6 @@ RECT ClipFixed(const RECT *r, int w, int h)
     RECT c = {r->left > 0 ? r->left : 0, r->top > 0 ? r->top : 0, r->right < f.right ? r->right : f.right,
               r->bottom < f.bottom ? r->bottom : f.bottom};
     return c;
-}
-
-// Catmull-Rom weights for 256 phases, 12 fraction bits, summing to 4096.
-struct CubicTable {
-    int16_t w[256][4];
-    float f[256][4];
-    CubicTable()
-    {
-        for (int i = 0; i < 256; ++i) {
-            double t = i / 256.0, t2 = t * t, t3 = t2 * t;
-            double c[4] = {-0.5 * t3 + t2 - 0.5 * t, 1.5 * t3 - 2.5 * t2 + 1, -1.5 * t3 + 2 * t2 + 0.5 * t,
-                           0.5 * t3 - 0.5 * t2};
-            int sum = 0;
-            for (int k = 0; k < 4; ++k) {
-                w[i][k] = (int16_t)lround(c[k] * 4096);
-                f[i][k] = (float)c[k];
-                sum += w[i][k];
-            }
-            w[i][1] += (int16_t)(4096 - sum);
-        }
-    }
-};
-const CubicTable &Cubic()
-{
-    static const CubicTable t;
-    return t;
 }
 
 struct Job {
@@ -93,7 +57,7 @@ void RunRows(void *ctx, int first, int end)
         return;
     int32_t *acc = (int32_t *)mem;
     float *facc = (float *)mem;
-    const CubicTable &ct = Cubic();
+    const zvscale::CubicTable &ct = zvscale::Cubic();
     for (int r = first; r < end; ++r) {
         int dy = p.dstY0 + r;
         int64_t sy = SrcPos(dy, p.dstRect.top, p.srcRect.top, p.scaleY);
@@ -156,9 +120,76 @@ void RunRows(void *ctx, int first, int end)
     free(mem);
 }
 
+// The plain form's filtered rows: workers over ranges of rows.
+HRESULT PlainRows(const ZVSUBPIXELPARAM &p, bool cubic, void *)
+{
+    ZVPIXELTYPE t = p.type;
+    Job j = {&p, cubic, zvscale::Channels(t), 0, 0, 0, 0, nullptr, nullptr};
+    j.lo = p.srcRect.left >> 14;
+    j.hi = (p.srcRect.right - 1) >> 14;
+    j.top = p.srcRect.top >> 14;
+    j.bottom = (p.srcRect.bottom - 1) >> 14;
+    int *table = nullptr;
+    const int n = p.dstX1 - p.dstX0, taps = cubic ? 4 : 2;
+    if ((t == ZVPT_BGRA32 || t == ZVPT_RGBA32) && zvyuv::UseAvx2(zvyuv::CpuWord()) &&
+        (table = (int *)malloc(sizeof(int) * 2 * taps * (size_t)n)) != nullptr) {
+        // the columns' taps once per call rather than once per row
+        const zvscale::CubicTable &ct = zvscale::Cubic();
+        for (int x = 0; x < n; ++x) {
+            int64_t sx = SrcPos(p.dstX0 + x, p.dstRect.left, p.srcRect.left, p.scaleX);
+            int ix = (int)(sx >> 14) - (cubic ? 1 : 0), fx = (int)((sx & (ONE - 1)) >> 6);
+            for (int k = 0; k < taps; ++k) {
+                table[x * taps + k] = (ClampI(ix + k, j.lo, j.hi) - j.lo) * 4;
+                table[(n + x) * taps + k] = cubic ? ct.w[fx][k] : (k ? fx : 256 - fx);
+            }
+        }
+        j.hcol = table;
+        j.hw = table + n * taps;
+    }
+    zvyuv::ForRanges(p.dstY1 - p.dstY0, p.threads, (LONGLONG)n * taps, RunRows, &j);
+    free(table);
+    return S_OK;
+}
+
+} // namespace
+
+namespace zvscale {
+
+int Channels(ZVPIXELTYPE t)
+{
+    switch (t) {
+    case ZVPT_GREY8: return 1;
+    case ZVPT_BGR24: return 3;
+    case ZVPT_BGRA32: case ZVPT_RGBA32: case ZVPT_RGBAF: return 4;
+    }
+    return 0;
+}
+
+CubicTable::CubicTable()
+{
+    for (int i = 0; i < 256; ++i) {
+        double t = i / 256.0, t2 = t * t, t3 = t2 * t;
+        double c[4] = {-0.5 * t3 + t2 - 0.5 * t, 1.5 * t3 - 2.5 * t2 + 1, -1.5 * t3 + 2 * t2 + 0.5 * t,
+                       0.5 * t3 - 0.5 * t2};
+        int sum = 0;
+        for (int k = 0; k < 4; ++k) {
+            w[i][k] = (int16_t)lround(c[k] * 4096);
+            f[i][k] = (float)c[k];
+            sum += w[i][k];
+        }
+        w[i][1] += (int16_t)(4096 - sum);
+    }
+}
+
+const CubicTable &Cubic()
+{
+    static const CubicTable t;
+    return t;
+}
+
 HRESULT Scale(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride, const RECT *srcRect,
               const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride, const RECT *dstRect, bool fixed,
-              bool cubic)
+              bool cubic, ScaleRows rows, void *ctx)
 {
     if (!src || !dst)
         return E_POINTER;
@@ -183,42 +214,16 @@ HRESULT Scale(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                                                  (ONE - 1))) {
         int sx = p.srcRect.left >> 14, sy = p.srcRect.top >> 14;
         int dx = p.dstRect.left >> 14, dy = p.dstRect.top >> 14;
-        int w = p.dstX1 - p.dstX0, rows = p.dstY1 - p.dstY0;
-        for (int r = 0; r < rows; ++r)
+        int w = p.dstX1 - p.dstX0, n = p.dstY1 - p.dstY0;
+        for (int r = 0; r < n; ++r)
             memmove(p.dstTop + p.dstStep * (dy + r) + (LONG_PTR)dx * bpp,
                     p.srcTop + p.srcStep * (sy + r) + (LONG_PTR)sx * bpp, (size_t)w * bpp);
         return S_OK;
     }
-    Job j = {&p, cubic, Channels(t), 0, 0, 0, 0, nullptr, nullptr};
-    if (t == ZVPT_RGBAF)
-        j.ch = 4;
-    j.lo = p.srcRect.left >> 14;
-    j.hi = (p.srcRect.right - 1) >> 14;
-    j.top = p.srcRect.top >> 14;
-    j.bottom = (p.srcRect.bottom - 1) >> 14;
-    int *table = nullptr;
-    const int n = p.dstX1 - p.dstX0, taps = cubic ? 4 : 2;
-    if ((t == ZVPT_BGRA32 || t == ZVPT_RGBA32) && zvyuv::UseAvx2(zvyuv::CpuWord()) &&
-        (table = (int *)malloc(sizeof(int) * 2 * taps * (size_t)n)) != nullptr) {
-        // the columns' taps once per call rather than once per row
-        const CubicTable &ct = Cubic();
-        for (int x = 0; x < n; ++x) {
-            int64_t sx = SrcPos(p.dstX0 + x, p.dstRect.left, p.srcRect.left, p.scaleX);
-            int ix = (int)(sx >> 14) - (cubic ? 1 : 0), fx = (int)((sx & (ONE - 1)) >> 6);
-            for (int k = 0; k < taps; ++k) {
-                table[x * taps + k] = (ClampI(ix + k, j.lo, j.hi) - j.lo) * 4;
-                table[(n + x) * taps + k] = cubic ? ct.w[fx][k] : (k ? fx : 256 - fx);
-            }
-        }
-        j.hcol = table;
-        j.hw = table + n * taps;
-    }
-    zvyuv::ForRanges(p.dstY1 - p.dstY0, p.threads, (LONGLONG)n * taps, RunRows, &j);
-    free(table);
-    return S_OK;
+    return rows(p, cubic, ctx);
 }
 
-} // namespace
+} // namespace zvscale
 
 ZVAPI int ZvPrepareSubpixelParam(ZVSUBPIXELPARAM *p, const BITMAPINFOHEADER *src, const void *srcPixels,
                                  int srcStride, const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels,
@@ -258,23 +263,27 @@ ZVAPI HRESULT ZvDibScale_Bilinear(const BITMAPINFOHEADER *src, const void *srcPi
                                   const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
                                   const RECT *dstRect, DWORD)
 {
-    return Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, false, false);
+    return zvscale::Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, false, false,
+                          PlainRows, nullptr);
 }
 ZVAPI HRESULT ZvDibScale_BiCubic(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                                  const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels, int dstStride,
                                  const RECT *dstRect, DWORD)
 {
-    return Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, false, true);
+    return zvscale::Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, false, true,
+                          PlainRows, nullptr);
 }
 ZVAPI HRESULT ZvDibScale_BilinearSubPixel(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                                           const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels,
                                           int dstStride, const RECT *dstRect, DWORD)
 {
-    return Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, true, false);
+    return zvscale::Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, true, false,
+                          PlainRows, nullptr);
 }
 ZVAPI HRESULT ZvDibScale_BiCubicSubPixel(const BITMAPINFOHEADER *src, const void *srcPixels, int srcStride,
                                          const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels,
                                          int dstStride, const RECT *dstRect, DWORD)
 {
-    return Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, true, true);
+    return zvscale::Scale(src, srcPixels, srcStride, srcRect, dst, dstPixels, dstStride, dstRect, true, true,
+                          PlainRows, nullptr);
 }

@@ -60,3 +60,27 @@ ZVAPI HRESULT ZvDibMergeFieldsRotated(const BITMAPINFOHEADER *a, void *aPixels, 
 // scales on its own, so that rows of one field never mix with the other's.
 ZVAPI HRESULT ZvDibCopyInterlace(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
                                  const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect, DWORD flags);
+
+// OpenCL forms of the interlace family (opencl.dll loaded at run time; see
+// YUV_OpenCL_Initialize in video/yuv.h for the codes), with the arguments of
+// ZvDibCopyInterlace and results equal to it;
+// HRESULT_FROM_WIN32(ERROR_INVALID_STATE) before Initialize.
+ZVAPI HRESULT DibInterlace_OpenCL_Initialize(const void *context, ZVOPENCLLOG log);
+ZVAPI HRESULT DibInterlace_OpenCL_Shutdown();
+ZVAPI HRESULT ZvDibCopyInterlaceOCL(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
+                                    const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect, DWORD flags);
+// Only rows resample: a copy whose width changes or whose columns start at a
+// fraction is E_INVALIDARG (nothing written).
+ZVAPI HRESULT ZvDibCopyInterlaceVerticalOCL(const BITMAPINFOHEADER *src, const void *srcPixels, const RECT *srcRect,
+                                            const BITMAPINFOHEADER *dst, void *dstPixels, const RECT *dstRect,
+                                            DWORD flags);
+// One field of src (ZVINTERLACE_FIELD_LOWER: the second) into all of dst:
+// ZvDibCopyInterlace with ZVINTERLACE_TOFIELD.
+ZVAPI HRESULT ZvDibCopyInterlaceCopyFieldOCL(const BITMAPINFOHEADER *src, const void *srcPixels,
+                                             const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels,
+                                             const RECT *dstRect, DWORD flags);
+// A frame resampled from one field (all of src) into each field of dst:
+// ZvDibCopyInterlace with ZVINTERLACE_ONEFIELD.
+ZVAPI HRESULT ZvDibResampledInterlacedFrameOCL(const BITMAPINFOHEADER *src, const void *srcPixels,
+                                               const RECT *srcRect, const BITMAPINFOHEADER *dst, void *dstPixels,
+                                               const RECT *dstRect, DWORD flags);

@@ -202,7 +202,8 @@ HRESULT Encode(const zvyuv::EncodePlan &p)
 // the context argument is reserved: the shared context serves every family
 ZVAPI HRESULT YUV_OpenCL_Initialize(const void *, ZVOPENCLLOG log)
 {
-    return Start(&g_yuv, kSource, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
+    const char *sources[] = {kSource};
+    return Start(&g_yuv, sources, 1, kNames, (int)(sizeof kNames / sizeof kNames[0]), log);
 }
 
 ZVAPI HRESULT YUV_OpenCL_Shutdown()

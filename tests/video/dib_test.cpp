@@ -257,6 +257,42 @@ TEST(DibScale, CopiesScalesAndRefuses)
     EXPECT_EQ(ZvDibScale_Bilinear(src.h, nullptr, 0, nullptr, other.h, nullptr, 0, nullptr, 0), E_NOTIMPL);
 }
 
+// The box filter against a direct sum over each box, edges repeated; only
+// the rectangle is written.
+TEST(DibBox, MeansWithRepeatedEdges)
+{
+    const int w = 13, h = 6;
+    Dib src(ZVPT_BGR24, w, -h), dst(ZVPT_BGR24, w, h);
+    for (int i = 0; i < src.stride() * h; ++i)
+        src.px()[i] = (BYTE)(i * 37 + (i >> 3) * 11);
+    memset(dst.px(), 0x5A, dst.stride() * h);
+    RECT r = {0, 1, 12, 6};
+    ASSERT_EQ(ZvDibBoxFilter(src.h, nullptr, 0, dst.h, nullptr, 0, &r, 2, 1), S_OK);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            DWORD want = 0xFF5A5A5A;
+            if (x >= r.left && x < r.right && y >= r.top && y < r.bottom) {
+                int sum[3] = {};
+                for (int dy = -1; dy <= 1; ++dy)
+                    for (int dx = -2; dx <= 2; ++dx) {
+                        DWORD c = src.at(x + dx < 0 ? 0 : x + dx >= w ? w - 1 : x + dx,
+                                         y + dy < 0 ? 0 : y + dy >= h ? h - 1 : y + dy);
+                        for (int k = 0; k < 3; ++k)
+                            sum[k] += (c >> (8 * k)) & 0xFF;
+                    }
+                want = 0xFF000000;
+                for (int k = 0; k < 3; ++k)
+                    want |= (DWORD)((sum[k] + 7) / 15) << (8 * k);
+            }
+            ASSERT_EQ(dst.at(x, y), want) << x << "," << y;
+        }
+    EXPECT_EQ(ZvDibBoxFilter(src.h, nullptr, 0, src.h, nullptr, 0, nullptr, 1, 1), E_INVALIDARG);
+    EXPECT_EQ(ZvDibBoxFilter(src.h, nullptr, 0, dst.h, nullptr, 0, nullptr, ZVDIBBOX_MAXRADIUS + 1, 0), E_INVALIDARG);
+    Dib small(ZVPT_BGR24, w, h - 1), grey(ZVPT_GREY8, w, h);
+    EXPECT_EQ(ZvDibBoxFilter(src.h, nullptr, 0, small.h, nullptr, 0, nullptr, 1, 1), E_INVALIDARG);
+    EXPECT_EQ(ZvDibBoxFilter(src.h, nullptr, 0, grey.h, nullptr, 0, nullptr, 1, 1), E_NOTIMPL);
+}
+
 TEST(DibScale, VectorFormsEqualThePlainOne)
 {
     // sizes up and down, odd widths, bottom-up and top-down, fractional
