@@ -14,6 +14,7 @@
 #include "zverror.h"
 #include "zvpaths.h"
 #include "zvlist.h"
+#include "zvhandlecount.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
 #include "audio/waveformat.h"
@@ -591,39 +592,6 @@ HANDLE PluginProcess(Child &c)
     return self;
 }
 
-// The handles a process holds, from the system's handle list: a process's
-// own handle count isn't kept everywhere (Wine answers 0).
-DWORD HandleCount(DWORD pid)
-{
-    struct Entry {
-        PVOID object;
-        ULONG_PTR pid, handle;
-        ULONG access;
-        USHORT trace, type;
-        ULONG attributes, reserved;
-    };
-    struct List {
-        ULONG_PTR count, reserved;
-        Entry entries[1];
-    };
-    typedef LONG(WINAPI * QueryFn)(int, void *, ULONG, ULONG *);
-    static auto query = (QueryFn)(void *)GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation");
-    std::vector<BYTE> buffer(1 << 20);
-    ULONG length = 0;
-    LONG status;
-    const int kExtendedHandleInformation = 64;
-    while (query && (status = query(kExtendedHandleInformation, buffer.data(), (ULONG)buffer.size(), &length)) ==
-                        (LONG)0xC0000004 && buffer.size() < (256u << 20))
-        buffer.resize(buffer.size() * 2);
-    if (!query || status < 0)
-        return 0;
-    const List *list = (const List *)buffer.data();
-    DWORD n = 0;
-    for (ULONG_PTR i = 0; i < list->count; ++i)
-        n += list->entries[i].pid == pid;
-    return n;
-}
-
 Verdict CheckLeaks(Child &c)
 {
     if (c.samples.empty())
@@ -643,7 +611,7 @@ Verdict CheckLeaks(Child &c)
     HANDLE process = PluginProcess(c);
     const DWORD pid = GetProcessId(process);
     auto measure = [&](DWORD *handles, SIZE_T *memory) {
-        *handles = HandleCount(pid);
+        *handles = ZvProcessHandleCount(pid);
         PROCESS_MEMORY_COUNTERS_EX m = {};
         m.cb = sizeof m;
         GetProcessMemoryInfo(process, (PROCESS_MEMORY_COUNTERS *)&m, sizeof m);
