@@ -111,14 +111,9 @@ STDMETHODIMP MockReader::OpenFile(IZvReadFile **file, UINT64 handle, DWORD, LPCW
     return openAnswer;
 }
 
-MockSetup::MockSetup(const std::vector<Entry> &entries)
+MockSetup::MockSetup(const std::vector<Entry> &entries) : HostManager(dataDir)
 {
-    ZvFioResetDataPaths();
-    ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dataDir + L"\\host.exe").c_str());
-    long reserved = 0;
-    EXPECT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
-                                            nullptr, reserved));
-    mgr = static_cast<CZvFileIOManager *>(app);
+    EXPECT_EQ(S_OK, created);
     tZVLIST *list = nullptr;
     ZvList_CreateExZ(&list, 0, 0, 0, 0);
     for (const Entry &e : entries) {
@@ -138,13 +133,6 @@ MockSetup::MockSetup(const std::vector<Entry> &entries)
         ZvList_InsertList(list, -1, &r, 1);
     }
     EXPECT_EQ(S_OK, mgr->SetPluginList(list, 0, 0, nullptr));
-}
-
-MockSetup::~MockSetup()
-{
-    if (app)
-        app->Release();
-    ZvFioResetDataPaths();
 }
 
 LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }
