@@ -13,17 +13,9 @@ namespace {
 // Reads a file that the log may still hold open.
 std::string ReadShared(const std::wstring &path)
 {
-    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, 0, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return std::string();
-    std::string out;
-    char buf[65536];
-    DWORD got;
-    while (ReadFile(h, buf, sizeof(buf), &got, nullptr) && got)
-        out.append(buf, got);
-    CloseHandle(h);
-    return out;
+    std::vector<unsigned char> bytes;
+    zvtest::ReadFileBytes(path, bytes);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 std::vector<std::string> Lines(const std::string &text)
