@@ -7,12 +7,23 @@
 
 namespace zvtest {
 
-// Every surrogate the table started: after the test each must have ended
-// (within 3 s of the last clean-up, unless told otherwise); one still
-// running is terminated and the test fails.
+// Every surrogate the table started, or the test itself: after the test
+// each must have ended (within 3 s of the last clean-up, unless told
+// otherwise); one still running is terminated and the test fails.
 class ChildGuard {
 public:
     ~ChildGuard() { check(); }
+    void adopt(HANDLE process, DWORD pid) { children_.push_back({pid, process}); }
+    // The last child adopted: its exit code, or STILL_ACTIVE when it runs past `ms`.
+    DWORD waitExit(DWORD ms)
+    {
+        DWORD code = STILL_ACTIVE;
+        if (!children_.empty() && WaitForSingleObject(children_.back().second, ms) == WAIT_OBJECT_0)
+            GetExitCodeProcess(children_.back().second, &code);
+        return code;
+    }
+    HANDLE handle() const { return children_.empty() ? NULL : children_.back().second; }
+    DWORD pid() const { return children_.empty() ? 0 : children_.back().first; }
     void adoptTable()
     {
         ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;

@@ -129,7 +129,7 @@ bool WriteFileBytes(const std::wstring &path, const void *data, size_t size)
 
 bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out)
 {
-    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL,
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
                            OPEN_EXISTING, 0, NULL);
     if (h == INVALID_HANDLE_VALUE)
         return false;

@@ -37,7 +37,7 @@ private:
     std::wstring path_;
 };
 
-// Whole-file helpers.
+// Whole-file helpers; the file may be open elsewhere for writing.
 bool WriteFileBytes(const std::wstring &path, const void *data, size_t size);
 bool ReadFileBytes(const std::wstring &path, std::vector<unsigned char> &out);
 // Removes a folder with everything below it.

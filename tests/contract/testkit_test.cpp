@@ -204,10 +204,7 @@ TEST(TestkitPlugins, ClassesKeepIdManagerAndFindTheirCompanion)
     Plugin dual(L"tk_dual.dll");
     IZvReadFileClass *reader = nullptr;
     ASSERT_EQ(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &reader), S_OK);
-    DWORD id = 0;
-    EXPECT_EQ(reader->SetClassId(7), S_OK);
-    EXPECT_EQ(reader->GetClassId(&id), S_OK);
-    EXPECT_EQ(id, 7u);
+    // (the class id a manager sets is read back through the manager in FioPlugins)
     IZvFileIOManager *manager = nullptr;
     EXPECT_EQ(reader->GetManager(&manager), E_FAIL);
     EXPECT_EQ(manager, nullptr);

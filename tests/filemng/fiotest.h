@@ -1,6 +1,7 @@
 // Helpers of the manager's tests.
 #pragma once
 #include "testutil.h"
+#include "fiohost.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/zvprofile.h"
@@ -52,25 +53,11 @@ struct DataFolder {
     }
 };
 
-// A manager without plug-in list over a data folder; cleaned up at the end
-// (loaded classes hold the manager).
+// A manager without plug-in list over a data folder.
 struct BareManager : DataFolder {
-    IZvFileIOMgrForApp *mgr = nullptr;
-    CZvFileIOManager *impl = nullptr;
-    BareManager()
-    {
-        long reserved = 0;
-        ZVFileIO_CreateInstance(&mgr, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM, nullptr,
-                                reserved);
-        impl = static_cast<CZvFileIOManager *>(mgr);
-    }
-    ~BareManager()
-    {
-        if (mgr) {
-            mgr->CleanUp();
-            mgr->Release();
-        }
-    }
+    zvtest::HostManager host{dir.path()};
+    IZvFileIOMgrForApp *mgr = host.app;
+    CZvFileIOManager *impl = host.mgr;
 };
 
 } // namespace fiotest

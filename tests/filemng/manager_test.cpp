@@ -46,19 +46,8 @@ TEST(FioManagerCore, ManagerOnlyCreationAnswersEverySlot)
     LANGID lang = 0xFFFF;
     EXPECT_EQ(E_INVALIDARG, mgr->GetLangID(&lang, 1));
     EXPECT_EQ(S_OK, mgr->GetLangID(&lang, 0));
-    EXPECT_EQ(E_NOTIMPL, mgr->Reserved4());
-    EXPECT_EQ(E_NOTIMPL, mgr->MediaInfo_Initialize(0));
-    EXPECT_EQ(E_NOTIMPL, mgr->MediaInfo_Uninitialize());
-    EXPECT_EQ(E_NOTIMPL, mgr->Reserved18());
-    DWORD dec = 0;
-    EXPECT_EQ(S_OK, mgr->GetSupportedHardwareDecoders(nullptr));
-    EXPECT_EQ(S_OK, mgr->Reserved26());
     EXPECT_EQ(E_INVALIDARG, mgr->GetSupportedHardwareDecodersEx(nullptr));
-    EXPECT_EQ(S_OK, mgr->GetSupportedHardwareDecodersEx(&dec));
-    EXPECT_EQ(E_INVALIDARG, mgr->Reserved28(nullptr));
-    EXPECT_EQ(E_NOTIMPL, mgr->Reserved45());
     GUID any = {1, 2, 3, {4, 0, 0, 0, 0, 0, 0, 0}};
-    EXPECT_EQ(S_OK, mgr->IsRendererActive(any));
 
     // without a plug-in list
     IZvFIOPluginEnum *plugins = (IZvFIOPluginEnum *)1;
@@ -259,20 +248,13 @@ TEST(FioManagerCore, SurrogateTableIsSharedByManagers)
     EXPECT_FALSE(table->isSurrogate);
     EXPECT_FALSE(ZVFileIO_IsSurrogateProcessId(GetCurrentProcessId()));
 
-    // routing: only a positive group outside a surrogate
+    // routing: a stale routed flag goes with a group of -1 (the groups of
+    // real plug-ins, and a record inside a surrogate, are the routing tests')
     ZVFIO_PLUGININFO rec = {};
-    rec.Surrogate = 0;
-    EXPECT_FALSE(ZvFioDeriveRouting(&rec));
     rec.Surrogate = -1;
     rec.dwRecordFlags = ZVFIO_RF_SURROGATE;
     EXPECT_FALSE(ZvFioDeriveRouting(&rec));
     EXPECT_EQ(0u, rec.dwRecordFlags & ZVFIO_RF_SURROGATE);
-    rec.Surrogate = 2;
-    EXPECT_TRUE(ZvFioDeriveRouting(&rec));
-    EXPECT_EQ(ZVFIO_RF_SURROGATE, rec.dwRecordFlags & ZVFIO_RF_SURROGATE);
-    table->isSurrogate = 1;
-    EXPECT_FALSE(ZvFioDeriveRouting(&rec));
-    table->isSurrogate = 0;
 
     b->Release();
     EXPECT_EQ(1, g_pZvFioSurrogateTable->refs);
@@ -295,9 +277,6 @@ TEST(FioManagerCore, SurrogateManagerCreation)
     LONG v = 0;
     mgr->GetMetric(79, &v);
     EXPECT_EQ(2, v);
-    ZVFIO_PLUGININFO rec = {};
-    rec.Surrogate = 3;
-    EXPECT_FALSE(ZvFioDeriveRouting(&rec)); // nothing is routed further
     EXPECT_EQ(S_OK, mgr->CleanUp());
     EXPECT_EQ(nullptr, g_pZvFioSurrogateTable);
     mgr->Release();

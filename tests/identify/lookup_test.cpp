@@ -11,8 +11,6 @@ using namespace idtest;
 
 namespace {
 
-const HRESULT kUnknown = (HRESULT)0x8004E016;
-
 GUID Id(DWORD data1, BYTE last = 0xAA)
 {
     GUID g = ClassId(data1);
@@ -150,7 +148,7 @@ TEST(ReaderList, ZvapWithADigitIsWave64)
         if (cls)
             cls->Release();
         else
-            EXPECT_EQ(kUnknown, hr) << name;
+            EXPECT_EQ(ZVERR_UNSUPPORTED_FORMAT, hr) << name;
     }
 }
 
@@ -179,7 +177,7 @@ TEST(ReaderList, TypeIdsNameReaderClasses)
     if (cls)
         cls->Release();
     for (DWORD id : {0x7000u, 0x7001u, 0x5FFFu, 0x1010u}) {
-        EXPECT_EQ(kUnknown, k.mgr->IdentifyFileTypeFromId(id, &index)) << std::hex << id;
+        EXPECT_EQ(ZVERR_UNSUPPORTED_FORMAT, k.mgr->IdentifyFileTypeFromId(id, &index)) << std::hex << id;
         EXPECT_EQ(-1, index);
     }
 }

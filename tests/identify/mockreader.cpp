@@ -1,5 +1,6 @@
 #include "mockreader.h"
 #include "filemng/fiodiscovery.h"
+#include "../media/mediatest.h"
 #include <gtest/gtest.h>
 
 namespace idtest {
@@ -110,14 +111,9 @@ STDMETHODIMP MockReader::OpenFile(IZvReadFile **file, UINT64 handle, DWORD, LPCW
     return openAnswer;
 }
 
-MockSetup::MockSetup(const std::vector<Entry> &entries)
+MockSetup::MockSetup(const std::vector<Entry> &entries) : HostManager(dataDir)
 {
-    ZvFioResetDataPaths();
-    ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dataDir + L"\\host.exe").c_str());
-    long reserved = 0;
-    EXPECT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
-                                            nullptr, reserved));
-    mgr = static_cast<CZvFileIOManager *>(app);
+    EXPECT_EQ(S_OK, created);
     tZVLIST *list = nullptr;
     ZvList_CreateExZ(&list, 0, 0, 0, 0);
     for (const Entry &e : entries) {
@@ -139,13 +135,6 @@ MockSetup::MockSetup(const std::vector<Entry> &entries)
     EXPECT_EQ(S_OK, mgr->SetPluginList(list, 0, 0, nullptr));
 }
 
-MockSetup::~MockSetup()
-{
-    if (app)
-        app->Release();
-    ZvFioResetDataPaths();
-}
-
 LONG MockSetup::indexOf(const MockReader &r) const { return (LONG)r.index; }
 
 std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::vector<unsigned char> &bytes)
@@ -155,50 +144,18 @@ std::wstring WriteTemp(const std::wstring &dir, const wchar_t *name, const std::
     return path;
 }
 
-static void Put32(std::vector<unsigned char> &b, DWORD v)
-{
-    for (int i = 0; i < 4; ++i)
-        b.push_back((unsigned char)(v >> (8 * i)));
-}
-static void Put16(std::vector<unsigned char> &b, WORD v)
-{
-    b.push_back((unsigned char)v);
-    b.push_back((unsigned char)(v >> 8));
-}
-static void PutTag(std::vector<unsigned char> &b, const char *t) { b.insert(b.end(), t, t + 4); }
-
 std::vector<unsigned char> WaveBytes(unsigned frames, bool scot)
 {
-    std::vector<unsigned char> b;
-    PutTag(b, "RIFF");
-    Put32(b, 0); // patched below
-    PutTag(b, "WAVE");
-    PutTag(b, "fmt ");
-    Put32(b, 16);
-    Put16(b, 1);
-    Put16(b, 2);
-    Put32(b, 48000);
-    Put32(b, 48000 * 4);
-    Put16(b, 4);
-    Put16(b, 16);
-    if (scot) {
-        // byte 36: a chunk that puts "scot" at byte 60
-        PutTag(b, "JUNK");
-        Put32(b, 16);
-        b.insert(b.end(), 16, 0);
-        PutTag(b, "scot");
-        Put32(b, 8);
-        b.insert(b.end(), 8, 0);
-    }
-    PutTag(b, "data");
-    Put32(b, frames * 4);
+    using namespace mediatest;
+    Bytes fmt = Fmt(1, 2, 48000, 16), pcm;
+    fmt.resize(16);
     for (unsigned i = 0; i < frames; ++i) {
-        Put16(b, (WORD)(2 * i));
-        Put16(b, (WORD)(2 * i + 1));
+        Le16(pcm, 2 * i);
+        Le16(pcm, 2 * i + 1);
     }
-    DWORD riff = (DWORD)b.size() - 8;
-    memcpy(&b[4], &riff, 4);
-    return b;
+    // with "scot": a JUNK chunk at byte 36 puts it at byte 60
+    Bytes extra = scot ? Cat({Chunk("JUNK", Bytes(16)), Chunk("scot", Bytes(8))}) : Bytes();
+    return Riff("WAVE", Cat({Chunk("fmt ", fmt), extra, Chunk("data", pcm)}));
 }
 
 } // namespace idtest

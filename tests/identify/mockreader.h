@@ -7,6 +7,7 @@
 #include <vector>
 #include "filemng/filemng.h"
 #include "testutil.h"
+#include "fiohost.h"
 
 namespace idtest {
 
@@ -61,19 +62,18 @@ struct MockReader : IZvReadFileClass {
 
 // A manager without discovery whose plug-in list holds the given classes,
 // each one record (reader access, loaded, extensions and merit as given).
-struct MockSetup {
+struct MockFolder {
+    zvtest::TempDir tmp;
+    const std::wstring dataDir = tmp.path();
+};
+struct MockSetup : MockFolder, zvtest::HostManager {
     struct Entry {
         MockReader *reader;
         const wchar_t *extensions;
         DWORD merit;
     };
-    IZvFileIOMgrForApp *app = nullptr;
-    CZvFileIOManager *mgr = nullptr;
-    zvtest::TempDir tmp;
-    const std::wstring dataDir = tmp.path();
 
     explicit MockSetup(const std::vector<Entry> &entries);
-    ~MockSetup();
     // reader list index of a class
     LONG indexOf(const MockReader &r) const;
 };

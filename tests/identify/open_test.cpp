@@ -10,10 +10,6 @@ using namespace idtest;
 
 namespace {
 
-const HRESULT kUnsupported = (HRESULT)0x8004E016;
-const HRESULT kNotReady = (HRESULT)0x8004E047;
-const HRESULT kTooSmall = (HRESULT)0x8004E03C;
-
 std::vector<unsigned char> Some() { return std::vector<unsigned char>(100, 'z'); }
 
 struct Opened {
@@ -101,7 +97,7 @@ TEST(OpenReaderName, LengthLimitsOfBothOpens)
         std::wstring f = LongFile(s.dataDir, 519);
         Opened o;
         EXPECT_EQ(S_OK, s.mgr->OpenReader(f.c_str(), &o.file, 0));
-        EXPECT_EQ(kTooSmall, s.mgr->OpenReader((f + L"g").c_str(), &none, 0));
+        EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, s.mgr->OpenReader((f + L"g").c_str(), &none, 0));
         // the tail after "?" doesn't count
         Opened t;
         EXPECT_EQ(S_OK, s.mgr->OpenReader((f + L"?" + std::wstring(900, L't')).c_str(), &t.file, 0));
@@ -115,8 +111,8 @@ TEST(OpenReaderName, LengthLimitsOfBothOpens)
         EXPECT_EQ(S_OK, s.mgr->OpenReaderEx(f.c_str(), &o.file, a.id, 0));
         EXPECT_NE(nullptr, o.file);
     }
-    EXPECT_EQ(kTooSmall, s.mgr->OpenReaderEx((f + L"g").c_str(), &none, a.id, 0));
-    EXPECT_EQ(kTooSmall, s.mgr->OpenReaderEx(f.c_str(), &none, ClassId(0x77777777), 0)) << "falls back";
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, s.mgr->OpenReaderEx((f + L"g").c_str(), &none, a.id, 0));
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, s.mgr->OpenReaderEx(f.c_str(), &none, ClassId(0x77777777), 0)) << "falls back";
     EXPECT_EQ(nullptr, none);
     RemoveLongFile(f);
 }
@@ -135,7 +131,7 @@ TEST(OpenReaderIdentify, SlowPassUnlessMetric27)
     }
     s.mgr->SetMetric(27, 1);
     IZvReadFile *none = nullptr;
-    EXPECT_EQ(kUnsupported, s.mgr->OpenReader(f.c_str(), &none, 0));
+    EXPECT_EQ(ZVERR_UNSUPPORTED_FORMAT, s.mgr->OpenReader(f.c_str(), &none, 0));
     EXPECT_EQ(1, a.slowCalls) << "no slow pass with metric 27";
     EXPECT_EQ(nullptr, none);
 }
@@ -143,11 +139,11 @@ TEST(OpenReaderIdentify, SlowPassUnlessMetric27)
 TEST(OpenReaderIdentify, NotReadyEndsOpenAndAfterwardsSucceedsWithItsCode)
 {
     MockReader ext(0xA0000002, L"Ext"), later(0xA0000001, L"Later");
-    ext.byteAnswer = kNotReady;
+    ext.byteAnswer = ZVERR_PLUGIN_NOT_INITIALIZED;
     MockSetup s({{&ext, L"*.xyz", 0}, {&later, nullptr, 0}});
     std::wstring f = WriteTemp(s.dataDir, L"n.xyz", Some());
     IZvReadFile *none = nullptr;
-    EXPECT_EQ(kNotReady, s.mgr->OpenReader(f.c_str(), &none, 0));
+    EXPECT_EQ(ZVERR_PLUGIN_NOT_INITIALIZED, s.mgr->OpenReader(f.c_str(), &none, 0));
     EXPECT_EQ(0, ext.slowCalls) << "no slow pass after a reader that isn't ready";
     EXPECT_EQ(0, ext.opens + later.opens);
     later.byteAnswer = S_OK;
@@ -189,7 +185,7 @@ TEST(OpenReaderMerit, PositiveMeritThatSaysYesWins)
         EXPECT_EQ(1, plain.byteCalls) << "identified once, not again for merit";
         EXPECT_EQ(0, zero.asked()) << "merit 0 is never asked";
     }
-    merit.byteAnswer = kUnsupported;
+    merit.byteAnswer = ZVERR_UNSUPPORTED_FORMAT;
     Opened o;
     EXPECT_EQ(S_OK, s.mgr->OpenReader(f.c_str(), &o.file, 0));
     EXPECT_EQ(1, plain.opens);
@@ -224,7 +220,7 @@ TEST(OpenMoniker, BuildAndParse)
     EXPECT_STREQ(L"C:\\a.wav?s=1&t=2", buf);
     EXPECT_EQ(S_OK, ZvFio_BuildMoniker(buf, 64, L"C:\\a.wav", nullptr, L"t=2"));
     EXPECT_STREQ(L"C:\\a.wav", buf);
-    EXPECT_EQ(kTooSmall, ZvFio_BuildMoniker(buf, 8, L"C:\\a.wav", L"s", L"t"));
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, ZvFio_BuildMoniker(buf, 8, L"C:\\a.wav", L"s", L"t"));
     EXPECT_STREQ(L"C:\\a.wa", buf);
     EXPECT_EQ(E_POINTER, ZvFio_BuildMoniker(nullptr, 8, L"x", nullptr, nullptr));
     EXPECT_EQ(E_INVALIDARG, ZvFio_BuildMoniker(buf, 0, L"x", nullptr, nullptr));
@@ -235,7 +231,7 @@ TEST(OpenMoniker, BuildAndParse)
     EXPECT_STREQ(L"s=1&t=2", rest);
     EXPECT_EQ(S_FALSE, ZvFio_ParseMoniker(L"C:\\a.wav", path, 64, rest, 64));
     EXPECT_STREQ(L"", rest);
-    EXPECT_EQ(kTooSmall, ZvFio_ParseMoniker(L"C:\\a.wav?s", path, 4, rest, 64));
+    EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, ZvFio_ParseMoniker(L"C:\\a.wav?s", path, 4, rest, 64));
     EXPECT_STREQ(L"C:\\", path);
     EXPECT_EQ(S_OK, ZvFio_ParseMoniker(L"C:\\a.wav?s", path, 64, rest, 1)) << "a one-character target gets nothing";
     EXPECT_STREQ(L"", rest);

@@ -8,6 +8,7 @@
 #include "filemng/zvmemtoken.h"
 #include "zverror.h"
 #include "testutil.h"
+#include "fiohost.h"
 #include "../../plugins/testkit/testkit.h"
 
 using namespace idtest;
@@ -16,30 +17,22 @@ namespace {
 
 // A manager that lists the DLLs beside the test, but for those named, with
 // its data files in a folder of its own.
-struct Discovered {
+struct DiscoveredFolder {
     TestkitCounters counters;
     zvtest::TempDir tmp;
     const std::wstring dir = tmp.path();
-    IZvFileIOMgrForApp *app = nullptr;
-    CZvFileIOManager *mgr = nullptr;
-    explicit Discovered(std::vector<const wchar_t *> skip)
+    _ZVFIO_KEYED_INFO info = {};
+    explicit DiscoveredFolder(std::vector<const wchar_t *> &skip)
     {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dir + L"\\host.exe").c_str());
-        static _ZVFIO_KEYED_INFO info;
-        memset(&info, 0, sizeof info);
         info.ppSkipNames = skip.data();
         info.cSkipNames = (LONG)skip.size();
-        long reserved = 0;
-        EXPECT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_BESIDEPROGRAM | ZVFIO_CREATE_NOCACHE,
-                                                &info, reserved));
-        mgr = static_cast<CZvFileIOManager *>(app);
     }
-    ~Discovered()
+};
+struct Discovered : DiscoveredFolder, zvtest::HostManager {
+    explicit Discovered(std::vector<const wchar_t *> skip)
+        : DiscoveredFolder(skip), HostManager(dir, ZVFIO_CREATE_NOCACHE, &info)
     {
-        if (app)
-            app->Release();
-        ZvFioResetDataPaths();
+        EXPECT_EQ(S_OK, created);
     }
 };
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include "mockreader.h"
 #include "childguard.h"
+#include "fiohost.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
@@ -40,31 +41,13 @@ void WriteConfig(const std::wstring &dir, int group, int merit)
 // A manager whose plug-in list comes from the configuration in `folder`,
 // with its data files beside it. Every surrogate it started must
 // have ended shortly after its clean-up.
-struct Routed {
+struct Routed : zvtest::HostManager {
     std::wstring dir;
-    IZvFileIOMgrForApp *app = nullptr;
-    CZvFileIOManager *mgr = nullptr;
     HRESULT listed = E_FAIL;
 
-    Routed(const std::wstring &folder, DWORD listFlags) : dir(folder)
+    Routed(const std::wstring &folder, DWORD listFlags) : HostManager(folder), dir(folder)
     {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, (dir + L"\\host.exe").c_str());
-        long reserved = 0;
-        if (FAILED(ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM,
-                                           nullptr, reserved)))
-            return;
-        mgr = static_cast<CZvFileIOManager *>(app);
-        tZVLIST *list = nullptr;
-        listed = ZvFioCreateRecordList(&list);
-        if (SUCCEEDED(listed))
-            listed = ZvFioReadConfigFiles(list, dir.c_str(), nullptr, 0);
-        if (SUCCEEDED(listed))
-            listed = mgr->GrovelSpecifiedPlugins(list, listFlags, nullptr);
-        if (SUCCEEDED(listed))
-            listed = mgr->SetPluginList(list, 0, 0, nullptr);
-        if (FAILED(listed) && list)
-            ZvFioFreeRecordList(list);
+        listed = listConfigured(dir, listFlags);
         if (SUCCEEDED(listed))
             mgr->UpdatePluginCache(0);
     }
@@ -72,23 +55,10 @@ struct Routed {
     {
         zvtest::ChildGuard guard;
         guard.adoptTable();
-        if (app) {
-            app->CleanUp();
-            app->Release();
-        }
+        release();
         guard.check(5000);
-        ZvFioResetDataPaths();
     }
-    ZVFIO_PLUGININFO *waveRecord() const
-    {
-        tZVLIST *list = mgr ? mgr->pluginList() : nullptr;
-        for (int i = 0; list && i < list->count; ++i) {
-            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-            if (r && IsEqualGUID(r->clsidPlugin, kWaveReader))
-                return r;
-        }
-        return nullptr;
-    }
+    ZVFIO_PLUGININFO *waveRecord() const { return record(kWaveReader); }
 };
 
 // True when nothing, in any process, holds the file open any more.

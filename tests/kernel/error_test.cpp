@@ -279,10 +279,12 @@ TEST_F(ErrorBoxes, NoInterfaceHookAnswersWithTheDefaultButton)
     ASSERT_EQ(1u, g_logged.size());
     EXPECT_EQ(std::wstring(kContext0) + L"\n\nThe item was not found.", g_logged[0]);
 
-    EXPECT_EQ(IDNO, ZvMessageBox(nullptr, L"q", nullptr, MB_YESNOCANCEL | MB_DEFBUTTON2));
-    EXPECT_EQ(IDCANCEL, ZvMessageBox(nullptr, L"q", nullptr, MB_YESNOCANCEL | MB_DEFBUTTON3));
-    EXPECT_EQ(IDYES, ZvMessageBox(nullptr, L"q", nullptr, MB_YESNO | MB_DEFBUTTON4));
-    EXPECT_EQ(IDIGNORE, ZvMsgBoxNoF(nullptr, MB_ABORTRETRYIGNORE | MB_DEFBUTTON3, L"q"));
+    // the default button of each set; one past the set's end is its first
+    const struct { UINT type; int answer; } defaults[] = {
+        {MB_YESNOCANCEL | MB_DEFBUTTON2, IDNO}, {MB_YESNOCANCEL | MB_DEFBUTTON3, IDCANCEL},
+        {MB_YESNO | MB_DEFBUTTON4, IDYES}, {MB_ABORTRETRYIGNORE | MB_DEFBUTTON3, IDIGNORE}};
+    for (const auto &d : defaults)
+        EXPECT_EQ(d.answer, ZvMessageBox(nullptr, L"q", nullptr, d.type)) << std::hex << d.type;
     EXPECT_EQ(ZVID_NOTOALL, ZvMsgBox_CustomNoF(nullptr, ZVMB_YESYESALLNONOALLCANCEL | MB_DEFBUTTON4, nullptr,
                                                nullptr, L"q"));
     EXPECT_EQ(ZVID_DELETE, ZvMsgBox_TitledNoF(nullptr, ZVMB_YESNODELETE | MB_DEFBUTTON3, L"t", L"q"));

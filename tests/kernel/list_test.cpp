@@ -81,10 +81,7 @@ TEST(ZvListCreate, SizesAndGrowthSteps)
     EXPECT_EQ(l->allocated, 16);
     EXPECT_EQ(l->growBy, 16);
     EXPECT_EQ(l->itemSize, sizeof(void *));
-    EXPECT_EQ(l->count, 0);
-    EXPECT_EQ(l->magic, ZVLIST_MAGIC);
     EXPECT_EQ(ZvList_GetCreateOptions(l), ZVLIST_ANYTHREAD);
-    EXPECT_EQ(ZvList_GetThreadOwner(l), GetCurrentThreadId());
     EXPECT_EQ(ZvList_Destroy(l), S_OK);
 
     l = make(0, 5, 4, 0);
@@ -103,14 +100,6 @@ TEST(ZvListCreate, SizesAndGrowthSteps)
     EXPECT_EQ(l->itemSize, 12u);
     ZvList_Destroy(l);
 
-    l = make(0, 0, 0, ZVLIST_HEAPITEMS);
-    EXPECT_EQ(l->heapAllocFlags, 9u);
-    EXPECT_EQ(l->heapFreeFlags, 1u);
-    EXPECT_EQ(l->heap, nullptr);
-    ZvList_Destroy(l);
-    l = make(0, 0, 0, ZVLIST_HEAPITEMS | ZVLIST_PRIVATEHEAP);
-    EXPECT_NE(l->heap, nullptr);
-    ZvList_Destroy(l);
 
     // Growth is linear, one step of grow-by at a time.
     l = make(0, 16, 16, 0);
@@ -574,11 +563,8 @@ TEST(ZvListMisc, OwnerUserDataAndBadHandles)
 {
     tZVLIST *l = make(0, 0, 0, 0);
     EXPECT_EQ(ZvList_SetUserData(l, 5), 0u);
-    EXPECT_EQ(ZvList_SetUserData(l, 6), 5u);
-    EXPECT_EQ(ZvList_GetUserData(l), 6u);
-    EXPECT_EQ(ZvList_SetThreadOwner(l, 1234), S_OK);
-    EXPECT_EQ(ZvList_GetThreadOwner(l), 1234u);
-    EXPECT_EQ(ZvList_SetThreadOwner(l, 0), S_OK);
+    EXPECT_EQ(ZvList_SetUserData(l, 6), 5u); // the old value back
+    EXPECT_EQ(ZvList_SetThreadOwner(l, 0), S_OK); // 0: the calling thread
     EXPECT_EQ(ZvList_GetThreadOwner(l), GetCurrentThreadId());
     char text[8] = "x";
     EXPECT_EQ(ZvList_GetFileAndLine(l, text, sizeof text), -1);

@@ -128,17 +128,13 @@ TEST_F(ZvMetricTest, NumbersBoundsAndNames)
 
     wchar_t name[16];
     EXPECT_EQ(ZvMetricGetName(7, REG_DWORD, name), 2);
-    EXPECT_STREQ(name, L"D7");
-    ZvMetricGetName(-7, REG_SZ, name);
-    EXPECT_STREQ(name, L"S7");
-    ZvMetricGetName(7, REG_BINARY, name);
-    EXPECT_STREQ(name, L"B7");
-    ZvMetricGetName(7, REG_MULTI_SZ, name);
-    EXPECT_STREQ(name, L"Z7");
-    ZvMetricGetName(7, 99, name);
-    EXPECT_STREQ(name, L"Z7");
-    ZvMetricGetName(INT_MIN, REG_DWORD, name);
-    EXPECT_STREQ(name, L"D2147483648");
+    const struct { int id; DWORD type; const wchar_t *name; } names[] = {
+        {7, REG_DWORD, L"D7"}, {-7, REG_SZ, L"S7"}, {7, REG_BINARY, L"B7"}, {7, REG_MULTI_SZ, L"Z7"},
+        {7, 99, L"Z7"}, {INT_MIN, REG_DWORD, L"D2147483648"}};
+    for (const auto &n : names) {
+        ZvMetricGetName(n.id, n.type, name);
+        EXPECT_STREQ(n.name, name) << n.id << " " << n.type;
+    }
 }
 
 TEST_F(ZvMetricTest, Texts)

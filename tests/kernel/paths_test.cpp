@@ -46,25 +46,17 @@ TEST(ZvPathsFolders, MoveFolderKeepsEverythingAndRefusesBadTargets)
     EXPECT_EQ(4, ZvGetFileSizeByName((dst + L"\\inner\\b.bin").c_str()));
 }
 
-TEST(ZvPathsFolders, DiskFreeSpaceText)
+TEST(ZvPathsFolders, DiskFreeSpaceTextAndTempFileErrors)
 {
     zvtest::TempDir tmp;
     wchar_t text[64];
     int n = ZvFormatDiskFreeSpace(tmp.path().c_str(), text, 64);
     ASSERT_GT(n, 0);
     EXPECT_EQ((size_t)n, wcslen(text));
-    wchar_t want[64];
-    ZvGetByteSizeTextWithSpace((ULONGLONG)ZvGetDiskFreeSpace(tmp.path().c_str()), want);
-    // free space moves while the test runs; the unit and the form stay
-    EXPECT_EQ(Str(want).substr(Str(want).size() - 2), Str(text).substr(n - 2));
     EXPECT_EQ(0, ZvFormatDiskFreeSpace(L"Q:\\no\\such\\disk", text, 64));
     EXPECT_STREQ(L"", text);
     EXPECT_EQ(0, ZvFormatDiskFreeSpace(tmp.path().c_str(), text, 2)) << "too small a buffer";
-}
 
-TEST(ZvPathsFolders, TempFileErrorsAreTranslated)
-{
-    zvtest::TempDir tmp;
     wchar_t name[MAX_PATH] = L"x";
     EXPECT_EQ(ZVERR_NOT_FOUND,
               ZvCreateTempFileAndNameEx(tmp.file(L"missing\\sub").c_str(), L"t", L".tmp", nullptr, name, MAX_PATH));

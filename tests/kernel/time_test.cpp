@@ -32,11 +32,9 @@ ZVSMPTEVAL FromFrames(LONG format, LONG frames)
 
 TEST(Timecode, DropFrameLabels)
 {
+    // every label of the day is checked against a reference library in
+    // TimecodeReference (tc_reference.sh); here the drop itself and the ends
     EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 1800)), L"00:01:00,02");
-    EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 1799)), L"00:00:59,29");
-    EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 17982)), L"00:10:00,00");
-    EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 107892)), L"01:00:00,00");
-    EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 2589407)), L"23:59:59,29");
     // 24 hours wrap, and negative counts come from the end of the day.
     EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, 2589408)), L"00:00:00,00");
     EXPECT_EQ(Text(FromFrames(ZVSMPTE_30DROP, -1)), L"23:59:59,29");

@@ -255,7 +255,7 @@ TEST_F(SurrogateTest, IdentityLocalAnswersAndWraps)
     DWORD id = 0;
     EXPECT_EQ(S_OK, cls->GetClassId(&id));
     EXPECT_EQ(0x6123u, id);
-    IZvFileIOManager *m = nullptr, *want = As<IZvFileIOManager>(r.w.mgr, IID_IZvFileIOManager);
+    IZvFileIOManager *m = nullptr, *want = As<IZvFileIOManager>(r.w.app, IID_IZvFileIOManager);
     EXPECT_EQ(S_OK, cls->SetManager(nullptr)) << "swallowed";
     EXPECT_EQ(S_OK, cls->GetManager(&m));
     EXPECT_EQ(want, m);

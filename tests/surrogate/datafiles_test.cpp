@@ -28,12 +28,10 @@ TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
     zvtest::RemoveTree(strayMetrics);
     zvtest::RemoveTree(strayCache);
 
-    ZvFioResetDataPaths();
     zvtest::ChildGuard guard;
-    IZvFileIOMgrForApp *app = nullptr;
-    long reserved = 0;
-    ASSERT_EQ(S_OK, ZVFileIO_CreateInstance(&app, nullptr, ZVFIO_CREATE_MANAGERONLY, nullptr, reserved));
-    CZvFileIOManager *mgr = static_cast<CZvFileIOManager *>(app);
+    zvtest::HostManager host(L""); // data files in the user's folders
+    ASSERT_EQ(S_OK, host.created);
+    CZvFileIOManager *mgr = host.mgr;
     const ZVFIO_DATAPATHS *paths = ZvFioGetDataPaths();
     ASSERT_TRUE(paths->known);
     EXPECT_TRUE(paths->userMetricFolder && paths->userCacheFolder);
@@ -47,25 +45,16 @@ TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
     EXPECT_EQ(UserFolder(CSIDL_APPDATA, g_zvfioProductName), paths->metricFolder);
     EXPECT_EQ(UserFolder(CSIDL_LOCAL_APPDATA, g_zvfioProductName), paths->cacheFolder);
 
-    tZVLIST *list = nullptr;
-    ASSERT_EQ(S_OK, ZvFioCreateRecordList(&list));
-    ASSERT_EQ(S_OK, ZvFioReadConfigFiles(list, PluginFolder().c_str(), nullptr, 0));
-    ASSERT_EQ(S_OK, mgr->GrovelSpecifiedPlugins(list, ZVFIO_CREATE_NOCACHE, nullptr));
-    ASSERT_EQ(S_OK, mgr->SetPluginList(list, 0, 0, nullptr));
+    ASSERT_EQ(S_OK, host.listConfigured(PluginFolder(), ZVFIO_CREATE_NOCACHE));
     guard.adoptTable();
 
     const LONG kMetric = 4242;
     ASSERT_EQ(S_OK, mgr->SetMetric(kMetric, 17));
     ASSERT_EQ(S_OK, mgr->SetMetric(kMetric + 1, 0));
     IZvReadFileClass *cls = nullptr;
-    tZVLIST *plugins = mgr->pluginList();
-    for (int i = 0; i < plugins->count && !cls; ++i) {
-        ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(plugins, i);
-        if (IsEqualGUID(r->clsidPlugin, TsReaderClass(TS_G1A))) {
-            EXPECT_EQ(S_OK, mgr->getReader(r, &cls));
-        }
-    }
-    ASSERT_TRUE(cls);
+    ZVFIO_PLUGININFO *record = host.record(TsReaderClass(TS_G1A));
+    ASSERT_TRUE(record);
+    ASSERT_EQ(S_OK, mgr->getReader(record, &cls));
     guard.adoptTable();
     IZvReadFile *file = nullptr;
     ASSERT_EQ(S_OK, cls->OpenFile(&file, ~(UINT64)0, 0, L"a.tsm", TRUE));
@@ -85,7 +74,5 @@ TEST_F(SurrogateTest, HostAndSurrogateShareTheUsersDataFiles)
 
     mgr->DeleteMetric(kMetric, 4);
     mgr->DeleteMetric(kMetric + 1, 4);
-    app->CleanUp();
-    app->Release();
-    ZvFioResetDataPaths();
+    host.release(); // before the guard checks its children
 }

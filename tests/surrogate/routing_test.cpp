@@ -92,11 +92,8 @@ TEST_F(SurrogateTest, NothingIsRoutedInsideASurrogate)
 TEST_F(SurrogateTest, ThirtySlotsThenBufferTooSmall)
 {
     zvtest::TempDir dir;
-    ZvFioResetDataPaths();
-    ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir.file(L"host.exe").c_str());
-    IZvFileIOMgrForApp *mgr = nullptr;
-    long reserved = 0;
-    ASSERT_EQ(S_OK, ZVFileIO_CreateInstance(&mgr, nullptr, World::kFlags, nullptr, reserved));
+    zvtest::HostManager host(dir.path(), World::kFlags);
+    ASSERT_EQ(S_OK, host.created);
     ZVFIO_SURROGATETABLE *t = g_pZvFioSurrogateTable;
     ASSERT_TRUE(t);
     // thirty groups that count as launched, without thirty processes
@@ -110,7 +107,7 @@ TEST_F(SurrogateTest, ThirtySlotsThenBufferTooSmall)
     EXPECT_EQ((HRESULT)0x8004E03C, ZvFioLaunchSurrogate(&r));
     EXPECT_TRUE(r.dwRecordFlags & ZVFIO_RF_SURROGATE);
     void *obj = (void *)1;
-    EXPECT_EQ((HRESULT)0x8004E03C, ZvFioRoutedCreate(&r, &obj, IID_IZvReadFileClass, mgr));
+    EXPECT_EQ((HRESULT)0x8004E03C, ZvFioRoutedCreate(&r, &obj, IID_IZvReadFileClass, host.app));
     EXPECT_EQ(nullptr, obj);
     r.Surrogate = 17; // has its slot: nothing to start
     EXPECT_EQ(S_OK, ZvFioLaunchSurrogate(&r));
@@ -120,9 +117,6 @@ TEST_F(SurrogateTest, ThirtySlotsThenBufferTooSmall)
     EXPECT_EQ(0u, r.dwRecordFlags & ZVFIO_RF_SURROGATE);
     for (auto &s : t->slots)
         s.processId = 0;
-    mgr->CleanUp();
-    mgr->Release();
-    ZvFioResetDataPaths();
 }
 
 TEST_F(SurrogateTest, ServedObjectRefusesBadCallsInOrder)

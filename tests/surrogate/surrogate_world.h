@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include "testutil.h"
 #include "childguard.h"
+#include "fiohost.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
@@ -21,60 +22,29 @@ inline std::wstring PluginFolder()
     return zvtest::ExeDir() + L"tsurrogate";
 }
 
+// Holds the folder of the data files, made before the manager and removed
+// after it.
+struct WorldFolder {
+    zvtest::TempDir dir_;
+};
+
 // The manager with the surrogate test plug-ins as its list.
-class World {
+class World : private WorldFolder, public zvtest::HostManager {
 public:
-    World()
+    World() : HostManager(dir_.path(), kFlags)
     {
-        ZvFioResetDataPaths();
-        ZvFioResolveDataPaths(ZVFIO_CREATE_BESIDEPROGRAM, dir_.file(L"host.exe").c_str());
-        long reserved = 0;
-        created = ZVFileIO_CreateInstance(&mgr, nullptr, kFlags, nullptr, reserved);
-        if (FAILED(created) || !mgr)
-            return;
-        tZVLIST *list = nullptr;
-        created = ZvFioCreateRecordList(&list);
-        if (SUCCEEDED(created))
-            created = ZvFioReadConfigFiles(list, PluginFolder().c_str(), nullptr, 0);
-        if (SUCCEEDED(created))
-            created = concrete()->GrovelSpecifiedPlugins(list, kFlags, nullptr);
+        created = listConfigured(PluginFolder(), kFlags);
         guard.adoptTable();
-        if (SUCCEEDED(created))
-            created = concrete()->SetPluginList(list, 0, 0, nullptr);
-        if (FAILED(created) && list)
-            ZvFioFreeRecordList(list);
     }
-    ~World()
-    {
-        cleanUp();
-        ZvFioResetDataPaths();
-    }
-    void cleanUp()
-    {
-        if (!mgr)
-            return;
-        mgr->CleanUp();
-        mgr->Release();
-        mgr = nullptr;
-    }
-    CZvFileIOManager *concrete() const { return static_cast<CZvFileIOManager *>(mgr); }
-    ZVFIO_PLUGININFO *record(const GUID &clsid) const
-    {
-        tZVLIST *list = concrete()->pluginList();
-        for (int i = 0; list && i < list->count; ++i) {
-            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-            if (r && IsEqualGUID(r->clsidPlugin, clsid))
-                return r;
-        }
-        return nullptr;
-    }
+    ~World() { release(); }
+    void cleanUp() { release(); }
     IZvReadFileClass *reader(int variant) const
     {
         IZvReadFileClass *c = nullptr;
         ZVFIO_PLUGININFO *r = record(TsReaderClass(variant));
         EXPECT_TRUE(r) << "variant " << variant;
         if (r) {
-            EXPECT_EQ(S_OK, concrete()->getReader(r, &c)) << "variant " << variant;
+            EXPECT_EQ(S_OK, mgr->getReader(r, &c)) << "variant " << variant;
         }
         return c;
     }
@@ -84,15 +54,12 @@ public:
         ZVFIO_PLUGININFO *r = record(TsRendererClass(variant));
         EXPECT_TRUE(r) << "variant " << variant;
         if (r) {
-            EXPECT_EQ(S_OK, concrete()->getRenderer(r, &c)) << "variant " << variant;
+            EXPECT_EQ(S_OK, mgr->getRenderer(r, &c)) << "variant " << variant;
         }
         return c;
     }
 
     static const DWORD kFlags = ZVFIO_CREATE_MANAGERONLY | ZVFIO_CREATE_BESIDEPROGRAM | ZVFIO_CREATE_NOCACHE;
-    zvtest::TempDir dir_;
-    IZvFileIOMgrForApp *mgr = nullptr;
-    HRESULT created = E_FAIL;
     zvtest::ChildGuard guard; // checked after ~World has cleaned up
 };
 

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string>
 #include "testutil.h"
+#include "childguard.h"
 #include "vantrycmd.h"
 #include "zvproxy.h"
 #include "zvsurrogate.h"
@@ -25,44 +26,8 @@ std::wstring surrogatePath()
     return Vantry_SurrogatePath(NULL, path, MAX_PATH) ? path : L"";
 }
 
-// Owns a surrogate process: whatever path a test takes, no Vantry.exe
-// outlives it. One still running at the end is terminated and reported.
-class SurrogateGuard {
-public:
-    SurrogateGuard() = default;
-    SurrogateGuard(const SurrogateGuard &) = delete;
-    SurrogateGuard &operator=(const SurrogateGuard &) = delete;
-    ~SurrogateGuard()
-    {
-        if (!process_)
-            return;
-        if (WaitForSingleObject(process_, 0) != WAIT_OBJECT_0) {
-            TerminateProcess(process_, 1);
-            WaitForSingleObject(process_, 5000);
-            ADD_FAILURE() << "Vantry.exe " << pid_ << " was still running and had to be terminated";
-        }
-        CloseHandle(process_);
-    }
-    void adopt(HANDLE process, DWORD pid)
-    {
-        process_ = process;
-        pid_ = pid;
-    }
-    HANDLE handle() const { return process_; }
-    DWORD pid() const { return pid_; }
-    // Waits for the end; the exit code or STILL_ACTIVE.
-    DWORD waitExit(DWORD ms)
-    {
-        DWORD code = STILL_ACTIVE;
-        if (WaitForSingleObject(process_, ms) == WAIT_OBJECT_0)
-            GetExitCodeProcess(process_, &code);
-        return code;
-    }
-
-private:
-    HANDLE process_ = NULL;
-    DWORD pid_ = 0;
-};
+// Whatever path a test takes, no Vantry.exe it started outlives it.
+typedef zvtest::ChildGuard SurrogateGuard;
 
 // Starts the surrogate with a command line tail of its own.
 HRESULT launchWith(const std::wstring &tail, SurrogateGuard &guard)
