@@ -23,56 +23,54 @@ inline __m256i pair(int a, int b)
     return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
 }
 
+// The samples enter eight times as large, so each 32-bit sum is eight times
+// the plain form's and its high word is the plain form's sum shifted right
+// by 13 (the 8-bit layouts' shift): one shift and a word blend give a pair's
+// two pixels in order, and the saturating pack is the plain form's clamp.
+// With samples below 2^11 and coefficients below 2^15 the sums stay far
+// inside 32 bits.
 struct Consts {
-    __m256i yoff, mid, kYe, kYo, kR, kG, kB, rnd, lo8, alpha;
-    __m128i sh;
+    __m256i mid, kYe, kYo, kR, kG, kB, base, alpha;
+    __m128i up;
     explicit Consts(const Decode &d)
     {
-        yoff = _mm256_set1_epi16((short)d.yoff);
         mid = _mm256_set1_epi16((short)d.mid);
         kYe = pair(d.cy, 0);
         kYo = pair(0, d.cy);
         kR = pair(0, d.crv);
         kG = pair(d.cgu, d.cgv);
         kB = pair(d.cbu, 0);
-        rnd = _mm256_set1_epi32(1 << (d.shift - 1));
-        lo8 = _mm256_set1_epi32(255);
-        alpha = _mm256_set1_epi32((int)0xFF000000u);
-        sh = _mm_cvtsi32_si128(d.shift);
+        up = _mm_cvtsi32_si128(16 - d.shift);
+        // rounding and the luma offset, taken off the sum instead of each sample
+        base = _mm256_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
+        alpha = _mm256_set1_epi16(255);
     }
 };
 
-inline __m256i Clamp8(const Consts &k, __m256i v)
+// One channel of a pair vector: even and odd pixels' sums to their words.
+inline __m256i Channel(__m256i ye, __m256i yo, __m256i c)
 {
-    return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), k.lo8);
-}
-
-// One pixel of each pair as B, G, R, A bytes (rgbaOrder: R, G, B, A).
-inline __m256i Pixels(const Consts &k, __m256i ys, __m256i r, __m256i g, __m256i b, bool rgbaOrder)
-{
-    __m256i R = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, r), k.sh));
-    __m256i G = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, g), k.sh));
-    __m256i B = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, b), k.sh));
-    if (rgbaOrder) {
-        __m256i t = R;
-        R = B;
-        B = t;
-    }
-    return _mm256_or_si256(_mm256_or_si256(B, _mm256_slli_epi32(G, 8)),
-                           _mm256_or_si256(_mm256_slli_epi32(R, 16), k.alpha));
+    return _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(ye, c), 16), _mm256_add_epi32(yo, c), 0xAA);
 }
 
 // Sixteen pixels: Y as pairs of luma words, UV as pairs of chroma words.
 inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaOrder)
 {
-    Y = _mm256_sub_epi16(Y, k.yoff);
-    UV = _mm256_sub_epi16(UV, k.mid);
+    Y = _mm256_sll_epi16(Y, k.up);
+    UV = _mm256_sll_epi16(_mm256_sub_epi16(UV, k.mid), k.up);
     __m256i r = _mm256_madd_epi16(UV, k.kR), g = _mm256_madd_epi16(UV, k.kG), b = _mm256_madd_epi16(UV, k.kB);
-    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.rnd);
-    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.rnd);
-    __m256i pe = Pixels(k, ye, r, g, b, rgbaOrder), po = Pixels(k, yo, r, g, b, rgbaOrder);
-    // per lane: pixels 0-3 and 4-7 of the lane's eight
-    __m256i lo = _mm256_unpacklo_epi32(pe, po), hi = _mm256_unpackhi_epi32(pe, po);
+    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.base);
+    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.base);
+    __m256i R = Channel(ye, yo, r), G = Channel(ye, yo, g), B = Channel(ye, yo, b);
+    if (rgbaOrder) {
+        __m256i t = R;
+        R = B;
+        B = t;
+    }
+    // per lane: B0-7 R0-7 and G0-7 A0-7, then B G R A of pixels 0-3 and 4-7
+    __m256i br = _mm256_packus_epi16(B, R), ga = _mm256_packus_epi16(G, k.alpha);
+    __m256i bg = _mm256_unpacklo_epi8(br, ga), ra = _mm256_unpackhi_epi8(br, ga);
+    __m256i lo = _mm256_unpacklo_epi16(bg, ra), hi = _mm256_unpackhi_epi16(bg, ra);
     _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
     _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
 }
