@@ -226,6 +226,47 @@ TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
     ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
 }
 
+// The vector bodies' integer shortcuts hold for every 8-bit sample triple:
+// a UYVY frame per U value, V down the rows, every Y in each row.
+TEST(YuvConvert, VectorDecodeEqualsThePlainOneForEveryTriple)
+{
+    Frame src = Make(ZVPT_UYVY, 256, 256, 1);
+    BITMAPINFOHEADER d = Header(ZVPT_BGRA32, 256, -256);
+    std::vector<BYTE> want(256 * 256 * 4), got(want.size());
+    for (int selector : {ZVYUV_BT601, ZVYUV_BT709, ZVYUV_BT2020})
+        for (int limited : {0, 1}) {
+            ZVYUVSETTINGS s = {};
+            s.selector = selector;
+            s.limited = limited;
+            s.threads = 1;
+            int bad = 0;
+            for (int u = 0; u < 256 && !bad; ++u) {
+                for (int v = 0; v < 256; ++v)
+                    for (int k = 0; k < 128; ++k) {
+                        BYTE *g = src.image() + v * 512 + 4 * k;
+                        g[0] = (BYTE)u;
+                        g[1] = (BYTE)(2 * k);
+                        g[2] = (BYTE)v;
+                        g[3] = (BYTE)(2 * k + 1);
+                    }
+                ZvVideo_SetKernelOverride(0, 1);
+                ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data(), 0, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                for (DWORD word : kVectorWords) {
+                    ZvVideo_SetKernelOverride(word, 1);
+                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data(), 0, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                    if (want != got) {
+                        size_t i = std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin();
+                        ADD_FAILURE() << "selector " << selector << " limited " << limited << " word " << std::hex
+                                      << word << std::dec << ": Y " << (i / 4) % 256 << " U " << u << " V "
+                                      << i / 1024;
+                        bad = 1;
+                    }
+                }
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+}
+
 TEST(YuvConvert, OddWidthsAndNegativeHeights)
 {
     // bottom-up destination: the top source row lands in the last memory row
