@@ -113,9 +113,12 @@ HRESULT PlanEncode(EncodePlan *p, const BITMAPINFOHEADER *src, const void *srcPi
                    const ZVYUVSETTINGS *settings);
 
 // Runs body(first, end) over [0, count) in static ranges across worker
-// threads; threads 1 or small counts run on the calling thread.
+// threads; threads 1, small counts and a machine whose other processes keep
+// every processor busy run on the calling thread.
 void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
                void *ctx);
+// Threads for calls that ask for 0 (0: the runtime's choice).
+void SetThreadOverride(int threads);
 
 // The support word the conversions consult, and an override for checks
 // (0xFFFFFFFF restores the detected word).
