@@ -132,24 +132,9 @@ struct Split {
     }
 };
 
-inline __m256i Dot(const Split &s, __m256i k02, __m256i k13)
+inline __m256i Dot(__m256i b02, __m256i b13, __m256i k02, __m256i k13)
 {
-    return _mm256_add_epi32(_mm256_madd_epi16(s.b02, k02), _mm256_madd_epi16(s.b13, k13));
-}
-
-// Sixteen 32-bit values (two vectors in order) to sixteen saturated bytes.
-inline __m128i Bytes16(__m256i a, __m256i b)
-{
-    __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
-    __m256i x = _mm256_packus_epi16(w, w);
-    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 1, 2, 0)));
-}
-
-// Eight 32-bit values in order to eight saturated bytes in the low half.
-inline __m128i Bytes8(__m256i v)
-{
-    __m128i w = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-    return _mm_packus_epi16(w, _mm_setzero_si128());
+    return _mm256_add_epi32(_mm256_madd_epi16(b02, k02), _mm256_madd_epi16(b13, k13));
 }
 
 } // namespace
@@ -161,8 +146,13 @@ int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n
     const __m256i ky02 = rgbaOrder ? pair(e.kyr, e.kyb) : pair(e.kyb, e.kyr), ky13 = pair(e.kyg, 0);
     const __m256i ku02 = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur), ku13 = pair(e.kug, 0);
     const __m256i kv02 = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr), kv13 = pair(e.kvg, 0);
-    const __m256i yr = _mm256_set1_epi32(8192), yoff = _mm256_set1_epi32(e.yoff);
-    const __m256i cr = _mm256_set1_epi32(1 << 15), mid = _mm256_set1_epi32(e.mid);
+    // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
+    // yoff 2^14) >> 14, and a chroma value is the high word of its sum
+    const __m256i ybase = _mm256_set1_epi32(8192 + e.yoff * 16384);
+    const __m256i cbase = _mm256_set1_epi32((1 << 15) + e.mid * 65536);
+    // dwords 0 4 1 5 of the lanes: the order two packs leave behind
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    const __m128i planes = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
     int i = 0;
     for (; i + 16 <= n; i += 16) {
         Split a0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i)));
@@ -174,28 +164,26 @@ int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n
         for (int r = 0; r < 2; ++r) {
             if (!outs[r])
                 continue;
-            __m256i lo = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][0], ky02, ky13), yr), 14), yoff);
-            __m256i hi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][1], ky02, ky13), yr), 14), yoff);
-            _mm_storeu_si128((__m128i *)(outs[r] + i), Bytes16(lo, hi));
+            __m256i lo = _mm256_srai_epi32(_mm256_add_epi32(Dot(rows[r][0]->b02, rows[r][0]->b13, ky02, ky13), ybase), 14);
+            __m256i hi = _mm256_srai_epi32(_mm256_add_epi32(Dot(rows[r][1]->b02, rows[r][1]->b13, ky02, ky13), ybase), 14);
+            __m256i w = _mm256_packs_epi32(lo, hi);
+            __m256i b = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w, w), order);
+            _mm_storeu_si128((__m128i *)(outs[r] + i), _mm256_castsi256_si128(b));
         }
-        // columns summed over the two rows (words stay below 511), weighed,
-        // then neighbouring columns added: per lane chroma 0 1 4 5 | 2 3 6 7
-        Split sa = a0, sb = b0;
-        sa.b02 = _mm256_add_epi16(a0.b02, a1.b02);
-        sa.b13 = _mm256_add_epi16(a0.b13, a1.b13);
-        sb.b02 = _mm256_add_epi16(b0.b02, b1.b02);
-        sb.b13 = _mm256_add_epi16(b0.b13, b1.b13);
-        __m256i U = _mm256_hadd_epi32(Dot(sa, ku02, ku13), Dot(sb, ku02, ku13));
-        __m256i V = _mm256_hadd_epi32(Dot(sa, kv02, kv13), Dot(sb, kv02, kv13));
-        U = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(U, cr), 16), mid);
-        V = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(V, cr), 16), mid);
-        __m128i U8 = Bytes8(_mm256_permute4x64_epi64(U, _MM_SHUFFLE(3, 1, 2, 0)));
-        __m128i V8 = Bytes8(_mm256_permute4x64_epi64(V, _MM_SHUFFLE(3, 1, 2, 0)));
+        // block sums in the words: the two rows, then the neighbouring
+        // columns (whole dwords: no word passes 1020); chroma 0 1 4 5 | 2 3 6 7
+        __m256i s02 = _mm256_hadd_epi32(_mm256_add_epi16(a0.b02, a1.b02), _mm256_add_epi16(b0.b02, b1.b02));
+        __m256i s13 = _mm256_hadd_epi32(_mm256_add_epi16(a0.b13, a1.b13), _mm256_add_epi16(b0.b13, b1.b13));
+        __m256i U = _mm256_add_epi32(Dot(s02, s13, ku02, ku13), cbase);
+        __m256i V = _mm256_add_epi32(Dot(s02, s13, kv02, kv13), cbase);
+        __m256i uv = _mm256_blend_epi16(_mm256_srli_epi32(U, 16), V, 0xAA);
+        __m128i UV = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(uv, uv), order));
         if (uvStep == 1) {
-            _mm_storel_epi64((__m128i *)(u + i / 2), U8);
-            _mm_storel_epi64((__m128i *)(v + i / 2), V8);
+            UV = _mm_shuffle_epi8(UV, planes);
+            _mm_storel_epi64((__m128i *)(u + i / 2), UV);
+            _mm_storel_epi64((__m128i *)(v + i / 2), _mm_unpackhi_epi64(UV, UV));
         } else {
-            _mm_storeu_si128((__m128i *)(u + i), _mm_unpacklo_epi8(U8, V8));
+            _mm_storeu_si128((__m128i *)(u + i), UV);
         }
     }
     return i;
