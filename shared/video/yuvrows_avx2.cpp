@@ -53,15 +53,25 @@ inline __m256i Channel(__m256i ye, __m256i yo, __m256i c)
     return _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(ye, c), 16), _mm256_add_epi32(yo, c), 0xAA);
 }
 
-// Sixteen pixels: Y as pairs of luma words, UV as pairs of chroma words.
-inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaOrder)
+// The chroma terms of eight pairs, from their (U, V) words.
+struct Chroma {
+    __m256i r, g, b;
+    Chroma(const Consts &k, __m256i UV)
+    {
+        UV = _mm256_sll_epi16(_mm256_sub_epi16(UV, k.mid), k.up);
+        r = _mm256_madd_epi16(UV, k.kR);
+        g = _mm256_madd_epi16(UV, k.kG);
+        b = _mm256_madd_epi16(UV, k.kB);
+    }
+};
+
+// Sixteen pixels: Y as pairs of luma words and their pairs' chroma terms.
+inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst, bool rgbaOrder)
 {
     Y = _mm256_sll_epi16(Y, k.up);
-    UV = _mm256_sll_epi16(_mm256_sub_epi16(UV, k.mid), k.up);
-    __m256i r = _mm256_madd_epi16(UV, k.kR), g = _mm256_madd_epi16(UV, k.kG), b = _mm256_madd_epi16(UV, k.kB);
     __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.base);
     __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.base);
-    __m256i R = Channel(ye, yo, r), G = Channel(ye, yo, g), B = Channel(ye, yo, b);
+    __m256i R = Channel(ye, yo, c.r), G = Channel(ye, yo, c.g), B = Channel(ye, yo, c.b);
     if (rgbaOrder) {
         __m256i t = R;
         R = B;
@@ -82,7 +92,8 @@ inline __m256i Widen16(const BYTE *p)
 
 } // namespace
 
-int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
+                    bool rgbaOrder)
 {
     const Consts k(d);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
@@ -95,7 +106,7 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
             __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
             __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
             __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
-            Emit16(k, Y, UV, dst + 4 * i, rgbaOrder);
+            Emit16(k, Y, Chroma(k, UV), dst + 4 * i, rgbaOrder);
         }
         return i;
     }
@@ -104,10 +115,16 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         return 0;
     const BYTE *pc = f.plane[1] + (LONGLONG)crow * f.pitch[1];
     py += x0;
+    // the row below takes the same chroma terms
+    const BYTE *py2 = py + f.pitch[0];
     if (f.kind == SEMIPLANAR) {
         pc += x0;
-        for (; i + 16 <= n; i += 16)
-            Emit16(k, Widen16(py + i), Widen16(pc + i), dst + 4 * i, rgbaOrder);
+        for (; i + 16 <= n; i += 16) {
+            Chroma c(k, Widen16(pc + i));
+            Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+            if (dst2)
+                Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
+        }
         return i;
     }
     const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
@@ -115,7 +132,10 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     for (; i + 16 <= n; i += 16) {
         __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
         __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
-        Emit16(k, Widen16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
+        Chroma c(k, _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)));
+        Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+        if (dst2)
+            Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
     }
     return i;
 }
