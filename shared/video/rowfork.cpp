@@ -28,7 +28,7 @@ ULONGLONG Ticks(const FILETIME &t)
 // most every 50 ms.
 struct LoadSample {
     SRWLOCK lock = SRWLOCK_INIT;
-    std::atomic<ULONGLONG> at{0};
+    std::atomic<DWORD> at{0};   // tick of the last sample (32 bits: differences survive the wrap)
     ULONGLONG idle = 0, total = 0, own = 0;
     std::atomic<int> freeTenths{-1};   // -1 until two samples exist
 };
@@ -36,8 +36,8 @@ LoadSample g_load;
 
 int FreeProcessors(int procs)
 {
-    ULONGLONG now = GetTickCount64();
-    if (now - g_load.at.load() >= 50 && TryAcquireSRWLockExclusive(&g_load.lock)) {
+    DWORD now = GetTickCount();
+    if (now - g_load.at.load() >= 50u && TryAcquireSRWLockExclusive(&g_load.lock)) {
         FILETIME idle, kernel, user, created, ended, pk, pu;
         if (GetSystemTimes(&idle, &kernel, &user) &&
             GetProcessTimes(GetCurrentProcess(), &created, &ended, &pk, &pu)) {
@@ -51,7 +51,7 @@ int FreeProcessors(int procs)
             g_load.idle = i;
             g_load.total = t;
             g_load.own = o;
-            g_load.at = now;
+            g_load.at = now ? now : 1;
         }
         ReleaseSRWLockExclusive(&g_load.lock);
     }
