@@ -349,3 +349,28 @@ TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
                     }
                 }
 }
+
+// Luma of every 8-bit colour, and chroma of the blocks they make, for each
+// matrix and range: the vector encode against the plain one.
+TEST(YuvConvert, VectorEncodeEqualsThePlainOneForEveryColour)
+{
+    Frame rgb = Make(ZVPT_BGRA32, 4096, -4096, 1);
+    for (int p = 0; p < 4096 * 4096; ++p)
+        memcpy(rgb.image() + 4 * p, &p, 3);
+    Frame want = Make(ZVPT_I420, 4096, 4096, 1), got = Make(ZVPT_I420, 4096, 4096, 1);
+    for (int selector : {ZVYUV_BT601, ZVYUV_BT709, ZVYUV_BT2020})
+        for (int limited : {0, 1}) {
+            SCOPED_TRACE(testing::Message() << "selector " << selector << " limited " << limited);
+            ZVYUVSETTINGS s = {};
+            s.selector = selector;
+            s.limited = limited;
+            ZvVideo_SetKernelOverride(0, 1);
+            ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, want.h(), nullptr, nullptr, &s), S_OK);
+            for (DWORD word : kVectorWords) {
+                ZvVideo_SetKernelOverride(word, 3);
+                ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
+                EXPECT_TRUE(want.mem == got.mem) << std::hex << word;
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+}
