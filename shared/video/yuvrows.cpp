@@ -2,7 +2,6 @@
 #include "video/yuvrows.h"
 #include "zvkernel.h"
 #include <math.h>
-#include <omp.h>
 #include <string.h>
 
 namespace zvyuv {
@@ -10,7 +9,6 @@ namespace zvyuv {
 namespace {
 
 DWORD g_cpuOverride = 0xFFFFFFFFu;
-int g_threadOverride;
 
 } // namespace
 
@@ -335,34 +333,10 @@ void MakeEncode(Encode *en, int standard, bool limited, int bits)
     en->maxv = (1 << bits) - 1;
 }
 
-void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
-               void *ctx)
-{
-    if (count <= 0)
-        return;
-    if (threads == 0)
-        threads = g_threadOverride;
-    // below about a quarter million samples a fork costs more than it gives
-    if (threads == 1 || count < 4 || (LONGLONG)count * workPerItem < (1 << 18)) {
-        body(ctx, 0, count);
-        return;
-    }
-    int want = threads > 0 ? threads : omp_get_max_threads();
-    if (want > count)
-        want = count;
-#pragma omp parallel num_threads(want)
-    {
-        int id = omp_get_thread_num(), nt = omp_get_num_threads();
-        int first = (int)((LONGLONG)count * id / nt), end = (int)((LONGLONG)count * (id + 1) / nt);
-        if (first < end)
-            body(ctx, first, end);
-    }
-}
-
 } // namespace zvyuv
 
 ZVAPI void ZvVideo_SetKernelOverride(DWORD cpuWord, int threads)
 {
     zvyuv::g_cpuOverride = cpuWord;
-    zvyuv::g_threadOverride = threads;
+    zvyuv::SetThreadOverride(threads);
 }

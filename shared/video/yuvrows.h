@@ -57,8 +57,11 @@ void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const in
 // while the row's chroma lasts; returns how many (the rest is the caller's).
 int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
 bool HasPairsBody(const Frame &f);
-// The same sixteen pixels a step (AVX2); the rest is left as above.
-int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder);
+// The same sixteen pixels a step (AVX2); the rest is left as above. With
+// dst2 (planar and two-plane 4:2:0 only, row even) the row below is decoded
+// into it too, with the chroma terms of the first.
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
+                    bool rgbaOrder);
 // The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 
@@ -113,9 +116,12 @@ HRESULT PlanEncode(EncodePlan *p, const BITMAPINFOHEADER *src, const void *srcPi
                    const ZVYUVSETTINGS *settings);
 
 // Runs body(first, end) over [0, count) in static ranges across worker
-// threads; threads 1 or small counts run on the calling thread.
+// threads; threads 1, small counts and a machine whose other processes keep
+// every processor busy run on the calling thread.
 void ForRanges(int count, int threads, LONGLONG workPerItem, void (*body)(void *ctx, int first, int end),
                void *ctx);
+// Threads for calls that ask for 0 (0: the runtime's choice).
+void SetThreadOverride(int threads);
 
 // The support word the conversions consult, and an override for checks
 // (0xFFFFFFFF restores the detected word).

@@ -23,56 +23,64 @@ inline __m256i pair(int a, int b)
     return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
 }
 
+// The samples enter eight times as large, so each 32-bit sum is eight times
+// the plain form's and its high word is the plain form's sum shifted right
+// by 13 (the 8-bit layouts' shift): one shift and a word blend give a pair's
+// two pixels in order, and the saturating pack is the plain form's clamp.
+// With samples below 2^11 and coefficients below 2^15 the sums stay far
+// inside 32 bits.
 struct Consts {
-    __m256i yoff, mid, kYe, kYo, kR, kG, kB, rnd, lo8, alpha;
-    __m128i sh;
+    __m256i mid, kYe, kYo, kR, kG, kB, base, alpha;
+    __m128i up;
     explicit Consts(const Decode &d)
     {
-        yoff = _mm256_set1_epi16((short)d.yoff);
         mid = _mm256_set1_epi16((short)d.mid);
         kYe = pair(d.cy, 0);
         kYo = pair(0, d.cy);
         kR = pair(0, d.crv);
         kG = pair(d.cgu, d.cgv);
         kB = pair(d.cbu, 0);
-        rnd = _mm256_set1_epi32(1 << (d.shift - 1));
-        lo8 = _mm256_set1_epi32(255);
-        alpha = _mm256_set1_epi32((int)0xFF000000u);
-        sh = _mm_cvtsi32_si128(d.shift);
+        up = _mm_cvtsi32_si128(16 - d.shift);
+        // rounding and the luma offset, taken off the sum instead of each sample
+        base = _mm256_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
+        alpha = _mm256_set1_epi16(255);
     }
 };
 
-inline __m256i Clamp8(const Consts &k, __m256i v)
+// One channel of a pair vector: even and odd pixels' sums to their words.
+inline __m256i Channel(__m256i ye, __m256i yo, __m256i c)
 {
-    return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), k.lo8);
+    return _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(ye, c), 16), _mm256_add_epi32(yo, c), 0xAA);
 }
 
-// One pixel of each pair as B, G, R, A bytes (rgbaOrder: R, G, B, A).
-inline __m256i Pixels(const Consts &k, __m256i ys, __m256i r, __m256i g, __m256i b, bool rgbaOrder)
+// The chroma terms of eight pairs, from their (U, V) words.
+struct Chroma {
+    __m256i r, g, b;
+    Chroma(const Consts &k, __m256i UV)
+    {
+        UV = _mm256_sll_epi16(_mm256_sub_epi16(UV, k.mid), k.up);
+        r = _mm256_madd_epi16(UV, k.kR);
+        g = _mm256_madd_epi16(UV, k.kG);
+        b = _mm256_madd_epi16(UV, k.kB);
+    }
+};
+
+// Sixteen pixels: Y as pairs of luma words and their pairs' chroma terms.
+inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst, bool rgbaOrder)
 {
-    __m256i R = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, r), k.sh));
-    __m256i G = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, g), k.sh));
-    __m256i B = Clamp8(k, _mm256_sra_epi32(_mm256_add_epi32(ys, b), k.sh));
+    Y = _mm256_sll_epi16(Y, k.up);
+    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.base);
+    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.base);
+    __m256i R = Channel(ye, yo, c.r), G = Channel(ye, yo, c.g), B = Channel(ye, yo, c.b);
     if (rgbaOrder) {
         __m256i t = R;
         R = B;
         B = t;
     }
-    return _mm256_or_si256(_mm256_or_si256(B, _mm256_slli_epi32(G, 8)),
-                           _mm256_or_si256(_mm256_slli_epi32(R, 16), k.alpha));
-}
-
-// Sixteen pixels: Y as pairs of luma words, UV as pairs of chroma words.
-inline void Emit16(const Consts &k, __m256i Y, __m256i UV, BYTE *dst, bool rgbaOrder)
-{
-    Y = _mm256_sub_epi16(Y, k.yoff);
-    UV = _mm256_sub_epi16(UV, k.mid);
-    __m256i r = _mm256_madd_epi16(UV, k.kR), g = _mm256_madd_epi16(UV, k.kG), b = _mm256_madd_epi16(UV, k.kB);
-    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.rnd);
-    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.rnd);
-    __m256i pe = Pixels(k, ye, r, g, b, rgbaOrder), po = Pixels(k, yo, r, g, b, rgbaOrder);
-    // per lane: pixels 0-3 and 4-7 of the lane's eight
-    __m256i lo = _mm256_unpacklo_epi32(pe, po), hi = _mm256_unpackhi_epi32(pe, po);
+    // per lane: B0-7 R0-7 and G0-7 A0-7, then B G R A of pixels 0-3 and 4-7
+    __m256i br = _mm256_packus_epi16(B, R), ga = _mm256_packus_epi16(G, k.alpha);
+    __m256i bg = _mm256_unpacklo_epi8(br, ga), ra = _mm256_unpackhi_epi8(br, ga);
+    __m256i lo = _mm256_unpacklo_epi16(bg, ra), hi = _mm256_unpackhi_epi16(bg, ra);
     _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
     _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
 }
@@ -84,7 +92,8 @@ inline __m256i Widen16(const BYTE *p)
 
 } // namespace
 
-int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
+                    bool rgbaOrder)
 {
     const Consts k(d);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
@@ -97,7 +106,7 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
             __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
             __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
             __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
-            Emit16(k, Y, UV, dst + 4 * i, rgbaOrder);
+            Emit16(k, Y, Chroma(k, UV), dst + 4 * i, rgbaOrder);
         }
         return i;
     }
@@ -106,10 +115,16 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         return 0;
     const BYTE *pc = f.plane[1] + (LONGLONG)crow * f.pitch[1];
     py += x0;
+    // the row below takes the same chroma terms
+    const BYTE *py2 = py + f.pitch[0];
     if (f.kind == SEMIPLANAR) {
         pc += x0;
-        for (; i + 16 <= n; i += 16)
-            Emit16(k, Widen16(py + i), Widen16(pc + i), dst + 4 * i, rgbaOrder);
+        for (; i + 16 <= n; i += 16) {
+            Chroma c(k, Widen16(pc + i));
+            Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+            if (dst2)
+                Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
+        }
         return i;
     }
     const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
@@ -117,7 +132,10 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     for (; i + 16 <= n; i += 16) {
         __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
         __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
-        Emit16(k, Widen16(py + i), _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)), dst + 4 * i, rgbaOrder);
+        Chroma c(k, _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)));
+        Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+        if (dst2)
+            Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
     }
     return i;
 }
@@ -134,24 +152,9 @@ struct Split {
     }
 };
 
-inline __m256i Dot(const Split &s, __m256i k02, __m256i k13)
+inline __m256i Dot(__m256i b02, __m256i b13, __m256i k02, __m256i k13)
 {
-    return _mm256_add_epi32(_mm256_madd_epi16(s.b02, k02), _mm256_madd_epi16(s.b13, k13));
-}
-
-// Sixteen 32-bit values (two vectors in order) to sixteen saturated bytes.
-inline __m128i Bytes16(__m256i a, __m256i b)
-{
-    __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
-    __m256i x = _mm256_packus_epi16(w, w);
-    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 1, 2, 0)));
-}
-
-// Eight 32-bit values in order to eight saturated bytes in the low half.
-inline __m128i Bytes8(__m256i v)
-{
-    __m128i w = _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-    return _mm_packus_epi16(w, _mm_setzero_si128());
+    return _mm256_add_epi32(_mm256_madd_epi16(b02, k02), _mm256_madd_epi16(b13, k13));
 }
 
 } // namespace
@@ -163,8 +166,13 @@ int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n
     const __m256i ky02 = rgbaOrder ? pair(e.kyr, e.kyb) : pair(e.kyb, e.kyr), ky13 = pair(e.kyg, 0);
     const __m256i ku02 = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur), ku13 = pair(e.kug, 0);
     const __m256i kv02 = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr), kv13 = pair(e.kvg, 0);
-    const __m256i yr = _mm256_set1_epi32(8192), yoff = _mm256_set1_epi32(e.yoff);
-    const __m256i cr = _mm256_set1_epi32(1 << 15), mid = _mm256_set1_epi32(e.mid);
+    // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
+    // yoff 2^14) >> 14, and a chroma value is the high word of its sum
+    const __m256i ybase = _mm256_set1_epi32(8192 + e.yoff * 16384);
+    const __m256i cbase = _mm256_set1_epi32((1 << 15) + e.mid * 65536);
+    // dwords 0 4 1 5 of the lanes: the order two packs leave behind
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    const __m128i planes = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
     int i = 0;
     for (; i + 16 <= n; i += 16) {
         Split a0(_mm256_loadu_si256((const __m256i *)(row0 + 4 * i)));
@@ -176,28 +184,26 @@ int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n
         for (int r = 0; r < 2; ++r) {
             if (!outs[r])
                 continue;
-            __m256i lo = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][0], ky02, ky13), yr), 14), yoff);
-            __m256i hi = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(Dot(*rows[r][1], ky02, ky13), yr), 14), yoff);
-            _mm_storeu_si128((__m128i *)(outs[r] + i), Bytes16(lo, hi));
+            __m256i lo = _mm256_srai_epi32(_mm256_add_epi32(Dot(rows[r][0]->b02, rows[r][0]->b13, ky02, ky13), ybase), 14);
+            __m256i hi = _mm256_srai_epi32(_mm256_add_epi32(Dot(rows[r][1]->b02, rows[r][1]->b13, ky02, ky13), ybase), 14);
+            __m256i w = _mm256_packs_epi32(lo, hi);
+            __m256i b = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w, w), order);
+            _mm_storeu_si128((__m128i *)(outs[r] + i), _mm256_castsi256_si128(b));
         }
-        // columns summed over the two rows (words stay below 511), weighed,
-        // then neighbouring columns added: per lane chroma 0 1 4 5 | 2 3 6 7
-        Split sa = a0, sb = b0;
-        sa.b02 = _mm256_add_epi16(a0.b02, a1.b02);
-        sa.b13 = _mm256_add_epi16(a0.b13, a1.b13);
-        sb.b02 = _mm256_add_epi16(b0.b02, b1.b02);
-        sb.b13 = _mm256_add_epi16(b0.b13, b1.b13);
-        __m256i U = _mm256_hadd_epi32(Dot(sa, ku02, ku13), Dot(sb, ku02, ku13));
-        __m256i V = _mm256_hadd_epi32(Dot(sa, kv02, kv13), Dot(sb, kv02, kv13));
-        U = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(U, cr), 16), mid);
-        V = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(V, cr), 16), mid);
-        __m128i U8 = Bytes8(_mm256_permute4x64_epi64(U, _MM_SHUFFLE(3, 1, 2, 0)));
-        __m128i V8 = Bytes8(_mm256_permute4x64_epi64(V, _MM_SHUFFLE(3, 1, 2, 0)));
+        // block sums in the words: the two rows, then the neighbouring
+        // columns (whole dwords: no word passes 1020); chroma 0 1 4 5 | 2 3 6 7
+        __m256i s02 = _mm256_hadd_epi32(_mm256_add_epi16(a0.b02, a1.b02), _mm256_add_epi16(b0.b02, b1.b02));
+        __m256i s13 = _mm256_hadd_epi32(_mm256_add_epi16(a0.b13, a1.b13), _mm256_add_epi16(b0.b13, b1.b13));
+        __m256i U = _mm256_add_epi32(Dot(s02, s13, ku02, ku13), cbase);
+        __m256i V = _mm256_add_epi32(Dot(s02, s13, kv02, kv13), cbase);
+        __m256i uv = _mm256_blend_epi16(_mm256_srli_epi32(U, 16), V, 0xAA);
+        __m128i UV = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(uv, uv), order));
         if (uvStep == 1) {
-            _mm_storel_epi64((__m128i *)(u + i / 2), U8);
-            _mm_storel_epi64((__m128i *)(v + i / 2), V8);
+            UV = _mm_shuffle_epi8(UV, planes);
+            _mm_storel_epi64((__m128i *)(u + i / 2), UV);
+            _mm_storel_epi64((__m128i *)(v + i / 2), _mm_unpackhi_epi64(UV, UV));
         } else {
-            _mm_storeu_si128((__m128i *)(u + i), _mm_unpacklo_epi8(U8, V8));
+            _mm_storeu_si128((__m128i *)(u + i), UV);
         }
     }
     return i;

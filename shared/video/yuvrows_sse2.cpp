@@ -63,13 +63,6 @@ inline __m128i Load32(const int32_t *p)
     return _mm_packs_epi32(_mm_loadu_si128((const __m128i *)p), _mm_loadu_si128((const __m128i *)(p + 4)));
 }
 
-// u0 v0 u1 v1 u2 v2 u3 v3 as words to u0 u0 u1 u1 ... and v0 v0 v1 v1 ...
-inline void SplitPairs(__m128i uv, __m128i *U, __m128i *V)
-{
-    *U = _mm_shufflehi_epi16(_mm_shufflelo_epi16(uv, _MM_SHUFFLE(2, 2, 0, 0)), _MM_SHUFFLE(2, 2, 0, 0));
-    *V = _mm_shufflehi_epi16(_mm_shufflelo_epi16(uv, _MM_SHUFFLE(3, 3, 1, 1)), _MM_SHUFFLE(3, 3, 1, 1));
-}
-
 } // namespace
 
 void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
@@ -83,19 +76,72 @@ void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const in
         DecodeRowC(d, y + i, u + i, v + i, n - i, dst + 4 * i, rgbaOrder);
 }
 
+namespace {
+
+// The pairs' form of the AVX2 body (see there): a 32-bit lane per pixel
+// pair, sums eight times the plain form's, each pixel's value a high word.
+struct PairConsts {
+    __m128i mid, kYe, kYo, kR, kG, kB, base, alpha, high, up;
+    explicit PairConsts(const Decode &d)
+    {
+        mid = _mm_set1_epi16((short)d.mid);
+        kYe = Pair(d.cy, 0);
+        kYo = Pair(0, d.cy);
+        kR = Pair(0, d.crv);
+        kG = Pair(d.cgu, d.cgv);
+        kB = Pair(d.cbu, 0);
+        base = _mm_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
+        alpha = _mm_set1_epi16(255);
+        high = _mm_set1_epi32((int)0xFFFF0000u);
+        up = _mm_cvtsi32_si128(16 - d.shift);
+    }
+    static __m128i Pair(int a, int b)
+    {
+        return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
+    }
+};
+
+inline __m128i Channel(const PairConsts &k, __m128i ye, __m128i yo, __m128i c)
+{
+    return _mm_or_si128(_mm_srli_epi32(_mm_add_epi32(ye, c), 16), _mm_and_si128(_mm_add_epi32(yo, c), k.high));
+}
+
+// Eight pixels: Y as pairs of luma words, UV as the pairs' chroma words.
+inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bool rgbaOrder)
+{
+    Y = _mm_sll_epi16(Y, k.up);
+    UV = _mm_sll_epi16(_mm_sub_epi16(UV, k.mid), k.up);
+    __m128i r = _mm_madd_epi16(UV, k.kR), g = _mm_madd_epi16(UV, k.kG), b = _mm_madd_epi16(UV, k.kB);
+    __m128i ye = _mm_add_epi32(_mm_madd_epi16(Y, k.kYe), k.base);
+    __m128i yo = _mm_add_epi32(_mm_madd_epi16(Y, k.kYo), k.base);
+    __m128i R = Channel(k, ye, yo, r), G = Channel(k, ye, yo, g), B = Channel(k, ye, yo, b);
+    if (rgbaOrder) {
+        __m128i t = R;
+        R = B;
+        B = t;
+    }
+    __m128i br = _mm_packus_epi16(B, R), ga = _mm_packus_epi16(G, k.alpha);
+    __m128i bg = _mm_unpacklo_epi8(br, ga), ra = _mm_unpackhi_epi8(br, ga);
+    _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(bg, ra));
+    _mm_storeu_si128((__m128i *)(dst + 16), _mm_unpackhi_epi16(bg, ra));
+}
+
+} // namespace
+
 int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
 {
-    const Consts k(d);
+    const PairConsts k(d);
     const __m128i zero = _mm_setzero_si128(), low = _mm_set1_epi16(0xFF);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8) {
+        // a pair's four bytes: luma in one byte of each word, chroma in the other
         const BYTE *p = py + 2 * x0;
         for (; i + 8 <= n; i += 8) {
-            __m128i w = _mm_loadu_si128((const __m128i *)(p + 2 * i)), Y, U, V;
-            Y = f.lumaFirst ? _mm_and_si128(w, low) : _mm_srli_epi16(w, 8);
-            SplitPairs(f.lumaFirst ? _mm_srli_epi16(w, 8) : _mm_and_si128(w, low), &U, &V);
-            Emit8(k, Y, U, V, dst + 4 * i, rgbaOrder);
+            __m128i w = _mm_loadu_si128((const __m128i *)(p + 2 * i));
+            __m128i Y = f.lumaFirst ? _mm_and_si128(w, low) : _mm_srli_epi16(w, 8);
+            __m128i UV = f.lumaFirst ? _mm_srli_epi16(w, 8) : _mm_and_si128(w, low);
+            EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
         }
         return i;
     }
@@ -107,9 +153,9 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     if (f.kind == SEMIPLANAR) {
         pc += x0;
         for (; i + 8 <= n; i += 8) {
-            __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero), U, V;
-            SplitPairs(_mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), &U, &V);
-            Emit8(k, Y, U, V, dst + 4 * i, rgbaOrder);
+            __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
+            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i,
+                       rgbaOrder);
         }
         return i;
     }
@@ -120,8 +166,8 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         memcpy(&u4, pu + i / 2, 4);
         memcpy(&v4, pv + i / 2, 4);
         __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
-        __m128i U = _mm_unpacklo_epi8(_mm_cvtsi32_si128(u4), zero), V = _mm_unpacklo_epi8(_mm_cvtsi32_si128(v4), zero);
-        Emit8(k, Y, _mm_unpacklo_epi16(U, U), _mm_unpacklo_epi16(V, V), dst + 4 * i, rgbaOrder);
+        __m128i UV = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u4), _mm_cvtsi32_si128(v4)), zero);
+        EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
     }
     return i;
 }

@@ -73,6 +73,22 @@ struct Job {
     bool avx2;
 };
 
+// Row r from pixel done on: the SSE2 body while the chroma pairs last, then
+// the plain one, then the gamma table.
+void FinishRow(const Job &j, int r, BYTE *out, int done, int32_t *y, int32_t *u, int32_t *v)
+{
+    if (done < j.pairs)
+        done += DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0 + done, j.pairs - done, out + 4 * done, j.rgba);
+    if (done < j.w) {
+        FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
+        j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
+    }
+    if (j.useLut)
+        for (int i = 0; i < 4 * j.w; ++i)
+            if ((i & 3) != 3)
+                out[i] = j.lut[out[i]];
+}
+
 void RunRows(void *ctx, int first, int end)
 {
     const Job &j = *(const Job *)ctx;
@@ -87,20 +103,17 @@ void RunRows(void *ctx, int first, int end)
             DecodeRowFloat(j.dec, y, u, v, j.w, (float *)out, j.gamma);
             continue;
         }
-        int done = 0;
-        if (j.pairs) {
-            if (j.avx2)
-                done = DecodePairsAVX2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, j.rgba);
-            done += DecodePairsSSE2(j.dec, j.src, j.y0 + r, j.x0 + done, j.pairs - done, out + 4 * done, j.rgba);
+        if (!j.avx2) {
+            FinishRow(j, r, out, 0, y, u, v);
+            continue;
         }
-        if (done < j.w) {
-            FetchRow(j.src, j.y0 + r, j.x0 + done, j.w - done, y, u, v);
-            j.row(j.dec, y, u, v, j.w - done, out + 4 * done, j.rgba);
-        }
-        if (j.useLut)
-            for (int i = 0; i < 4 * j.w; ++i)
-                if ((i & 3) != 3)
-                    out[i] = j.lut[out[i]];
+        // the two rows of a 4:2:0 chroma row share its terms when both are ours
+        bool two = j.src.sy && j.src.kind != PACKED8 && !((j.y0 + r) & 1) && r + 1 < end;
+        BYTE *out2 = two ? out + j.dstStep : nullptr;
+        int done = DecodePairsAVX2(j.dec, j.src, j.y0 + r, j.x0, j.pairs, out, out2, j.rgba);
+        FinishRow(j, r, out, done, y, u, v);
+        if (two)
+            FinishRow(j, ++r, out2, done, y, u, v);
     }
     free(buf);
 }

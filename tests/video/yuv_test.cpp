@@ -202,9 +202,10 @@ TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
                 ZvVideo_SetKernelOverride(0, 1);
                 ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
                 s.threads = 0;
-                // the SSE2 bodies alone, then every body the processor has
+                // the SSE2 bodies alone, then every body the processor has, on three
+                // workers whatever the load
                 for (DWORD word : kVectorWords) {
-                    ZvVideo_SetKernelOverride(word, 0);
+                    ZvVideo_SetKernelOverride(word, 3);
                     std::fill(got.begin(), got.end(), 0xAB);
                     ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
                     EXPECT_EQ(want, got) << std::hex << word;
@@ -216,9 +217,50 @@ TEST(YuvConvert, VectorAndThreadedFormsEqualThePlainOne)
                     ZvVideo_SetKernelOverride(0, 1);
                     ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
                     for (DWORD word : kVectorWords) {
-                        ZvVideo_SetKernelOverride(word, 0);
+                        ZvVideo_SetKernelOverride(word, 3);
                         ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data() + 1, stride, src.h(), nullptr, nullptr, &r, &s), S_OK);
                         EXPECT_EQ(want, got) << std::hex << word;
+                    }
+                }
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+}
+
+// The vector bodies' integer shortcuts hold for every 8-bit sample triple:
+// a UYVY frame per U value, V down the rows, every Y in each row.
+TEST(YuvConvert, VectorDecodeEqualsThePlainOneForEveryTriple)
+{
+    Frame src = Make(ZVPT_UYVY, 256, 256, 1);
+    BITMAPINFOHEADER d = Header(ZVPT_BGRA32, 256, -256);
+    std::vector<BYTE> want(256 * 256 * 4), got(want.size());
+    for (int selector : {ZVYUV_BT601, ZVYUV_BT709, ZVYUV_BT2020})
+        for (int limited : {0, 1}) {
+            ZVYUVSETTINGS s = {};
+            s.selector = selector;
+            s.limited = limited;
+            s.threads = 1;
+            int bad = 0;
+            for (int u = 0; u < 256 && !bad; ++u) {
+                for (int v = 0; v < 256; ++v)
+                    for (int k = 0; k < 128; ++k) {
+                        BYTE *g = src.image() + v * 512 + 4 * k;
+                        g[0] = (BYTE)u;
+                        g[1] = (BYTE)(2 * k);
+                        g[2] = (BYTE)v;
+                        g[3] = (BYTE)(2 * k + 1);
+                    }
+                ZvVideo_SetKernelOverride(0, 1);
+                ASSERT_EQ(ZvYUV_YUVToRGB(&d, want.data(), 0, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                for (DWORD word : kVectorWords) {
+                    ZvVideo_SetKernelOverride(word, 1);
+                    ASSERT_EQ(ZvYUV_YUVToRGB(&d, got.data(), 0, src.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                    if (want != got) {
+                        size_t i = std::mismatch(want.begin(), want.end(), got.begin()).first - want.begin();
+                        ADD_FAILURE() << "selector " << selector << " limited " << limited << " word " << std::hex
+                                      << word << std::dec << ": Y " << (i / 4) % 256 << " U " << u << " V "
+                                      << i / 1024;
+                        bad = 1;
                     }
                 }
             }
@@ -301,9 +343,34 @@ TEST(YuvConvert, VectorEncodeEqualsThePlainOne)
                     ZvVideo_SetKernelOverride(0, 1);
                     ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, want.h(), nullptr, nullptr, &s), S_OK);
                     for (DWORD word : kVectorWords) {
-                        ZvVideo_SetKernelOverride(word, 0);
+                        ZvVideo_SetKernelOverride(word, 3);
                         ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), px, stride, got.h(), nullptr, nullptr, &s), S_OK);
                         EXPECT_EQ(want.mem, got.mem) << std::hex << word;
                     }
                 }
+}
+
+// Luma of every 8-bit colour, and chroma of the blocks they make, for each
+// matrix and range: the vector encode against the plain one.
+TEST(YuvConvert, VectorEncodeEqualsThePlainOneForEveryColour)
+{
+    Frame rgb = Make(ZVPT_BGRA32, 4096, -4096, 1);
+    for (int p = 0; p < 4096 * 4096; ++p)
+        memcpy(rgb.image() + 4 * p, &p, 3);
+    Frame want = Make(ZVPT_I420, 4096, 4096, 1), got = Make(ZVPT_I420, 4096, 4096, 1);
+    for (int selector : {ZVYUV_BT601, ZVYUV_BT709, ZVYUV_BT2020})
+        for (int limited : {0, 1}) {
+            SCOPED_TRACE(testing::Message() << "selector " << selector << " limited " << limited);
+            ZVYUVSETTINGS s = {};
+            s.selector = selector;
+            s.limited = limited;
+            ZvVideo_SetKernelOverride(0, 1);
+            ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, want.h(), nullptr, nullptr, &s), S_OK);
+            for (DWORD word : kVectorWords) {
+                ZvVideo_SetKernelOverride(word, 3);
+                ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
+                EXPECT_TRUE(want.mem == got.mem) << std::hex << word;
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
 }
