@@ -32,14 +32,16 @@ inline __m256i pair(int a, int b)
 struct Consts {
     __m256i mid, kYe, kYo, kR, kG, kB, base, alpha;
     __m128i up;
-    explicit Consts(const Decode &d)
+    // rgbaOrder swaps the red and blue weights, so the pixels come out in
+    // that order with no swap per step
+    Consts(const Decode &d, bool rgbaOrder)
     {
         mid = _mm256_set1_epi16((short)d.mid);
         kYe = pair(d.cy, 0);
         kYo = pair(0, d.cy);
-        kR = pair(0, d.crv);
+        kR = rgbaOrder ? pair(d.cbu, 0) : pair(0, d.crv);
         kG = pair(d.cgu, d.cgv);
-        kB = pair(d.cbu, 0);
+        kB = rgbaOrder ? pair(0, d.crv) : pair(d.cbu, 0);
         up = _mm_cvtsi32_si128(16 - d.shift);
         // rounding and the luma offset, taken off the sum instead of each sample
         base = _mm256_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
@@ -66,17 +68,12 @@ struct Chroma {
 };
 
 // Sixteen pixels: Y as pairs of luma words and their pairs' chroma terms.
-inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst, bool rgbaOrder)
+inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst)
 {
     Y = _mm256_sll_epi16(Y, k.up);
     __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.base);
     __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.base);
     __m256i R = Channel(ye, yo, c.r), G = Channel(ye, yo, c.g), B = Channel(ye, yo, c.b);
-    if (rgbaOrder) {
-        __m256i t = R;
-        R = B;
-        B = t;
-    }
     // per lane: B0-7 R0-7 and G0-7 A0-7, then B G R A of pixels 0-3 and 4-7
     __m256i br = _mm256_packus_epi16(B, R), ga = _mm256_packus_epi16(G, k.alpha);
     __m256i bg = _mm256_unpacklo_epi8(br, ga), ra = _mm256_unpackhi_epi8(br, ga);
@@ -95,7 +92,7 @@ inline __m256i Widen16(const BYTE *p)
 int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
                     bool rgbaOrder)
 {
-    const Consts k(d);
+    const Consts k(d, rgbaOrder);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8) {
@@ -106,7 +103,7 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
             __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
             __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
             __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
-            Emit16(k, Y, Chroma(k, UV), dst + 4 * i, rgbaOrder);
+            Emit16(k, Y, Chroma(k, UV), dst + 4 * i);
         }
         return i;
     }
@@ -121,9 +118,9 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         pc += x0;
         for (; i + 16 <= n; i += 16) {
             Chroma c(k, Widen16(pc + i));
-            Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+            Emit16(k, Widen16(py + i), c, dst + 4 * i);
             if (dst2)
-                Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
+                Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i);
         }
         return i;
     }
@@ -133,9 +130,9 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
         __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
         Chroma c(k, _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)));
-        Emit16(k, Widen16(py + i), c, dst + 4 * i, rgbaOrder);
+        Emit16(k, Widen16(py + i), c, dst + 4 * i);
         if (dst2)
-            Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i, rgbaOrder);
+            Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i);
     }
     return i;
 }

@@ -88,14 +88,15 @@ inline __m128i Pair(int a, int b)
 // pair, sums eight times the plain form's, each pixel's value a high word.
 struct PairConsts {
     __m128i mid, kYe, kYo, kR, kG, kB, base, alpha, high, up;
-    explicit PairConsts(const Decode &d)
+    // rgbaOrder swaps the red and blue weights: no swap per step
+    PairConsts(const Decode &d, bool rgbaOrder)
     {
         mid = _mm_set1_epi16((short)d.mid);
         kYe = Pair(d.cy, 0);
         kYo = Pair(0, d.cy);
-        kR = Pair(0, d.crv);
+        kR = rgbaOrder ? Pair(d.cbu, 0) : Pair(0, d.crv);
         kG = Pair(d.cgu, d.cgv);
-        kB = Pair(d.cbu, 0);
+        kB = rgbaOrder ? Pair(0, d.crv) : Pair(d.cbu, 0);
         base = _mm_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
         alpha = _mm_set1_epi16(255);
         high = _mm_set1_epi32((int)0xFFFF0000u);
@@ -109,7 +110,7 @@ inline __m128i Channel(const PairConsts &k, __m128i ye, __m128i yo, __m128i c)
 }
 
 // Eight pixels: Y as pairs of luma words, UV as the pairs' chroma words.
-inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bool rgbaOrder)
+inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst)
 {
     Y = _mm_sll_epi16(Y, k.up);
     UV = _mm_sll_epi16(_mm_sub_epi16(UV, k.mid), k.up);
@@ -117,11 +118,6 @@ inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bo
     __m128i ye = _mm_add_epi32(_mm_madd_epi16(Y, k.kYe), k.base);
     __m128i yo = _mm_add_epi32(_mm_madd_epi16(Y, k.kYo), k.base);
     __m128i R = Channel(k, ye, yo, r), G = Channel(k, ye, yo, g), B = Channel(k, ye, yo, b);
-    if (rgbaOrder) {
-        __m128i t = R;
-        R = B;
-        B = t;
-    }
     __m128i br = _mm_packus_epi16(B, R), ga = _mm_packus_epi16(G, k.alpha);
     __m128i bg = _mm_unpacklo_epi8(br, ga), ra = _mm_unpackhi_epi8(br, ga);
     _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(bg, ra));
@@ -132,7 +128,7 @@ inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bo
 
 int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
 {
-    const PairConsts k(d);
+    const PairConsts k(d, rgbaOrder);
     const __m128i zero = _mm_setzero_si128(), low = _mm_set1_epi16(0xFF);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
@@ -143,7 +139,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
             __m128i w = _mm_loadu_si128((const __m128i *)(p + 2 * i));
             __m128i Y = f.lumaFirst ? _mm_and_si128(w, low) : _mm_srli_epi16(w, 8);
             __m128i UV = f.lumaFirst ? _mm_srli_epi16(w, 8) : _mm_and_si128(w, low);
-            EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
+            EmitPairs8(k, Y, UV, dst + 4 * i);
         }
         return i;
     }
@@ -156,8 +152,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         pc += x0;
         for (; i + 8 <= n; i += 8) {
             __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
-            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i,
-                       rgbaOrder);
+            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i);
         }
         return i;
     }
@@ -169,7 +164,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         memcpy(&v4, pv + i / 2, 4);
         __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
         __m128i UV = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u4), _mm_cvtsi32_si128(v4)), zero);
-        EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
+        EmitPairs8(k, Y, UV, dst + 4 * i);
     }
     return i;
 }
