@@ -1,8 +1,11 @@
 // Frame conversions and scalers at 1080p, timed on all worker threads and on
-// one. Prints: rate <case> <threads> <frames per second>
+// one. Reads "<case> <threads>" lines (threads: all or 1) and answers each
+// with one round of that case, so that a driver can interleave the rounds
+// with its peer's: rate <case> <threads> <frames per second>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <functional>
 #include <vector>
 #include "samplecopy_rate.h"
 #include "video/scale.h"
@@ -54,22 +57,29 @@ int main(int argc, char **argv)
     ZVYUVSETTINGS s = {};
     s.selector = ZVYUV_BT601;
     s.limited = 1;
-    for (int threads : {0, 1}) {
+    struct Case {
+        const char *name;
+        std::function<void()> run;
+    } cases[] = {
+        {"i420", [&] { ZvYUV_YUVToRGB(out.h(), nullptr, 0, i420.h(), nullptr, nullptr, nullptr, &s); }},
+        {"nv12", [&] { ZvYUV_YUVToRGB(out.h(), nullptr, 0, nv12.h(), nullptr, nullptr, nullptr, &s); }},
+        {"uyvy", [&] { ZvYUV_YUVToRGB(out.h(), nullptr, 0, uyvy.h(), nullptr, nullptr, nullptr, &s); }},
+        {"bgra2i420", [&] { ZvYUV_RGBToYUV(bgra.h(), nullptr, 0, i420.h(), nullptr, nullptr, &s); }},
+        {"bilinear", [&] { ZvDibScale_Bilinear(bgra.h(), nullptr, 0, nullptr, small.h(), nullptr, 0, nullptr, 0); }},
+        {"bicubic", [&] { ZvDibScale_BiCubic(bgra.h(), nullptr, 0, nullptr, small.h(), nullptr, 0, nullptr, 0); }},
+    };
+    char line[128], name[64], tn[16];
+    while (fgets(line, sizeof(line), stdin)) {
+        if (sscanf(line, "%63s %15s", name, tn) != 2)
+            continue;
+        int threads = strcmp(tn, "1") == 0 ? 1 : 0;
         s.threads = threads;
         ZvVideo_SetKernelOverride(0xFFFFFFFF, threads);
-        const char *tn = threads ? "1" : "all";
-        printf("rate i420 %s %.2f\n", tn, Rate(budget, [&] {
-            ZvYUV_YUVToRGB(out.h(), nullptr, 0, i420.h(), nullptr, nullptr, nullptr, &s); }));
-        printf("rate nv12 %s %.2f\n", tn, Rate(budget, [&] {
-            ZvYUV_YUVToRGB(out.h(), nullptr, 0, nv12.h(), nullptr, nullptr, nullptr, &s); }));
-        printf("rate uyvy %s %.2f\n", tn, Rate(budget, [&] {
-            ZvYUV_YUVToRGB(out.h(), nullptr, 0, uyvy.h(), nullptr, nullptr, nullptr, &s); }));
-        printf("rate bgra2i420 %s %.2f\n", tn, Rate(budget, [&] {
-            ZvYUV_RGBToYUV(bgra.h(), nullptr, 0, i420.h(), nullptr, nullptr, &s); }));
-        printf("rate bilinear %s %.2f\n", tn, Rate(budget, [&] {
-            ZvDibScale_Bilinear(bgra.h(), nullptr, 0, nullptr, small.h(), nullptr, 0, nullptr, 0); }));
-        printf("rate bicubic %s %.2f\n", tn, Rate(budget, [&] {
-            ZvDibScale_BiCubic(bgra.h(), nullptr, 0, nullptr, small.h(), nullptr, 0, nullptr, 0); }));
+        double r = 0;
+        for (const Case &c : cases)
+            if (strcmp(c.name, name) == 0)
+                r = Rate(budget, c.run);
+        printf("rate %s %s %.2f\n", name, threads ? "1" : "all", r);
         fflush(stdout);
     }
     ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);

@@ -1,7 +1,7 @@
 // Native peers of the frame bench, timed the same way: a frame library's
 // converters and a scaling library's bilinear and bicubic BGRA scalers, at
-// 1080p on one thread (neither forks on its own).
-// Prints: rate <case> <frames per second>
+// 1080p on one thread (neither forks on its own). Reads "<case>" lines and
+// answers each with one round of that case: rate <case> <frames per second>
 extern "C" {
 #include <libswscale/swscale.h>
 }
@@ -9,7 +9,9 @@ extern "C" {
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <time.h>
+#include <functional>
 #include <vector>
 #include "samplecopy_rate.h"
 
@@ -46,21 +48,37 @@ int main(int argc, char **argv)
     const int W = 1920, H = 1080;
     std::vector<uint8_t> yuv = Noise(W * H * 2), bgra = Noise(W * H * 4), out(W * H * 4), small(1280 * 720 * 4);
     uint8_t *y = yuv.data(), *u = y + W * H, *v = u + W * H / 4;
-    printf("rate i420 %.2f\n", Rate(budget, [&] { libyuv::I420ToARGB(y, W, u, W / 2, v, W / 2, out.data(), W * 4, W, H); }));
-    printf("rate nv12 %.2f\n", Rate(budget, [&] { libyuv::NV12ToARGB(y, W, u, W, out.data(), W * 4, W, H); }));
-    printf("rate uyvy %.2f\n", Rate(budget, [&] { libyuv::UYVYToARGB(y, W * 2, out.data(), W * 4, W, H); }));
-    printf("rate bgra2i420 %.2f\n", Rate(budget, [&] {
-        libyuv::ARGBToI420(bgra.data(), W * 4, y, W, u, W / 2, v, W / 2, W, H); }));
-    for (int flags : {SWS_BILINEAR, SWS_BICUBIC}) {
-        SwsContext *c = sws_getContext(W, H, AV_PIX_FMT_BGRA, 1280, 720, AV_PIX_FMT_BGRA, flags, nullptr, nullptr,
-                                       nullptr);
-        const uint8_t *sp[1] = {bgra.data()};
-        int ss[1] = {W * 4};
-        uint8_t *dp[1] = {small.data()};
-        int ds[1] = {1280 * 4};
-        printf("rate %s %.2f\n", flags == SWS_BILINEAR ? "bilinear" : "bicubic",
-               Rate(budget, [&] { sws_scale(c, sp, ss, 0, H, dp, ds); }));
-        sws_freeContext(c);
+    SwsContext *bil = sws_getContext(W, H, AV_PIX_FMT_BGRA, 1280, 720, AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr,
+                                     nullptr, nullptr);
+    SwsContext *bic = sws_getContext(W, H, AV_PIX_FMT_BGRA, 1280, 720, AV_PIX_FMT_BGRA, SWS_BICUBIC, nullptr,
+                                     nullptr, nullptr);
+    const uint8_t *sp[1] = {bgra.data()};
+    int ss[1] = {W * 4};
+    uint8_t *dp[1] = {small.data()};
+    int ds[1] = {1280 * 4};
+    struct Case {
+        const char *name;
+        std::function<void()> run;
+    } cases[] = {
+        {"i420", [&] { libyuv::I420ToARGB(y, W, u, W / 2, v, W / 2, out.data(), W * 4, W, H); }},
+        {"nv12", [&] { libyuv::NV12ToARGB(y, W, u, W, out.data(), W * 4, W, H); }},
+        {"uyvy", [&] { libyuv::UYVYToARGB(y, W * 2, out.data(), W * 4, W, H); }},
+        {"bgra2i420", [&] { libyuv::ARGBToI420(bgra.data(), W * 4, y, W, u, W / 2, v, W / 2, W, H); }},
+        {"bilinear", [&] { sws_scale(bil, sp, ss, 0, H, dp, ds); }},
+        {"bicubic", [&] { sws_scale(bic, sp, ss, 0, H, dp, ds); }},
+    };
+    char line[128], name[64];
+    while (fgets(line, sizeof(line), stdin)) {
+        if (sscanf(line, "%63s", name) != 1)
+            continue;
+        double r = 0;
+        for (const Case &c : cases)
+            if (strcmp(c.name, name) == 0)
+                r = Rate(budget, c.run);
+        printf("rate %s %.2f\n", name, r);
+        fflush(stdout);
     }
+    sws_freeContext(bil);
+    sws_freeContext(bic);
     return 0;
 }

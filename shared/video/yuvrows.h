@@ -75,7 +75,7 @@ struct Encode {
 void MakeEncode(Encode *e, int standard, bool limited, int bits);
 
 // Two rows of 8-bit BGRA (or RGBA) pixels to 4:2:0: luma into y0 and y1
-// (either may be null), chroma of the 2x2 blocks into u and v, uvStep bytes
+// (y1 null: none for the second row), chroma of the 2x2 blocks into u and v, uvStep bytes
 // apart (2: interleaved, v = u + 1). Eight pixels a step from the rows'
 // start; returns how many were done. Gives the plain form's values.
 int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,

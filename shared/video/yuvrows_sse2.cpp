@@ -78,26 +78,29 @@ void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const in
 
 namespace {
 
+// Words a and b in every 32-bit lane, a in the low one.
+inline __m128i Pair(int a, int b)
+{
+    return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
+}
+
 // The pairs' form of the AVX2 body (see there): a 32-bit lane per pixel
 // pair, sums eight times the plain form's, each pixel's value a high word.
 struct PairConsts {
     __m128i mid, kYe, kYo, kR, kG, kB, base, alpha, high, up;
-    explicit PairConsts(const Decode &d)
+    // rgbaOrder swaps the red and blue weights: no swap per step
+    PairConsts(const Decode &d, bool rgbaOrder)
     {
         mid = _mm_set1_epi16((short)d.mid);
         kYe = Pair(d.cy, 0);
         kYo = Pair(0, d.cy);
-        kR = Pair(0, d.crv);
+        kR = rgbaOrder ? Pair(d.cbu, 0) : Pair(0, d.crv);
         kG = Pair(d.cgu, d.cgv);
-        kB = Pair(d.cbu, 0);
+        kB = rgbaOrder ? Pair(0, d.crv) : Pair(d.cbu, 0);
         base = _mm_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
         alpha = _mm_set1_epi16(255);
         high = _mm_set1_epi32((int)0xFFFF0000u);
         up = _mm_cvtsi32_si128(16 - d.shift);
-    }
-    static __m128i Pair(int a, int b)
-    {
-        return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
     }
 };
 
@@ -107,7 +110,7 @@ inline __m128i Channel(const PairConsts &k, __m128i ye, __m128i yo, __m128i c)
 }
 
 // Eight pixels: Y as pairs of luma words, UV as the pairs' chroma words.
-inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bool rgbaOrder)
+inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst)
 {
     Y = _mm_sll_epi16(Y, k.up);
     UV = _mm_sll_epi16(_mm_sub_epi16(UV, k.mid), k.up);
@@ -115,11 +118,6 @@ inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bo
     __m128i ye = _mm_add_epi32(_mm_madd_epi16(Y, k.kYe), k.base);
     __m128i yo = _mm_add_epi32(_mm_madd_epi16(Y, k.kYo), k.base);
     __m128i R = Channel(k, ye, yo, r), G = Channel(k, ye, yo, g), B = Channel(k, ye, yo, b);
-    if (rgbaOrder) {
-        __m128i t = R;
-        R = B;
-        B = t;
-    }
     __m128i br = _mm_packus_epi16(B, R), ga = _mm_packus_epi16(G, k.alpha);
     __m128i bg = _mm_unpacklo_epi8(br, ga), ra = _mm_unpackhi_epi8(br, ga);
     _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(bg, ra));
@@ -130,7 +128,7 @@ inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst, bo
 
 int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
 {
-    const PairConsts k(d);
+    const PairConsts k(d, rgbaOrder);
     const __m128i zero = _mm_setzero_si128(), low = _mm_set1_epi16(0xFF);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
@@ -141,7 +139,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
             __m128i w = _mm_loadu_si128((const __m128i *)(p + 2 * i));
             __m128i Y = f.lumaFirst ? _mm_and_si128(w, low) : _mm_srli_epi16(w, 8);
             __m128i UV = f.lumaFirst ? _mm_srli_epi16(w, 8) : _mm_and_si128(w, low);
-            EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
+            EmitPairs8(k, Y, UV, dst + 4 * i);
         }
         return i;
     }
@@ -154,8 +152,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         pc += x0;
         for (; i + 8 <= n; i += 8) {
             __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
-            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i,
-                       rgbaOrder);
+            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i);
         }
         return i;
     }
@@ -167,7 +164,7 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         memcpy(&v4, pv + i / 2, 4);
         __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
         __m128i UV = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u4), _mm_cvtsi32_si128(v4)), zero);
-        EmitPairs8(k, Y, UV, dst + 4 * i, rgbaOrder);
+        EmitPairs8(k, Y, UV, dst + 4 * i);
     }
     return i;
 }
@@ -186,17 +183,73 @@ inline __m128i PairSums(__m128i a, __m128i b)
                          _mm_castps_si128(_mm_shuffle_ps(x, y, _MM_SHUFFLE(3, 1, 3, 1))));
 }
 
-// Weighted sums of four 8-bit pixels of one load: k holds the weights of
-// the pixel's four bytes twice.
-inline __m128i Dot4(__m128i px, __m128i k)
+// Pixels as 32-bit lanes: bytes 0 and 2 as one pair of words (e), byte 1 and
+// alpha as another (o), so each weighted sum is two madds in pixel order.
+struct EncodeConsts {
+    __m128i ky02, ky13, ku02, ku13, kv02, kv13, ybase, cbase, low;
+    EncodeConsts(const Encode &e, bool rgbaOrder)
+    {
+        // alpha weighs nothing
+        ky02 = rgbaOrder ? Pair(e.kyr, e.kyb) : Pair(e.kyb, e.kyr);
+        ku02 = rgbaOrder ? Pair(e.kur, e.kub) : Pair(e.kub, e.kur);
+        kv02 = rgbaOrder ? Pair(e.kvr, e.kvb) : Pair(e.kvb, e.kvr);
+        ky13 = Pair(e.kyg, 0);
+        ku13 = Pair(e.kug, 0);
+        kv13 = Pair(e.kvg, 0);
+        // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
+        // yoff 2^14) >> 14, and mid + (s + 2^15 >> 16) the same way
+        ybase = _mm_set1_epi32(8192 + e.yoff * 16384);
+        cbase = _mm_set1_epi32((1 << 15) + e.mid * 65536);
+        low = _mm_set1_epi32(0x00FF00FF);
+    }
+};
+
+// Luma of four pixels as dwords, from their split words.
+inline __m128i Luma4(const EncodeConsts &k, __m128i e, __m128i o)
 {
-    const __m128i zero = _mm_setzero_si128();
-    return PairSums(_mm_madd_epi16(_mm_unpacklo_epi8(px, zero), k), _mm_madd_epi16(_mm_unpackhi_epi8(px, zero), k));
+    __m128i s = _mm_add_epi32(_mm_madd_epi16(e, k.ky02), _mm_madd_epi16(o, k.ky13));
+    return _mm_srai_epi32(_mm_add_epi32(s, k.ybase), 14);
 }
 
-inline __m128i Weights(int32_t first, int32_t second, int32_t third)
+// Eight pixels a step; the second row's luma only when two is set. Every
+// value is an exact 32-bit sum of the plain form's products.
+template <bool two>
+int Encode420(const EncodeConsts &k, const BYTE *row0, const BYTE *row1, int n, BYTE *y0, BYTE *y1, BYTE *u,
+              BYTE *v, int uvStep)
 {
-    return _mm_setr_epi16((short)first, (short)second, (short)third, 0, (short)first, (short)second, (short)third, 0);
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m128i pa0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i));
+        __m128i pb0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i + 16));
+        __m128i pa1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i));
+        __m128i pb1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i + 16));
+        __m128i ea0 = _mm_and_si128(pa0, k.low), oa0 = _mm_srli_epi16(pa0, 8);
+        __m128i eb0 = _mm_and_si128(pb0, k.low), ob0 = _mm_srli_epi16(pb0, 8);
+        __m128i ea1 = _mm_and_si128(pa1, k.low), oa1 = _mm_srli_epi16(pa1, 8);
+        __m128i eb1 = _mm_and_si128(pb1, k.low), ob1 = _mm_srli_epi16(pb1, 8);
+        __m128i w0 = _mm_packs_epi32(Luma4(k, ea0, oa0), Luma4(k, eb0, ob0));
+        __m128i w1 = two ? _mm_packs_epi32(Luma4(k, ea1, oa1), Luma4(k, eb1, ob1)) : w0;
+        __m128i ys = _mm_packus_epi16(w0, w1);
+        _mm_storel_epi64((__m128i *)(y0 + i), ys);
+        if (two)
+            _mm_storeh_pd((double *)(y1 + i), _mm_castsi128_pd(ys));
+        // block sums in the words: the two rows, then the neighbouring
+        // columns (whole dwords: no word passes 1020)
+        __m128i se = PairSums(_mm_add_epi16(ea0, ea1), _mm_add_epi16(eb0, eb1));
+        __m128i so = PairSums(_mm_add_epi16(oa0, oa1), _mm_add_epi16(ob0, ob1));
+        __m128i U = _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(se, k.ku02), _mm_madd_epi16(so, k.ku13)), k.cbase);
+        __m128i V = _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(se, k.kv02), _mm_madd_epi16(so, k.kv13)), k.cbase);
+        // U0-3 V0-3
+        __m128i uv = _mm_packus_epi16(_mm_packs_epi32(_mm_srai_epi32(U, 16), _mm_srai_epi32(V, 16)), w0);
+        if (uvStep == 1) {
+            int u4 = _mm_cvtsi128_si32(uv), v4 = _mm_cvtsi128_si32(_mm_srli_si128(uv, 4));
+            memcpy(u + i / 2, &u4, 4);
+            memcpy(v + i / 2, &v4, 4);
+        } else {
+            _mm_storel_epi64((__m128i *)(u + i), _mm_unpacklo_epi8(uv, _mm_srli_si128(uv, 4)));
+        }
+    }
+    return i;
 }
 
 } // namespace
@@ -204,46 +257,9 @@ inline __m128i Weights(int32_t first, int32_t second, int32_t third)
 int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep)
 {
-    // weights in memory order of the pixel's bytes
-    const __m128i ky = rgbaOrder ? Weights(e.kyr, e.kyg, e.kyb) : Weights(e.kyb, e.kyg, e.kyr);
-    const __m128i ku = rgbaOrder ? Weights(e.kur, e.kug, e.kub) : Weights(e.kub, e.kug, e.kur);
-    const __m128i kv = rgbaOrder ? Weights(e.kvr, e.kvg, e.kvb) : Weights(e.kvb, e.kvg, e.kvr);
-    const __m128i yr = _mm_set1_epi32(8192), yoff = _mm_set1_epi32(e.yoff);
-    const __m128i cr = _mm_set1_epi32(1 << 15), mid = _mm_set1_epi32(e.mid), zero = _mm_setzero_si128();
-    int i = 0;
-    for (; i + 8 <= n; i += 8) {
-        __m128i a0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i));
-        __m128i b0 = _mm_loadu_si128((const __m128i *)(row0 + 4 * i + 16));
-        __m128i a1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i));
-        __m128i b1 = _mm_loadu_si128((const __m128i *)(row1 + 4 * i + 16));
-        BYTE *outs[2] = {y0, y1};
-        __m128i rows[2][2] = {{a0, b0}, {a1, b1}};
-        for (int r = 0; r < 2; ++r) {
-            if (!outs[r])
-                continue;
-            __m128i lo = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(Dot4(rows[r][0], ky), yr), 14), yoff);
-            __m128i hi = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(Dot4(rows[r][1], ky), yr), 14), yoff);
-            _mm_storel_epi64((__m128i *)(outs[r] + i), _mm_packus_epi16(_mm_packs_epi32(lo, hi), zero));
-        }
-        // block sums: the two rows, then the two pixels of each pair
-        __m128i sa = _mm_add_epi16(_mm_unpacklo_epi8(a0, zero), _mm_unpacklo_epi8(a1, zero));
-        __m128i sa2 = _mm_add_epi16(_mm_unpackhi_epi8(a0, zero), _mm_unpackhi_epi8(a1, zero));
-        __m128i sb = _mm_add_epi16(_mm_unpacklo_epi8(b0, zero), _mm_unpacklo_epi8(b1, zero));
-        __m128i sb2 = _mm_add_epi16(_mm_unpackhi_epi8(b0, zero), _mm_unpackhi_epi8(b1, zero));
-        __m128i pa = _mm_unpacklo_epi64(_mm_add_epi16(sa, _mm_srli_si128(sa, 8)), _mm_add_epi16(sa2, _mm_srli_si128(sa2, 8)));
-        __m128i pb = _mm_unpacklo_epi64(_mm_add_epi16(sb, _mm_srli_si128(sb, 8)), _mm_add_epi16(sb2, _mm_srli_si128(sb2, 8)));
-        __m128i U = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(PairSums(_mm_madd_epi16(pa, ku), _mm_madd_epi16(pb, ku)), cr), 16), mid);
-        __m128i V = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(PairSums(_mm_madd_epi16(pa, kv), _mm_madd_epi16(pb, kv)), cr), 16), mid);
-        __m128i U8 = _mm_packus_epi16(_mm_packs_epi32(U, zero), zero), V8 = _mm_packus_epi16(_mm_packs_epi32(V, zero), zero);
-        int u4 = _mm_cvtsi128_si32(U8), v4 = _mm_cvtsi128_si32(V8);
-        if (uvStep == 1) {
-            memcpy(u + i / 2, &u4, 4);
-            memcpy(v + i / 2, &v4, 4);
-        } else {
-            _mm_storel_epi64((__m128i *)(u + i), _mm_unpacklo_epi8(U8, V8));
-        }
-    }
-    return i;
+    const EncodeConsts k(e, rgbaOrder);
+    return y1 ? Encode420<true>(k, row0, row1, n, y0, y1, u, v, uvStep)
+              : Encode420<false>(k, row0, row1, n, y0, y1, u, v, uvStep);
 }
 
 } // namespace zvyuv
