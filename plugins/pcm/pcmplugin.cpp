@@ -150,17 +150,18 @@ public:
         meta->Release();
         return S_OK;
     }
-    // The metadata chunks of a wave or Wave64 file, read once per call; the
-    // source keeps its own copy, so it outlives the file.
+    // The metadata chunks of the file, read once per call; the source keeps
+    // its own copy, so it outlives the file.
     HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
     {
         if (!meta)
             return E_POINTER;
         *meta = nullptr;
-        if (layout_.container == PCM_AIFF)
-            return E_NOTIMPL;
         EnterCriticalSection(&lock_);
-        HRESULT hr = file_ ? ZvFMMeta_CreateSourceFromFile(file_, layout_.container == PCM_WAVE64, meta) : E_UNEXPECTED;
+        HRESULT hr = !file_ ? E_UNEXPECTED
+                     : layout_.container == PCM_AIFF
+                         ? ZvFMMeta_CreateSourceFromAiff(file_, meta)
+                         : ZvFMMeta_CreateSourceFromFile(file_, layout_.container == PCM_WAVE64, meta);
         LeaveCriticalSection(&lock_);
         return hr;
     }

@@ -6,6 +6,7 @@
 #include "media/zvmeta.h"
 #include "media/riff.h"
 #include <objidl.h>
+#include <string>
 #include <vector>
 
 namespace zvmeta {
@@ -112,6 +113,30 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
 // The smpl record of an AIFF file's INST chunk and the markers it names;
 // ZVERR_NOT_FOUND without INST.
 HRESULT ReadAiffSampler(HANDLE file, DWORD rate, Bytes *record);
+
+// One entry of an AIFF MARK chunk; the name in the ANSI code page.
+struct AiffMarker {
+    WORD id;
+    DWORD position;
+    std::string name;
+};
+// MARK bodies: u16 count, then id, position and a name whose length byte and
+// text fill an even count. ZVERR_MALFORMED for one that runs past its end.
+HRESULT ParseAiffMarks(const Bytes &body, std::vector<AiffMarker> *out);
+Bytes AiffMarkBody(const std::vector<AiffMarker> &markers);
+// The reverse of ReadAiffSampler: the INST body of a smpl record, its
+// sustain and release loops named by "beg loop" and "end loop" markers that
+// are added to markers under ids none of them has yet. ZVERR_MALFORMED for a
+// record too short for what its header counts.
+HRESULT AiffSamplerChunks(const Bytes &record, std::vector<AiffMarker> *markers, Bytes *inst);
+
+// Every kind an AIFF or AIFC file holds: markers (MARK entries that no loop
+// of INST names), sampler information, the text chunks as summary items and
+// the other chunks as raw ones. As ReadAll: a damaged kind is left out.
+HRESULT ReadAiffAll(HANDLE file, Store *store);
+// Appends the kinds of mask that store holds to an AIFF or AIFC file at the
+// end its FORM size gives, each chunk whole before the size counts it.
+HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask);
 
 // Appends record to a heap list behind an item frame of the kind of bit.
 HRESULT AppendItem(tZVLIST *list, DWORD bit, const Bytes &record);

@@ -165,3 +165,12 @@ ZVAPI HRESULT ZvFMMeta64_fillDisplistFromFile(HANDLE file, void **data, DWORD *s
 // whose streams hold them; the file's format chunk gives the rate for the
 // direct marker stream. A file with no metadata gives an empty source.
 ZVAPI HRESULT ZvFMMeta_CreateSourceFromFile(HANDLE file, BOOL isWave64, IZvReadMeta **meta);
+// The same for an AIFF or AIFC file: markers, sampler information, the
+// NAME, AUTH, "(c) " and ANNO texts as the summary fields INAM, IART, ICOP
+// and ICMT, and other chunks as raw ones. ZVERR_NO_RIFF_HEADER for a file of
+// another form.
+ZVAPI HRESULT ZvFMMeta_CreateSourceFromAiff(HANDLE file, IZvReadMeta **meta);
+// Appends the kinds of mask from meta's generic streams to an AIFF or AIFC
+// file: markers and sampler loops in one MARK, INST, the four text chunks,
+// raw chunks. The FORM size grows after each chunk is whole.
+ZVAPI HRESULT ZvFMMeta_WriteMetaToAiff(HANDLE file, IZvReadMeta *meta, DWORD mask);

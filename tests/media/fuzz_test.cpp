@@ -126,8 +126,12 @@ Bytes AiffBase()
     Bytes ssnd;
     Be32(ssnd, 4); Be32(ssnd, 0);
     Put(ssnd, Filled(36).data(), 36);
+    // A sustain loop over both markers, text and a foreign chunk behind the audio.
+    Bytes inst = {60, 0, 0, 127, 1, 127, 0, 0};
+    Be16(inst, 1), Be16(inst, 1), Be16(inst, 2), Be16(inst, 0), Be16(inst, 0), Be16(inst, 0);
     return Form("AIFC", Cat({IffChunk("FVER", Filled(4)), IffChunk("COMM", comm), IffChunk("MARK", mark),
-                             IffChunk("SSND", ssnd)}));
+                             IffChunk("INST", inst), IffChunk("SSND", ssnd), IffChunk("NAME", Filled(5, 'a')),
+                             IffChunk("APPL", Filled(9))}));
 }
 
 // The rich wave file with a project link and a picture list behind it.
@@ -243,6 +247,20 @@ void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, const CZvLinkProjectInf
     }
 }
 
+// The AIFF metadata reader and, now and then, the writer into the damaged file.
+void AiffMetaReaders(HANDLE h, IZvReadMeta *clean, int variant)
+{
+    IZvReadMeta *meta = nullptr;
+    EXPECT_CODE(ZvFMMeta_CreateSourceFromAiff(h, &meta));
+    if (meta) {
+        if (variant % 4 == 1)
+            EXPECT_CODE(ZvFMMeta_WriteMetaToAiff(h, meta, 0xFFFFFFFF));
+        meta->Release();
+    }
+    if (variant % 4 == 3)
+        EXPECT_CODE(ZvFMMeta_WriteMetaToAiff(h, clean, 0xFFFFFFFF));
+}
+
 } // namespace
 
 TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
@@ -279,11 +297,16 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
         int family = variant % 5; // RIFF twice as often: it has the most functions
         if (family == 4) {
             // Metadata: ten files a turn, RIFF and Wave64 by turns, so that
-            // each reader sees over 6,000 of them.
+            // each reader sees over 6,000 of them (AIFF over 3,700).
             for (int k = 0; k < 10; k++) {
                 bool w = k & 1;
                 t.rewrite(Mutate(w ? metaW64 : metaRiff, rng, w ? metaW64Sizes : metaRiffSizes));
                 MetaReaders(t.h(), w, clean, &cleanLink, variant + k);
+            }
+            // and AIFF twice a turn, beside the turns of its own family
+            for (int k = 0; k < 2; k++) {
+                t.rewrite(Mutate(aiff, rng, aiffSizes));
+                AiffMetaReaders(t.h(), clean, variant / 5 * 2 + k);
             }
             continue;
         }
@@ -383,6 +406,7 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
             ULONGLONG frames64 = 0, offset64 = 0;
             free(ZvGetFileWfx(t.path().c_str(), &frames64, &offset64));
             EXPECT_CODE(iff_DeleteChunk(h, ZVIFF_MARK, &size));
+            AiffMetaReaders(h, clean, variant / 5);
         }
     }
     EXPECT_GT(heapBefore, 0);

@@ -411,6 +411,68 @@ TEST(MetaReaders, AiffSamplerFromInstAndMarkers)
     EXPECT_EQ(ZVERR_MALFORMED, ZvFMMeta_fillSamplerinfoFromFileEx(cut.h(), &data, &size, TRUE, 8000));
 }
 
+// The kinds of a wave file written into an AIFF file behind its audio and
+// read back: markers (a region keeps its start), the sampler loop through
+// its own markers, the four text fields and raw chunks; then AIFF to AIFF
+// loses nothing, and a second write adds no loop markers.
+TEST(MetaAiff, WaveKindsIntoAiffAndBack)
+{
+    const Bytes audio = Filled(8000);
+    const Bytes plain = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    TestFile wav(MetaRichWave(Filled(40)), L"rich.wav");
+    IZvReadMeta *rich = SourceOf(wav.path());
+    ASSERT_TRUE(rich);
+    TestFile a(plain, L"a.aif");
+    ASSERT_EQ(S_OK, ZvFMMeta_WriteMetaToAiff(a.h(), rich, 0xFFFFFFFF));
+    rich->Release();
+    Bytes img = a.bytes();
+    EXPECT_TRUE(std::equal(plain.begin() + 8, plain.end(), img.begin() + 8)) << "audio and header stay";
+    EXPECT_EQ(img.size() - 8, (size_t)(img[4] << 24 | img[5] << 16 | img[6] << 8 | img[7]));
+    IZvReadMeta *back = nullptr;
+    ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(a.h(), &back));
+    std::map<DWORD, Bytes> got = Streams(back);
+    EXPECT_EQ(4u, got.size());
+    std::vector<Bytes> markers = Records(got[ZVMETA_MARKERS]);
+    ASSERT_EQ(2u, markers.size());
+    EXPECT_EQ(2u, GetLe32(markers[1], 4));
+    EXPECT_EQ(88200u, GetLe32(markers[1], 8));
+    EXPECT_EQ(0xFFFFFFFFu, GetLe32(markers[1], 16)) << "a point";
+    EXPECT_EQ(L"Chorus A", MarkerText(markers[1]));
+    std::vector<Bytes> sampler = Records(got[ZVMETA_SAMPLER]);
+    ASSERT_EQ(1u, sampler.size());
+    ASSERT_EQ(36u + 32, sampler[0].size());
+    EXPECT_EQ(100u, GetLe32(sampler[0], 36 + 8));
+    EXPECT_EQ(100u, GetLe32(sampler[0], 36 + 16));
+    std::vector<Bytes> info = Records(got[ZVMETA_SUMMARY]);
+    ASSERT_EQ(2u, info.size());
+    EXPECT_EQ(0, memcmp(info[0].data(), "INAM", 4));
+    EXPECT_STREQ(L"Tone", (const wchar_t *)(info[0].data() + 4));
+    std::vector<Bytes> raw = Records(got[ZVMETA_RAW]);
+    ASSERT_EQ(1u, raw.size());
+    EXPECT_EQ(Cat({Bytes{'z', 'z', 'z', ' ', 5, 0, 0, 0}, Filled(5, 0x41)}), raw[0]);
+
+    TestFile b(plain, L"b.aifc");
+    ASSERT_EQ(S_OK, ZvFMMeta_WriteMetaToAiff(b.h(), back, 0xFFFFFFFF));
+    IZvReadMeta *again = nullptr;
+    ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(b.h(), &again));
+    ExpectSameStreams(got, Streams(again));
+    again->Release();
+    back->Release();
+
+    // Damaged or foreign files: the system's codes, nothing written.
+    TestFile w(PlainWave(audio), L"w.wav");
+    EXPECT_EQ(ZVERR_NO_RIFF_HEADER, ZvFMMeta_CreateSourceFromAiff(w.h(), &again));
+    Bytes mark;
+    Be16(mark, 3), Be16(mark, 1), Be32(mark, 5);
+    TestFile cut(Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("MARK", mark),
+                                   IffChunk("NAME", Bytes{'x'})})), L"cut.aif");
+    ASSERT_EQ(S_FALSE, ZvFMMeta_CreateSourceFromAiff(cut.h(), &again)) << "the broken kind is left out";
+    got = Streams(again);
+    EXPECT_EQ(1u, got.size());
+    EXPECT_EQ(1u, got.count(ZVMETA_SUMMARY));
+    again->Release();
+}
+
 // An ARDEO clip's time code from the XML entry of its LIST meta.
 TEST(MetaReaders, ArdeoTimeCode)
 {
