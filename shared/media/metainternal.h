@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+struct IZvReadFile;
+
 namespace zvmeta {
 
 typedef std::vector<BYTE> Bytes;
@@ -22,6 +24,7 @@ enum Form {
     FORM_COUNTED,  // u32 count, fixed entries; one item per entry
     FORM_SINGLE,   // the body is the one item (capped at entrySize when set)
     FORM_KEYFRAMES,// zv03 entries with their own sizes
+    FORM_CDTRACKS, // zv04: i32 count, 64-byte entries each with two strings
     FORM_DISPLIST, // DISP chunks: format id and data
     FORM_PICTURES, // LIST pic: one picture block per entry; read, never written
     FORM_NONE,     // no chunk of its own
@@ -109,6 +112,9 @@ HRESULT AddGenericStream(IStream *stream, DWORD bit, Store *store);
 
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
+// A reader file's GetMetaTypes: the kinds its GetMeta source has items for
+// (none when it offers no source).
+HRESULT MetaTypesOf(IZvReadFile *file, DWORD *types);
 
 // The smpl record of an AIFF file's INST chunk and the markers it names;
 // ZVERR_NOT_FOUND without INST.
@@ -137,6 +143,10 @@ HRESULT ReadAiffAll(HANDLE file, Store *store);
 // Appends the kinds of mask that store holds to an AIFF or AIFC file at the
 // end its FORM size gives, each chunk whole before the size counts it.
 HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask);
+
+// The TCOD summary record (id, wide text) of an ARDEO clip's time code;
+// ZVERR_NOT_FOUND for a file that is no such clip or has none.
+HRESULT ReadArdeoTimeCode(HANDLE file, Bytes *record);
 
 // Appends record to a heap list behind an item frame of the kind of bit.
 HRESULT AppendItem(tZVLIST *list, DWORD bit, const Bytes &record);

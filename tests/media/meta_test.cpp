@@ -195,6 +195,16 @@ TEST(MetaStream, EveryKindSurvivesAWriteIntoRiffAndWave64)
     EXPECT_EQ(88200u, GetLe32(markers[1], 8));
     EXPECT_EQ(22050u, GetLe32(markers[1], 16));
     EXPECT_EQ(0xFFFFFFFFu, GetLe32(markers[0], 16)); // a marker, not a region
+    // CD tracks one by one: the low three flag bits, the text cut to 13
+    // characters, the strings behind the record.
+    std::vector<Bytes> tracks = Records(want[ZVMETA_CDTRACKS]);
+    ASSERT_EQ(2u, tracks.size());
+    ASSERT_EQ(62u + 16, tracks[0].size());
+    EXPECT_EQ(4u, GetLe32(tracks[0], 4));
+    EXPECT_EQ(5u, GetLe32(tracks[1], 4));
+    EXPECT_EQ(1176u, GetLe32(tracks[1], 8));
+    EXPECT_EQ(0, memcmp(&tracks[0][28], L"USABC2600001", 26));
+    EXPECT_EQ(0, memcmp(&tracks[0][62], L"IntroAnn", 16));
 
     // The direct marker stream: 100 ns units, the region flagged.
     IStream *direct = nullptr;
@@ -219,6 +229,26 @@ TEST(MetaStream, EveryKindSurvivesAWriteIntoRiffAndWave64)
     want64.erase(ZVMETA_RAW); // raw chunks are RIFF only
     back = SourceOf(w64, true);
     ExpectSameStreams(want64, Streams(back));
+    back->Release();
+
+    // The Wave64 summary is a count and wide texts, as other Wave64 readers
+    // take it; a body in the RIFF list form still reads.
+    const Bytes img = FileBytes(w64);
+    const GUID &label = *ZvFMMeta_GuidOfKind(ZVMETA_SUMMARY);
+    size_t at = 40;
+    while (at + 24 <= img.size() && memcmp(&img[at], &label, 16) != 0)
+        at += (GetLe32(img, at + 16) + 7) & ~7u;
+    ASSERT_LT(at + 24 + 26, img.size());
+    EXPECT_EQ(2u, GetLe32(img, at + 24));
+    EXPECT_EQ(0, memcmp(&img[at + 28], "INAM\12\0\0\0T\0o\0n\0e\0\0\0ICMT", 22));
+    Bytes info = {'I', 'N', 'F', 'O'};
+    Put(info, Chunk("INAM", Bytes{'O', 'l', 'd', 0}).data(), 12);
+    TestFile old(W64(Cat({Chunk64(ZVW64_FMT, Fmt(1, 2, 44100, 16)), Chunk64(ZVW64_DATA, audio), Chunk64(label, info)})),
+                 L"old.w64");
+    back = SourceOf(old.path(), true);
+    std::vector<Bytes> fields = Records(Streams(back)[ZVMETA_SUMMARY]);
+    ASSERT_EQ(1u, fields.size());
+    EXPECT_STREQ(L"Old", (const wchar_t *)(fields[0].data() + 4));
     back->Release();
 }
 
@@ -492,6 +522,27 @@ TEST(MetaReaders, ArdeoTimeCode)
     EXPECT_EQ(ZVMETA_SUMMARY, ZvFMMeta_KindOfGuid(&f->kind));
     EXPECT_EQ(0, memcmp(item + 28, "TCOD", 4));
     EXPECT_STREQ(L"10:00:00:00", (const wchar_t *)(item + 32));
+    // The packed form, frames first with the drop-frame flag; a value that
+    // holds from a later frame, moved back over a dropped label.
+    const struct {
+        const char *table, *want;
+    } forms[] = {{"<LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"0\" value=\"55150110\"/>", "10:01:15;15"},
+                 {"<LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"2\" value=\"00:01:00;02\"/>", "00:00:59;28"},
+                 {"<LtcChangeTable tcFps=\"25\"><LtcChange frameCount=\"50\" value=\"00:00:01:00\"/>", "23:59:59:00"},
+                 {"<LtcChangeTable><LtcChange value=\"take 4\"/>", "take 4"}};
+    for (const auto &f : forms) {
+        std::string doc = std::string("<Clip>") + f.table + "</LtcChangeTable></Clip>";
+        TestFile clip(Riff("AVI ", Cat({List("movi", Chunk("00dc", Filled(10))),
+                                        List("meta", Chunk("xml ", Bytes(doc.c_str(), doc.c_str() + doc.size() + 1)))})),
+                      L"f.avi");
+        IZvReadMeta *meta = nullptr;
+        ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAvi(clip.h(), &meta));
+        std::vector<Bytes> fields = Records(Streams(meta)[ZVMETA_SUMMARY]);
+        meta->Release();
+        ASSERT_EQ(1u, fields.size()) << f.want;
+        std::wstring want(f.want, f.want + strlen(f.want));
+        EXPECT_EQ(want, (const wchar_t *)(fields[0].data() + 4));
+    }
     ZvList_Destroy(list);
     // Not an ARDEO clip: a wave file, an AVI whose first frame is audio.
     TestFile wav(PlainWave(Filled(8)), L"p.wav");
