@@ -335,11 +335,7 @@ HRESULT ZvFMMeta_CreateSourceFromAiff(HANDLE file, IZvReadMeta **meta)
         return E_POINTER;
     *meta = nullptr;
     zvmeta::Store store;
-    HRESULT hr = zvmeta::ReadAiffAll(file, &store);
-    if (hr == ZVERR_NO_RIFF_HEADER || hr == ZVERR_FILE_READ)
-        return hr;
-    HRESULT made = zvmeta::CreateSource(&store, meta);
-    return FAILED(made) ? made : FAILED(hr) ? S_FALSE : S_OK;
+    return zvmeta::SourceAfterRead(zvmeta::ReadAiffAll(file, &store), &store, meta);
 }
 
 HRESULT ZvFMMeta_WriteMetaToAiff(HANDLE file, IZvReadMeta *meta, DWORD mask)

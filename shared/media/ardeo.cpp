@@ -171,8 +171,6 @@ HRESULT ZvFMMeta_CreateSourceFromAvi(HANDLE file, IZvReadMeta **meta)
     *meta = nullptr;
     zvmeta::Store store;
     HRESULT hr = zvmeta::ReadAll(file, false, &store);
-    if (hr == ZVERR_NO_RIFF_HEADER || hr == ZVERR_FILE_READ)
-        return hr;
     // The chunks an AVI has beside its lists (the index) are its structure.
     for (size_t i = 0; i < store.kinds.size(); i++)
         if (store.kinds[i].bit == ZVMETA_RAW)
@@ -183,6 +181,5 @@ HRESULT ZvFMMeta_CreateSourceFromAvi(HANDLE file, IZvReadMeta **meta)
         store.add(ZVMETA_SUMMARY, record.data(), (DWORD)record.size());
     else if (tc != ZVERR_NOT_FOUND && SUCCEEDED(hr))
         hr = tc;
-    HRESULT made = zvmeta::CreateSource(&store, meta);
-    return FAILED(made) ? made : FAILED(hr) ? S_FALSE : S_OK;
+    return zvmeta::SourceAfterRead(hr, &store, meta);
 }

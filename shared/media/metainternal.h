@@ -105,6 +105,10 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD s
 
 // A COM source over a store: IZvReadMeta and IZvReadGenericMeta.
 HRESULT CreateSource(Store *store, IZvReadMeta **meta);
+// A source over what a reader of the whole file put in store: none for a
+// file of another form or one that can't be read (the read's code), S_FALSE
+// when a damaged kind was left out.
+HRESULT SourceAfterRead(HRESULT read, Store *store, IZvReadMeta **meta);
 
 // The records of a generic stream of the kind of bit, added to the store;
 // ZVERR_MALFORMED for a stream of another kind or a broken frame.
