@@ -181,6 +181,41 @@ HRESULT AppendIffChunk(HANDLE file, DWORD id, const void *data, DWORD size)
     return S_OK;
 }
 
+// Removes every top-level chunk of these ids: the rest of the file moves
+// down over each as a block (audio bytes unchanged, as in iff_DeleteChunk,
+// which AIFC files of other codings than PCM would refuse) and the FORM
+// size shrinks.
+HRESULT RemoveIffChunks(HANDLE file, const std::vector<DWORD> &ids)
+{
+    FileIO io{file};
+    for (;;) {
+        std::vector<FormChunk> chunks;
+        ULONGLONG end = 0;
+        HRESULT hr = IndexForm(file, &chunks, &end);
+        if (FAILED(hr))
+            return hr;
+        const FormChunk *hit = nullptr;
+        for (const FormChunk &c : chunks)
+            for (DWORD id : ids)
+                if (!hit && c.id == id)
+                    hit = &c;
+        if (!hit)
+            return S_OK;
+        ULONGLONG start = hit->data - 8, span = 8 + (ULONGLONG)hit->size + (hit->size & 1);
+        BYTE buf[16384], word[4];
+        if (FAILED(hr = zvmedia::MoveTailDown(file, start, start + span, buf, sizeof buf)))
+            return hr;
+        io.truncateHere();
+        if (!io.seek(4, FILE_BEGIN) || !io.read(word, 4))
+            return ZVERR_FILE_READ;
+        DWORD stored = zvmedia::LoadBE32(word);
+        zvmedia::StoreBE32(word, stored > span + 4 ? (DWORD)(stored - span) : 4);
+        DWORD put = 0;
+        if (!io.seek(4, FILE_BEGIN) || !WriteFile(file, word, 4, &put, nullptr) || put != 4)
+            return ZVERR_FILE_WRITE;
+    }
+}
+
 // Markers of the store as MARK entries: their own names as ids where those
 // fit and are free, else the next free id. AIFF has no regions: a region
 // keeps its start.
@@ -288,6 +323,21 @@ HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask)
     const std::vector<Bytes> *markers = (mask & ZVMETA_MARKERS) ? store.of(ZVMETA_MARKERS) : nullptr;
     const std::vector<Bytes> *sampler =
         (mask & (ZVMETA_SAMPLER | ZVMETA_SAMPLER_AIFF)) ? store.of(ZVMETA_SAMPLER) : nullptr;
+    // Markers and sampler loops share one MARK: what the file has of the
+    // kind not written goes back with the other.
+    Store old;
+    bool shared = false;
+    for (const FormChunk &c : chunks)
+        shared = shared || c.id == ZVIFF_MARK || c.id == kInst;
+    if ((markers || sampler) && shared) {
+        ReadAiffAll(file, &old);
+        if (FAILED(hr = RemoveIffChunks(file, {ZVIFF_MARK, kInst})))
+            return hr;
+        if (!markers)
+            markers = old.of(ZVMETA_MARKERS);
+        if (!sampler)
+            sampler = old.of(ZVMETA_SAMPLER);
+    }
     std::vector<AiffMarker> marks = markers ? MarksOf(*markers) : std::vector<AiffMarker>();
     Bytes inst;
     if (sampler && !sampler->empty() && FAILED(hr = AiffSamplerChunks(sampler->front(), &marks, &inst)))
@@ -327,6 +377,34 @@ HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask)
     return S_OK;
 }
 
+HRESULT DeleteAiffKinds(HANDLE file, DWORD mask)
+{
+    std::vector<DWORD> ids;
+    if (mask & ZVMETA_SUMMARY)
+        for (const TextId &t : kTexts)
+            ids.push_back(t.iff);
+    const DWORD shared = ZVMETA_MARKERS | ZVMETA_SAMPLER | ZVMETA_SAMPLER_AIFF;
+    Store keep;
+    if (mask & shared) {
+        ReadAiffAll(file, &keep);
+        ids.push_back(ZVIFF_MARK);
+        ids.push_back(kInst);
+    }
+    HRESULT hr = RemoveIffChunks(file, ids);
+    // The one of markers and sampler that was not asked for goes back.
+    DWORD back = (mask & shared) ? keep.mask() & shared & ~mask : 0;
+    if (mask & (ZVMETA_SAMPLER | ZVMETA_SAMPLER_AIFF))
+        back &= ~ZVMETA_SAMPLER;
+    return SUCCEEDED(hr) && back ? WriteAiffMeta(file, keep, back) : hr;
+}
+
+bool IsFormFile(HANDLE file)
+{
+    FileIO io{file};
+    BYTE head[4];
+    return io.seek(0, FILE_BEGIN) && io.read(head, 4) && zvmedia::LoadBE32(head) == ZVIFF_FORM;
+}
+
 } // namespace zvmeta
 
 HRESULT ZvFMMeta_CreateSourceFromAiff(HANDLE file, IZvReadMeta **meta)
@@ -357,7 +435,8 @@ HRESULT ZvFMMeta_WriteMetaToAiff(HANDLE file, IZvReadMeta *meta, DWORD mask)
         DWORD bit = SUCCEEDED(s->Read(&head, sizeof head, &got)) && got == sizeof head && head.count > 0
                         ? ZvFMMeta_KindOfGuid(&head.kind)
                         : 0;
-        if (bit & mask)
+        // the sampler stream is the one of either sampler bit
+        if ((bit & mask) || (bit == ZVMETA_SAMPLER && (mask & ZVMETA_SAMPLER_AIFF)))
             hr = zvmeta::AddGenericStream(s, bit, &store);
         s->Release();
         s = nullptr;

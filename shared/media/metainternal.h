@@ -146,7 +146,14 @@ HRESULT AiffSamplerChunks(const Bytes &record, std::vector<AiffMarker> *markers,
 HRESULT ReadAiffAll(HANDLE file, Store *store);
 // Appends the kinds of mask that store holds to an AIFF or AIFC file at the
 // end its FORM size gives, each chunk whole before the size counts it.
+// Markers and sampler loops share one MARK: writing one of them keeps what
+// the file has of the other.
 HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask);
+// Removes the kinds of mask from an AIFF or AIFC file (the text chunks for
+// the summary; MARK and INST for markers and sampler information, writing
+// back the one of them not in mask).
+HRESULT DeleteAiffKinds(HANDLE file, DWORD mask);
+bool IsFormFile(HANDLE file);
 
 // The TCOD summary record (id, wide text) of an ARDEO clip's time code;
 // ZVERR_NOT_FOUND for a file that is no such clip or has none.

@@ -409,7 +409,10 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask)
             ZVMETA_STREAMHEADER head;
             const Kind *k = SUCCEEDED(ReadGeneric(s, &head, nullptr)) && head.count >= 1 ? KindOfGuid(head.kind)
                                                                                          : nullptr;
-            if (k && (mask & k->bit))
+            // the sampler stream counts as the AIFF sampler bit where the mask has it
+            if (k && k->bit == ZVMETA_SAMPLER && (mask & ZVMETA_SAMPLER_AIFF))
+                found |= ZVMETA_SAMPLER_AIFF;
+            else if (k && (mask & k->bit))
                 found |= k->bit;
             s->Release();
             s = nullptr;
@@ -473,6 +476,9 @@ HRESULT ZvFMMeta_WriteMetaToFile(HANDLE file, BOOL isWave64, DWORD rate, IZvRead
         return E_POINTER;
     bool w64 = isWave64 != FALSE;
     HRESULT hr = S_OK;
+    // A chunk file holds the sampler stream as smpl under either bit.
+    if (mask & ZVMETA_SAMPLER_AIFF)
+        mask |= ZVMETA_SAMPLER;
     IZvReadGenericMeta *generic = nullptr;
     if (SUCCEEDED(meta->QueryInterface(IID_IZvReadGenericMeta, (void **)&generic)) && generic) {
         IStream *s = nullptr;

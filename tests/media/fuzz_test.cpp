@@ -247,7 +247,8 @@ void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, const CZvLinkProjectInf
     }
 }
 
-// The AIFF metadata reader and, now and then, the writer into the damaged file.
+// The AIFF metadata reader and, now and then, the writer or a deletion on
+// the damaged file.
 void AiffMetaReaders(HANDLE h, IZvReadMeta *clean, int variant)
 {
     IZvReadMeta *meta = nullptr;
@@ -259,6 +260,8 @@ void AiffMetaReaders(HANDLE h, IZvReadMeta *clean, int variant)
     }
     if (variant % 4 == 3)
         EXPECT_CODE(ZvFMMeta_WriteMetaToAiff(h, clean, 0xFFFFFFFF));
+    if (variant % 4 == 2)
+        EXPECT_CODE(ZvFMMeta_DeleteKindsFromFile(h, variant % 8 == 2 ? ZVMETA_MARKERS : ZVMETA_SAMPLER_AIFF, FALSE));
 }
 
 } // namespace

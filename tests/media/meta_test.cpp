@@ -503,6 +503,72 @@ TEST(MetaAiff, WaveKindsIntoAiffAndBack)
     again->Release();
 }
 
+// Writes, updates and deletes through the path functions on an AIFF file:
+// markers and sampler loops always share one MARK, the audio stays.
+TEST(MetaAiff, PathFunctionsKeepOneMarkChunk)
+{
+    zvtest::TempDir dir;
+    const Bytes audio = Filled(8000);
+    const Bytes plain = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    Bytes cue;
+    Le32(cue, 1), Le32(cue, 7), Le32(cue, 0), PutStr(cue, "data"), Le32(cue, 0), Le32(cue, 0), Le32(cue, 500);
+    const Bytes one = Riff("WAVE", Cat({Chunk("fmt ", Fmt(1, 2, 44100, 16)), Chunk("data", audio), Chunk("cue ", cue)}));
+    std::wstring aif = dir.file(L"p.aif"), rich = dir.file(L"rich.wav"), single = dir.file(L"one.wav");
+    zvtest::WriteFileBytes(aif, plain.data(), plain.size());
+    zvtest::WriteFileBytes(rich, MetaRichWave(audio).data(), MetaRichWave(audio).size());
+    zvtest::WriteFileBytes(single, one.data(), one.size());
+    auto state = [&aif](size_t *marks, size_t *insts) {
+        Bytes b = FileBytes(aif);
+        *marks = *insts = 0;
+        for (size_t at = 12; at + 8 <= b.size();) {
+            size_t size = (size_t)b[at + 4] << 24 | b[at + 5] << 16 | b[at + 6] << 8 | b[at + 7];
+            *marks += !memcmp(&b[at], "MARK", 4);
+            *insts += !memcmp(&b[at], "INST", 4);
+            at += 8 + size + (size & 1);
+        }
+        HANDLE h = CreateFileW(aif.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        IZvReadMeta *meta = nullptr;
+        EXPECT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(h, &meta));
+        CloseHandle(h);
+        std::map<DWORD, Bytes> kinds = meta ? Streams(meta) : std::map<DWORD, Bytes>();
+        if (meta)
+            meta->Release();
+        return kinds;
+    };
+    size_t marks, insts;
+    IZvReadMeta *src = SourceOf(rich);
+    ASSERT_EQ(S_OK, ZvFMMeta_openAndWriteMetaStreamEx(aif.c_str(), FALSE, 44100, src,
+                                                      ZVMETA_MARKERS | ZVMETA_SAMPLER_AIFF | ZVMETA_SUMMARY, 0));
+    src->Release();
+    std::map<DWORD, Bytes> kinds = state(&marks, &insts);
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_SAMPLER]).size());
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_SUMMARY]).size());
+    EXPECT_EQ(1u, marks);
+    EXPECT_TRUE(AudioIntact(aif, audio, 54));
+
+    // One marker in place of the two; the loop stays with it.
+    src = SourceOf(single);
+    ASSERT_EQ(S_OK, ZvFMMeta_UpdateMetaStreamEx(aif.c_str(), FALSE, 44100, src, ZVMETA_MARKERS));
+    src->Release();
+    kinds = state(&marks, &insts);
+    ASSERT_EQ(1u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(500u, GetLe32(Records(kinds[ZVMETA_MARKERS])[0], 8));
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_SAMPLER]).size());
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_SUMMARY]).size());
+    EXPECT_EQ(1u, marks);
+    EXPECT_TRUE(AudioIntact(aif, audio, 54));
+
+    // The sampler goes, the marker stays; then the texts.
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SAMPLER_AIFF, FALSE));
+    kinds = state(&marks, &insts);
+    EXPECT_EQ(0u, kinds.count(ZVMETA_SAMPLER));
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(0u, insts);
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SUMMARY | ZVMETA_MARKERS, FALSE));
+    EXPECT_EQ(plain, FileBytes(aif));
+}
+
 // An ARDEO clip's time code from the XML entry of its LIST meta.
 TEST(MetaReaders, ArdeoTimeCode)
 {
