@@ -189,6 +189,16 @@ for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
     [ "$(shown "$work/rendered.aif")" = "$(shown "$work/back.wav")" ]; check "the same fields in both" $?
 done
 
+# An ARDEO clip: the packed drop-frame value of its LIST meta as TCOD.
+python3 - <<'PY'
+import struct
+def chunk(cid, body): return cid + struct.pack("<I", len(body)) + body + (b"\0" if len(body) & 1 else b"")
+xml = b'<Clip><LtcChangeTable tcFps="30"><LtcChange frameCount="0" value="55150110"/></LtcChangeTable></Clip>\0'
+body = b"AVI " + chunk(b"LIST", b"movi" + chunk(b"00dc", bytes(10))) + chunk(b"LIST", b"meta" + chunk(b"xml ", xml))
+open("clip.avi", "wb").write(b"RIFF" + struct.pack("<I", len(body)) + body)
+PY
+zvfio meta "$(win "$work/clip.avi")" | grep -qx "info.TCOD = 10:01:15;15"; check "ARDEO time code" $?
+
 # Update again, delete, copy: the audio stays the same bytes.
 run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?
 run meta delete "$(win "$work/out.wav")" markers info bwf && [ "$(audio out.wav)" = "$want" ]; check "delete" $?

@@ -69,6 +69,10 @@ HRESULT Load(const std::wstring &path, Store *store, bool *w64)
     HRESULT hr = ReadFile(h, head, 4, &got, nullptr) && got == 4 && !memcmp(head, "FORM", 4)
                      ? zvmeta::ReadAiffAll(h, store)
                      : zvmeta::ReadAll(h, *w64, store);
+    // an ARDEO clip's time code among the INFO texts
+    Bytes code;
+    if (!*w64 && SUCCEEDED(hr) && SUCCEEDED(zvmeta::ReadArdeoTimeCode(h, &code)))
+        store->add(ZVMETA_SUMMARY, code.data(), (DWORD)code.size());
     CloseHandle(h);
     return hr;
 }
@@ -651,10 +655,11 @@ const Command kMetaCommand = {
     "\n"
     "Without a verb, prints the metadata of a RIFF, Wave64 or AIFF file and of\n"
     "its \".zvl\" sidecar: markers and regions (in samples), INFO texts (of an\n"
-    "AIFF file its NAME, AUTH, (c) and ANNO as INAM, IART, ICOP and ICMT), bext\n"
-    "and iXML values, the sampler's unity note and loops (start:length), the\n"
-    "project link (link.*), pictures by type, size, MIME type and description,\n"
-    "and a count of the items of every other kind.\n"
+    "AIFF file its NAME, AUTH, (c) and ANNO as INAM, IART, ICOP and ICMT; of an\n"
+    "ARDEO clip its time code as TCOD), bext and iXML values, the sampler's\n"
+    "unity note and loops (start:length), the project link (link.*), pictures\n"
+    "by type, size, MIME type and description, and a count of the items of\n"
+    "every other kind.\n"
     "\n"
     "set updates the file (or with --sidecar its sidecar) with these keys:\n"
     "  bext.Description=TEXT, bext.Originator=, bext.OriginatorReference=,\n"
