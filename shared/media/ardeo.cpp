@@ -139,13 +139,17 @@ HRESULT ReadArdeoTimeCode(HANDLE file, Bytes *record)
     ZvSummary_Free(&summary);
     CZvXML_Document *doc = new CZvXML_Document;
     hr = doc ? doc->OpenMemory(text.data(), text.size()) : E_OUTOFMEMORY;
-    if (SUCCEEDED(hr))
-        hr = doc->ParseFile();
+    // The parse goes on past a bad tag: what it read before one still
+    // counts, and a document that yields no table is malformed.
+    HRESULT parsed = SUCCEEDED(hr) ? doc->ParseFile() : hr;
     tagZVXML_ELEMENT *table = SUCCEEDED(hr) && doc->Root() ? FindElement(&doc->Root()->element, L"LtcChangeTable", 0)
                                                            : nullptr;
     WCHAR value[64] = {}, fps[16] = {}, count[24] = {}, code[32] = {};
     if (SUCCEEDED(hr))
-        hr = table && Field(doc, table, L"value", value, 64) ? S_OK : ZVERR_NOT_FOUND;
+        hr = table && Field(doc, table, L"value", value, 64) ? S_OK
+             : parsed == E_OUTOFMEMORY                      ? parsed
+             : FAILED(parsed)                               ? ZVERR_MALFORMED
+                                                            : ZVERR_NOT_FOUND;
     if (SUCCEEDED(hr)) {
         Field(doc, table, L"tcFps", fps, 16);
         Field(doc, table, L"frameCount", count, 24);

@@ -134,6 +134,16 @@ Bytes AiffBase()
                              IffChunk("APPL", Filled(9))}));
 }
 
+// An ARDEO clip: a movi list whose first frame is 00dc, a LIST meta with the
+// time code in its XML entry, a LIST INFO beside it.
+Bytes ArdeoBase()
+{
+    const char *xml = "<Clip><LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"3\" value=\"00:01:00;02\"/>"
+                      "</LtcChangeTable></Clip>";
+    return Riff("AVI ", Cat({List("INFO", Chunk("INAM", Bytes{'c', 0})), List("movi", Chunk("00dc", Filled(10))),
+                             List("meta", Chunk("xml ", Bytes(xml, xml + strlen(xml) + 1)))}));
+}
+
 // The rich wave file with a project link and a picture list behind it.
 Bytes WithLinkAndPictures(const Bytes &rich)
 {
@@ -273,6 +283,8 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     const std::vector<size_t> riffSizes = SizeWords(riff, 12, 8, 4, 2, false);
     const std::vector<size_t> w64Sizes = SizeWords(w64, 40, 24, 16, 8, false);
     const std::vector<size_t> aiffSizes = SizeWords(aiff, 12, 8, 4, 2, true);
+    const Bytes ardeo = ArdeoBase();
+    const std::vector<size_t> ardeoSizes = SizeWords(ardeo, 12, 8, 4, 2, false);
     const Bytes metaRiff = WithLinkAndPictures(MetaRichWave(Filled(40))), metaW64 = MetaW64Base(metaRiff);
     const std::vector<size_t> metaRiffSizes = WithCounts(SizeWords(metaRiff, 12, 8, 4, 2, false), 4);
     const std::vector<size_t> metaW64Sizes = WithCounts(SizeWords(metaW64, 40, 24, 16, 8, false), 8);
@@ -300,7 +312,8 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
         int family = variant % 5; // RIFF twice as often: it has the most functions
         if (family == 4) {
             // Metadata: ten files a turn, RIFF and Wave64 by turns, so that
-            // each reader sees over 6,000 of them (AIFF over 3,700).
+            // each reader sees over 6,000 of them (AIFF over 3,700, ARDEO
+            // clips 1,240).
             for (int k = 0; k < 10; k++) {
                 bool w = k & 1;
                 t.rewrite(Mutate(w ? metaW64 : metaRiff, rng, w ? metaW64Sizes : metaRiffSizes));
@@ -311,6 +324,16 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
                 t.rewrite(Mutate(aiff, rng, aiffSizes));
                 AiffMetaReaders(t.h(), clean, variant / 5 * 2 + k);
             }
+            // and an ARDEO clip, through the list reader and the source
+            t.rewrite(Mutate(ardeo, rng, ardeoSizes));
+            tZVLIST *tc = nullptr;
+            ZvList_CreateExZ(&tc, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+            EXPECT_CODE(ZvFMMeta_fillARDEOmetaFromFileEx(t.h(), tc, nullptr));
+            ZvList_Destroy(tc);
+            IZvReadMeta *avi = nullptr;
+            EXPECT_CODE(ZvFMMeta_CreateSourceFromAvi(t.h(), &avi));
+            if (avi)
+                avi->Release();
             continue;
         }
         const Bytes &base = family == 2 ? w64 : family == 3 ? aiff : riff;
