@@ -445,7 +445,8 @@ HRESULT MetaTypesOf(IZvReadFile *file, DWORD *types)
     HRESULT hr = file->GetMeta(&meta);
     if (FAILED(hr))
         return hr == E_NOTIMPL ? S_OK : hr;
-    *types = EffectiveMask(meta, 0xFFFFFFFF);
+    // the sampler stream under its own bit, whatever the file's form
+    *types = EffectiveMask(meta, 0xFFFFFFFF & ~ZVMETA_SAMPLER_AIFF);
     meta->Release();
     return S_OK;
 }
