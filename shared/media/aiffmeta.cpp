@@ -14,7 +14,7 @@ namespace {
 
 using zvmedia::FileIO;
 
-const DWORD kInst = ZVIFF_ID('I', 'N', 'S', 'T');
+const DWORD kInst = ZVIFF_ID('I', 'N', 'S', 'T'), kJunk = ZVIFF_ID('J', 'U', 'N', 'K');
 const ULONGLONG kBodyLimit = 16u << 20;
 
 // AIFF text chunks and the summary ids they stand for.
@@ -31,7 +31,7 @@ const TextId kTexts[] = {
 // Chunks that hold the file's structure or a kind of their own: never raw.
 bool IsOwnedId(DWORD id)
 {
-    static const DWORD fixed[] = {ZVIFF_FORM, ZVIFF_COMM, ZVIFF_SSND, ZVIFF_MARK, kInst, ZVIFF_ID('F', 'V', 'E', 'R')};
+    static const DWORD fixed[] = {ZVIFF_FORM, ZVIFF_COMM, ZVIFF_SSND, ZVIFF_MARK, kInst, ZVIFF_ID('F', 'V', 'E', 'R'), kJunk};
     for (DWORD f : fixed)
         if (f == id)
             return true;
@@ -181,28 +181,38 @@ HRESULT AppendIffChunk(HANDLE file, DWORD id, const void *data, DWORD size)
     return S_OK;
 }
 
-// Removes every top-level chunk of these ids: the rest of the file moves
-// down over each as a block (audio bytes unchanged, as in iff_DeleteChunk,
-// which AIFC files of other codings than PCM would refuse) and the FORM
-// size shrinks.
+// Removes every top-level chunk of these ids without moving the audio, as
+// the RIFF layer does: one in front of SSND becomes JUNK in place, one
+// behind it is cut out, the rest of the file moving down over it, and the
+// FORM size shrinks.
 HRESULT RemoveIffChunks(HANDLE file, const std::vector<DWORD> &ids)
 {
     FileIO io{file};
     for (;;) {
         std::vector<FormChunk> chunks;
-        ULONGLONG end = 0;
+        ULONGLONG end = 0, audio = 0;
         HRESULT hr = IndexForm(file, &chunks, &end);
         if (FAILED(hr))
             return hr;
         const FormChunk *hit = nullptr;
-        for (const FormChunk &c : chunks)
+        for (const FormChunk &c : chunks) {
+            if (c.id == ZVIFF_SSND && !audio)
+                audio = c.data;
             for (DWORD id : ids)
                 if (!hit && c.id == id)
                     hit = &c;
+        }
         if (!hit)
             return S_OK;
         ULONGLONG start = hit->data - 8, span = 8 + (ULONGLONG)hit->size + (hit->size & 1);
         BYTE buf[16384], word[4];
+        DWORD put = 0;
+        if (start < audio) {
+            zvmedia::StoreBE32(word, kJunk);
+            if (!io.seek((LONGLONG)start, FILE_BEGIN) || !WriteFile(file, word, 4, &put, nullptr) || put != 4)
+                return ZVERR_FILE_WRITE;
+            continue;
+        }
         if (FAILED(hr = zvmedia::MoveTailDown(file, start, start + span, buf, sizeof buf)))
             return hr;
         io.truncateHere();
@@ -210,7 +220,6 @@ HRESULT RemoveIffChunks(HANDLE file, const std::vector<DWORD> &ids)
             return ZVERR_FILE_READ;
         DWORD stored = zvmedia::LoadBE32(word);
         zvmedia::StoreBE32(word, stored > span + 4 ? (DWORD)(stored - span) : 4);
-        DWORD put = 0;
         if (!io.seek(4, FILE_BEGIN) || !WriteFile(file, word, 4, &put, nullptr) || put != 4)
             return ZVERR_FILE_WRITE;
     }

@@ -567,6 +567,18 @@ TEST(MetaAiff, PathFunctionsKeepOneMarkChunk)
     EXPECT_EQ(0u, insts);
     ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SUMMARY | ZVMETA_MARKERS, FALSE));
     EXPECT_EQ(plain, FileBytes(aif));
+
+    // A MARK in front of the audio is retired in place: the audio stays put.
+    Bytes mark;
+    Be16(mark, 1), Be16(mark, 1), Be32(mark, 9), mark.push_back(1), PutStr(mark, "a");
+    const Bytes front = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("MARK", mark),
+                                          IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    zvtest::WriteFileBytes(aif, front.data(), front.size());
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_MARKERS, FALSE));
+    kinds = state(&marks, &insts);
+    EXPECT_TRUE(kinds.empty());
+    EXPECT_EQ(front.size(), FileBytes(aif).size());
+    EXPECT_TRUE(AudioIntact(aif, audio, 54 + 8 + mark.size()));
 }
 
 // An ARDEO clip's time code from the XML entry of its LIST meta.
