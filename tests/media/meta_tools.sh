@@ -189,6 +189,17 @@ for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
     [ "$(shown "$work/rendered.aif")" = "$(shown "$work/back.wav")" ]; check "the same fields in both" $?
 done
 
+# zvfio meta on an AIFF file: copy, set and delete, the audio unchanged; no
+# bext for it.
+cp tone.aif edit.aif
+run meta copy "$(win "$work/loop.wav")" "$(win "$work/edit.aif")" && run meta set "$(win "$work/edit.aif")" "info.INAM=Other" &&
+    run meta delete "$(win "$work/edit.aif")" sampler && [ "$(audio edit.aif)" = "$want" ]; check "copy, set and delete on AIFF" $?
+out=$(zvfio meta "$(win "$work/edit.aif")")
+printf "%s\n" "$out" | grep -qx "info.INAM = Other" && printf "%s\n" "$out" | grep -qx "marker.2 = 8820:Hook" &&
+    ! printf "%s\n" "$out" | grep -q "^sampler"; check "AIFF edits read back" $?
+sndfile-info edit.aif | grep -c "^ MARK" | grep -qx 1; check "one MARK after the edits" $?
+run meta set "$(win "$work/edit.aif")" "bext.Description=x"; [ $? -eq 1 ]; check "bext refused for AIFF" $?
+
 # An ARDEO clip: the packed drop-frame value of its LIST meta as TCOD.
 python3 - <<'PY'
 import struct

@@ -515,12 +515,26 @@ HRESULT Set(const Args &args)
             return hr;
         store.sampleRate = rate;
     }
+    // An AIFF file has no chunks for broadcast wave values or a project link.
+    bool aiff = false;
+    HANDLE probe = sidecar ? INVALID_HANDLE_VALUE
+                           : CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                         OPEN_EXISTING, 0, nullptr);
+    if (probe != INVALID_HANDLE_VALUE) {
+        aiff = zvmeta::IsFormFile(probe);
+        CloseHandle(probe);
+    }
     DWORD changed = 0;
     CZvLinkProjectInfo link;
     bool linkChanged = false;
     for (size_t i = 2; i < args.files.size(); i++) {
         const std::wstring &kv = args.files[i];
         size_t eq = kv.find(L'=');
+        if (aiff && (kv.compare(0, 5, L"bext.") == 0 || kv.compare(0, 5, L"ixml.") == 0 || kv.compare(0, 5, L"link.") == 0)) {
+            Err("zvfio meta set: an AIFF file has no chunk for %s (--sidecar takes it)\n",
+                Utf8(kv.substr(0, eq)).c_str());
+            return ZVERR_UNSUPPORTED_FORMAT;
+        }
         if (kv.compare(0, 5, L"link.") == 0 && eq != std::wstring::npos) {
             if (!linkChanged && !LoadLink(!sidecar ? path : Target(path, true, &from) == S_OK ? from : L"", &link))
                 link.SetVersion(0x01000000);
@@ -674,6 +688,8 @@ const Command kMetaCommand = {
     "                        removes one), link.RendererGuid={GUID}, link.Version=N\n"
     "                        (a link needs a project path and a command line)\n"
     "A kind that is set is written anew as a whole; the others stay as they are.\n"
+    "An AIFF file takes info (INAM, IART, ICOP, ICMT), markers and regions (as\n"
+    "markers); its bext, ixml and link keys go to the sidecar with --sidecar.\n"
     "\n"
     "delete removes kinds: info markers scot playlist triggers display sampler\n"
     "raw stretch beats detected keyframes pictures cdtracks beatmap\n"
