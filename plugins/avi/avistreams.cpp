@@ -8,6 +8,7 @@
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
 #include "video/dib.h"
+#include "media/metainternal.h"
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -161,7 +162,19 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetFileFlags(DWORD *flags) override { return Zero(flags); }
     HRESULT STDMETHODCALLTYPE GetSiblingCount(LONG *count) override { return Zero((DWORD *)count); }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override { return Zero(types); }
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override { return zvmeta::MetaTypesOf(this, types); }
+    // Its LIST INFO and, of an ARDEO clip, the time code; read once per
+    // call into a source that outlives the file.
+    HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
+    {
+        if (!meta)
+            return E_POINTER;
+        *meta = nullptr;
+        EnterCriticalSection(&lock_);
+        HRESULT hr = file_ ? ZvFMMeta_CreateSourceFromAvi(file_, meta) : E_UNEXPECTED;
+        LeaveCriticalSection(&lock_);
+        return hr;
+    }
     HRESULT STDMETHODCALLTYPE GetLength(LONGLONG *length) override
     {
         return zvsdk::Answer(length, (LONGLONG)avi_.fileLength);

@@ -11,7 +11,7 @@
 #include "pcmformat.h"
 #include "pcmrender.h"
 #include "tokentarget.h"
-#include "media/zvmeta.h"
+#include "media/metainternal.h"
 #include <new>
 #include <string.h>
 #include <wchar.h>
@@ -126,41 +126,19 @@ public:
     {
         return zvsdk::Answer(count, 0);
     }
-    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override
-    {
-        if (!types)
-            return E_POINTER;
-        *types = 0;
-        IZvReadMeta *meta = nullptr;
-        HRESULT hr = GetMeta(&meta);
-        if (FAILED(hr))
-            return hr == E_NOTIMPL ? S_OK : hr;
-        IZvReadGenericMeta *generic = nullptr;
-        if (SUCCEEDED(meta->QueryInterface(IID_IZvReadGenericMeta, (void **)&generic))) {
-            IStream *s = nullptr;
-            while (generic->Next(&s) == S_OK && s) {
-                ZVMETA_STREAMHEADER head = {};
-                ULONG got = 0;
-                if (SUCCEEDED(s->Read(&head, sizeof head, &got)) && got == sizeof head && head.count > 0)
-                    *types |= ZvFMMeta_KindOfGuid(&head.kind);
-                s->Release();
-            }
-            generic->Release();
-        }
-        meta->Release();
-        return S_OK;
-    }
-    // The metadata chunks of a wave or Wave64 file, read once per call; the
-    // source keeps its own copy, so it outlives the file.
+    HRESULT STDMETHODCALLTYPE GetMetaTypes(DWORD *types) override { return zvmeta::MetaTypesOf(this, types); }
+    // The metadata chunks of the file, read once per call; the source keeps
+    // its own copy, so it outlives the file.
     HRESULT STDMETHODCALLTYPE GetMeta(IZvReadMeta **meta) override
     {
         if (!meta)
             return E_POINTER;
         *meta = nullptr;
-        if (layout_.container == PCM_AIFF)
-            return E_NOTIMPL;
         EnterCriticalSection(&lock_);
-        HRESULT hr = file_ ? ZvFMMeta_CreateSourceFromFile(file_, layout_.container == PCM_WAVE64, meta) : E_UNEXPECTED;
+        HRESULT hr = !file_ ? E_UNEXPECTED
+                     : layout_.container == PCM_AIFF
+                         ? ZvFMMeta_CreateSourceFromAiff(file_, meta)
+                         : ZvFMMeta_CreateSourceFromFile(file_, layout_.container == PCM_WAVE64, meta);
         LeaveCriticalSection(&lock_);
         return hr;
     }

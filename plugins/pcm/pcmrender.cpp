@@ -3,8 +3,8 @@
 // samples arrive in the template's decoded format; wave and Wave64 store
 // them as they come, AIFF big-endian (pcmwrite.h). The sizes are fixed up on
 // close, so a wave file left open by a crash is still one the repair
-// functions can rebuild; metadata given to a wave or Wave64 renderer is
-// written behind the audio then.
+// functions can rebuild; metadata given to a renderer is written behind the
+// audio then.
 #include "pcmrender.h"
 #include "pcmformat.h"
 #include "pcmwrite.h"
@@ -87,18 +87,18 @@ public:
         link_.FreeMemory();
     }
     // Metadata is kept until the file is closed and then written behind the
-    // audio: a generic stream of one kind, or a project link's chunks.
-    // Wave and Wave64 only.
+    // audio: a generic stream of one kind, or a project link's chunks (wave
+    // and Wave64 only: AIFF has no chunks for a link).
     HRESULT STDMETHODCALLTYPE SetMeta(DWORD type, IStream *stream) override
     {
         if (!stream)
             return E_POINTER;
-        if (layout_.container == PCM_AIFF)
-            return E_NOTIMPL;
         if (!file_)
             return E_UNEXPECTED;
         if (type != ZVMETA_PROJECTLINK_STREAM)
             return zvmeta::AddGenericStream(stream, type, &meta_);
+        if (layout_.container == PCM_AIFF)
+            return E_NOTIMPL;
         STATSTG st = {};
         HRESULT hr = stream->Stat(&st, STATFLAG_NONAME);
         if (FAILED(hr))
@@ -222,6 +222,8 @@ private:
     {
         const bool w64 = layout_.container == PCM_WAVE64;
         HRESULT hr = S_OK;
+        if (layout_.container == PCM_AIFF)
+            return meta_.mask() ? zvmeta::WriteAiffMeta(file_, meta_, meta_.mask()) : S_OK;
         if (DWORD mask = meta_.mask()) {
             meta_.sampleRate = format_.samplesPerSec;
             IZvReadMeta *source = nullptr;

@@ -123,6 +123,7 @@ HRESULT AiffSampler(HANDLE file, void **data, DWORD *size, DWORD rate)
     HRESULT ZvFMMeta64_##name(HANDLE file, tZVLIST *list) { return Fill(file, true, bit, list); }
 
 ZV_FILL_PAIR(fillKeyframeLocFromFile, ZVMETA_KEYFRAMES)
+ZV_FILL_PAIR(fillCDTracksFromFile, ZVMETA_CDTRACKS)
 ZV_FILL_PAIR(fillScottFromFile, ZVMETA_SCOTT)
 ZV_FILL_PAIR(fillPlaylistFromFile, ZVMETA_PLAYLIST)
 ZV_FILL_PAIR(fillTriggerlistFromFile, ZVMETA_TRIGGERS)
@@ -175,4 +176,13 @@ HRESULT ZvFMMeta_fillDisplistFromFile(HANDLE file, void **data, DWORD *size)
 HRESULT ZvFMMeta64_fillDisplistFromFile(HANDLE file, void **data, DWORD *size)
 {
     return Block(file, true, ZVMETA_DISPLIST, data, size);
+}
+
+HRESULT ZvFMMeta_fillARDEOmetaFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *)
+{
+    if (!list)
+        return E_POINTER;
+    Bytes record;
+    HRESULT hr = ReadArdeoTimeCode(file, &record);
+    return FAILED(hr) ? hr : AppendItem(list, ZVMETA_SUMMARY, record);
 }

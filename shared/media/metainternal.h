@@ -6,7 +6,10 @@
 #include "media/zvmeta.h"
 #include "media/riff.h"
 #include <objidl.h>
+#include <string>
 #include <vector>
+
+struct IZvReadFile;
 
 namespace zvmeta {
 
@@ -21,6 +24,7 @@ enum Form {
     FORM_COUNTED,  // u32 count, fixed entries; one item per entry
     FORM_SINGLE,   // the body is the one item (capped at entrySize when set)
     FORM_KEYFRAMES,// zv03 entries with their own sizes
+    FORM_CDTRACKS, // zv04: i32 count, 64-byte entries each with two strings
     FORM_DISPLIST, // DISP chunks: format id and data
     FORM_PICTURES, // LIST pic: one picture block per entry; read, never written
     FORM_NONE,     // no chunk of its own
@@ -101,6 +105,10 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD s
 
 // A COM source over a store: IZvReadMeta and IZvReadGenericMeta.
 HRESULT CreateSource(Store *store, IZvReadMeta **meta);
+// A source over what a reader of the whole file put in store: none for a
+// file of another form or one that can't be read (the read's code), S_FALSE
+// when a damaged kind was left out.
+HRESULT SourceAfterRead(HRESULT read, Store *store, IZvReadMeta **meta);
 
 // The records of a generic stream of the kind of bit, added to the store;
 // ZVERR_MALFORMED for a stream of another kind or a broken frame.
@@ -108,10 +116,48 @@ HRESULT AddGenericStream(IStream *stream, DWORD bit, Store *store);
 
 // The bits of mask that the source really has items for.
 DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask);
+// A reader file's GetMetaTypes: the kinds its GetMeta source has items for
+// (none when it offers no source).
+HRESULT MetaTypesOf(IZvReadFile *file, DWORD *types);
 
 // The smpl record of an AIFF file's INST chunk and the markers it names;
 // ZVERR_NOT_FOUND without INST.
 HRESULT ReadAiffSampler(HANDLE file, DWORD rate, Bytes *record);
+
+// One entry of an AIFF MARK chunk; the name in the ANSI code page.
+struct AiffMarker {
+    WORD id;
+    DWORD position;
+    std::string name;
+};
+// MARK bodies: u16 count, then id, position and a name whose length byte and
+// text fill an even count. ZVERR_MALFORMED for one that runs past its end.
+HRESULT ParseAiffMarks(const Bytes &body, std::vector<AiffMarker> *out);
+Bytes AiffMarkBody(const std::vector<AiffMarker> &markers);
+// The reverse of ReadAiffSampler: the INST body of a smpl record, its
+// sustain and release loops named by "beg loop" and "end loop" markers that
+// are added to markers under ids none of them has yet. ZVERR_MALFORMED for a
+// record too short for what its header counts.
+HRESULT AiffSamplerChunks(const Bytes &record, std::vector<AiffMarker> *markers, Bytes *inst);
+
+// Every kind an AIFF or AIFC file holds: markers (MARK entries that no loop
+// of INST names), sampler information, the text chunks as summary items and
+// the other chunks as raw ones. As ReadAll: a damaged kind is left out.
+HRESULT ReadAiffAll(HANDLE file, Store *store);
+// Appends the kinds of mask that store holds to an AIFF or AIFC file at the
+// end its FORM size gives, each chunk whole before the size counts it.
+// Markers and sampler loops share one MARK: writing one of them keeps what
+// the file has of the other.
+HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask);
+// Removes the kinds of mask from an AIFF or AIFC file (the text chunks for
+// the summary; MARK and INST for markers and sampler information, writing
+// back the one of them not in mask).
+HRESULT DeleteAiffKinds(HANDLE file, DWORD mask);
+bool IsFormFile(HANDLE file);
+
+// The TCOD summary record (id, wide text) of an ARDEO clip's time code;
+// ZVERR_NOT_FOUND for a file that is no such clip or has none.
+HRESULT ReadArdeoTimeCode(HANDLE file, Bytes *record);
 
 // Appends record to a heap list behind an item frame of the kind of bit.
 HRESULT AppendItem(tZVLIST *list, DWORD bit, const Bytes &record);

@@ -128,22 +128,45 @@ HRESULT ReadCues(HANDLE file, const ChunkIndex &index, Store *store)
     return S_OK;
 }
 
-// INFO entries: id, size, ANSI text; from the given offset of the body.
-HRESULT ReadInfoEntries(const Bytes &b, size_t at, Store *store)
+// INFO entries: id, size, ANSI text (wide with wide set); from the given
+// offset of the body: count of them, or with a count of 0 all there are.
+HRESULT ReadInfoEntries(const Bytes &b, size_t at, Store *store, bool wide = false, DWORD count = 0)
 {
-    while (at + 8 <= b.size()) {
+    DWORD n = 0;
+    for (; (!count || n < count) && at + 8 <= b.size(); n++) {
         DWORD id = Le32(&b[at]), size = Le32(&b[at + 4]);
         size_t body = at + 8;
         if (size > b.size() - body)
             return ZVERR_FILE_READ;
-        std::vector<WCHAR> w = FromAnsi(&b[body], size);
+        std::vector<WCHAR> w;
+        if (wide) {
+            for (size_t i = 0; i + 1 < size && (b[body + i] | b[body + i + 1]); i += 2)
+                w.push_back((WCHAR)(b[body + i] | (b[body + i + 1] << 8)));
+            w.push_back(0);
+        } else {
+            w = FromAnsi(&b[body], size);
+        }
         Bytes rec(4 + w.size() * 2);
         memcpy(rec.data(), &id, 4);
         memcpy(rec.data() + 4, w.data(), w.size() * 2);
         store->add(ZVMETA_SUMMARY, rec.data(), (DWORD)rec.size());
         at = body + size + (size & 1);
     }
-    return S_OK;
+    return count && n < count ? ZVERR_FILE_READ : S_OK;
+}
+
+// The Wave64 summary: a count and wide entries; one written as a RIFF list
+// body (INFO, or UNFO with wide text) is read as well.
+HRESULT ReadW64Summary(const Bytes &b, Store *store)
+{
+    if (b.size() < 4)
+        return ZVERR_FILE_READ;
+    DWORD head = Le32(b.data());
+    if (head == ZVRIFF_INFO || head == ZVRIFF_ID('U', 'N', 'F', 'O'))
+        return ReadInfoEntries(b, 4, store, head != ZVRIFF_INFO);
+    if (head > (b.size() - 4) / 8)
+        return ZVERR_FILE_READ;
+    return head ? ReadInfoEntries(b, 4, store, true, head) : S_OK;
 }
 
 void AddChunkItem(Store *store, DWORD bit, DWORD id, const Bytes &body)
@@ -226,6 +249,36 @@ HRESULT ReadKeyframes(const Bytes &b, Store *store)
         memcpy(rec + 8, &b[at], fixed < 24 ? fixed : 24);
         store->add(ZVMETA_KEYFRAMES, rec, sizeof rec);
         at += (size_t)fixed + extra;
+    }
+    return S_OK;
+}
+
+// zv04 entries: track u32, flags u32, start u64, length u64, pause u32, a
+// text of 13 wide characters and its terminator, the byte sizes of two
+// strings, then the strings. An item keeps the three low flag bits and the
+// text without its terminator: a 62-byte record, then the strings.
+HRESULT ReadCdTracks(const Bytes &b, Store *store)
+{
+    if (b.size() < 4)
+        return ZVERR_FILE_READ;
+    LONG count = (LONG)Le32(b.data());
+    if (count < 0)
+        return ZVERR_MALFORMED;
+    size_t at = 4;
+    for (LONG i = 0; i < count; i++) {
+        if (b.size() - at < 64)
+            return ZVERR_FILE_READ;
+        const BYTE *e = &b[at];
+        DWORD first = Le32(e + 56), second = Le32(e + 60);
+        if (first > b.size() - at - 64 || second > b.size() - at - 64 - first)
+            return ZVERR_FILE_READ;
+        Bytes rec(62 + (size_t)first + second);
+        memcpy(rec.data(), e, 28);
+        rec[4] &= 7, rec[5] = rec[6] = rec[7] = 0;
+        memcpy(&rec[28], e + 28, 26);
+        memcpy(&rec[54], e + 56, 8 + (size_t)first + second);
+        store->add(ZVMETA_CDTRACKS, rec.data(), (DWORD)rec.size());
+        at += 64 + (size_t)first + second;
     }
     return S_OK;
 }
@@ -334,13 +387,15 @@ HRESULT ReadKind(HANDLE file, const ChunkIndex &index, const Kind &kind, DWORD r
         hr = ReadZv01(b, store);
         return hr == S_FALSE ? S_OK : hr;
     case FORM_SUMMARY:
-        return ReadInfoEntries(b, 4, store);
+        return w64 ? ReadW64Summary(b, store) : ReadInfoEntries(b, 4, store);
     case FORM_SAMPLER:
         return ReadSampler(b, store);
     case FORM_COUNTED:
         return ReadCounted(b, kind, store);
     case FORM_KEYFRAMES:
         return ReadKeyframes(b, store);
+    case FORM_CDTRACKS:
+        return ReadCdTracks(b, store);
     default:
         if (kind.entrySize && b.size() > kind.entrySize)
             b.resize(kind.entrySize);

@@ -210,6 +210,14 @@ HRESULT CreateSource(Store *store, IZvReadMeta **meta)
     return *meta ? S_OK : E_OUTOFMEMORY;
 }
 
+HRESULT SourceAfterRead(HRESULT read, Store *store, IZvReadMeta **meta)
+{
+    if (read == ZVERR_NO_RIFF_HEADER || read == ZVERR_FILE_READ)
+        return read;
+    HRESULT made = CreateSource(store, meta);
+    return FAILED(made) ? made : FAILED(read) ? S_FALSE : S_OK;
+}
+
 } // namespace zvmeta
 
 HRESULT ZvFMMeta_CreateSourceFromFile(HANDLE file, BOOL isWave64, IZvReadMeta **meta)

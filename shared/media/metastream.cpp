@@ -108,6 +108,14 @@ void DeleteRawIds(HANDLE file, IZvReadMeta *meta)
     generic->Release();
 }
 
+// The media file's own kinds: an AIFF or AIFC file takes its own chunks.
+HRESULT WriteMedia(HANDLE h, bool w64, DWORD rate, IZvReadMeta *meta, DWORD mask)
+{
+    if (!w64 && IsFormFile(h))
+        return ZvFMMeta_WriteMetaToAiff(h, meta, mask);
+    return ZvFMMeta_WriteMetaToFile(h, w64, rate, meta, mask);
+}
+
 HRESULT CreateSidecar(const WCHAR *path, DWORD rate, IZvReadMeta *meta, DWORD mask)
 {
     WCHAR name[MAX_PATH];
@@ -165,7 +173,7 @@ HRESULT FullWrite(const WCHAR *path, BOOL isNew, DWORD rate, IZvReadMeta *meta, 
     if (SUCCEEDED(hr) && (fileEff & ZVMETA_RAW) && !w64)
         DeleteRawIds(h, meta);
     if (SUCCEEDED(hr))
-        hr = ZvFMMeta_WriteMetaToFile(h, w64, rate, meta, fileEff);
+        hr = WriteMedia(h, w64, rate, meta, fileEff);
     CloseHandle(h);
     return hr;
 }
@@ -208,7 +216,7 @@ HRESULT Update(const WCHAR *path, DWORD rate, IZvReadMeta *meta, DWORD fileMask,
         return ZvErrorHandler_TranslateWin32Error(GetLastError());
     if ((fileEff & ZVMETA_RAW) && !w64)
         DeleteRawIds(h, meta);
-    hr = ZvFMMeta_WriteMetaToFile(h, w64, rate, meta, fileEff);
+    hr = WriteMedia(h, w64, rate, meta, fileEff);
     CloseHandle(h);
     return hr;
 }
@@ -217,6 +225,8 @@ HRESULT Update(const WCHAR *path, DWORD rate, IZvReadMeta *meta, DWORD fileMask,
 
 HRESULT ZvFMMeta_DeleteKindsFromFile(HANDLE file, DWORD mask, BOOL isWave64)
 {
+    if (!isWave64 && IsFormFile(file))
+        return DeleteAiffKinds(file, mask);
     if (isWave64) {
         for (DWORD bit : kW64Rows) {
             if (!(mask & bit))

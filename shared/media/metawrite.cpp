@@ -160,20 +160,29 @@ HRESULT WriteMarkers(HANDLE file, bool w64, const std::vector<Marker> &ms)
     return hr;
 }
 
+// RIFF: a LIST INFO of ANSI texts. Wave64: a count, then id, byte size and
+// wide text with its terminator for each field, the form other Wave64
+// readers take for this label.
 HRESULT WriteSummary(HANDLE file, bool w64, const std::vector<Bytes> &records)
 {
     if (records.empty())
         return S_OK;
     Bytes b;
-    Put32(&b, ZVRIFF_INFO);
+    Put32(&b, w64 ? (DWORD)records.size() : ZVRIFF_INFO);
     for (const Bytes &r : records) {
         if (r.size() < 4)
             return ZVERR_MALFORMED;
         std::vector<WCHAR> w;
         for (size_t i = 4; i + 1 < r.size() && (r[i] | r[i + 1]); i += 2)
             w.push_back((WCHAR)(r[i] | (r[i + 1] << 8)));
-        Bytes a = Ansi(w);
         Put(&b, r.data(), 4);
+        if (w64) {
+            w.push_back(0);
+            Put32(&b, (DWORD)(w.size() * sizeof(WCHAR)));
+            Put(&b, w.data(), w.size() * sizeof(WCHAR));
+            continue;
+        }
+        Bytes a = Ansi(w);
         Put32(&b, (DWORD)a.size());
         Put(&b, a.data(), a.size());
         Pad(&b);
@@ -291,6 +300,19 @@ HRESULT WriteKind(HANDLE file, bool w64, const Kind &k, const std::vector<Bytes>
             Put(&b, r.data(), r.size());
         }
         return Append(file, w64, k, b);
+    case FORM_CDTRACKS:
+        // The reverse of the reader: the text gets its terminator back.
+        Put32(&b, (DWORD)records.size());
+        for (const Bytes &r : records) {
+            if (r.size() < 62 || 62 + (ULONGLONG)Le32(&r[54]) + Le32(&r[58]) != r.size())
+                return ZVERR_MALFORMED;
+            Put(&b, r.data(), 4);
+            Put32(&b, Le32(&r[4]) & 7);
+            Put(&b, &r[8], 46);
+            Put(&b, L"", 2);
+            Put(&b, &r[54], r.size() - 54);
+        }
+        return Append(file, w64, k, b);
     case FORM_RAW:
         for (const Bytes &r : records) {
             if (r.size() < 8 || Le32(&r[4]) != r.size() - 8)
@@ -387,7 +409,10 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask)
             ZVMETA_STREAMHEADER head;
             const Kind *k = SUCCEEDED(ReadGeneric(s, &head, nullptr)) && head.count >= 1 ? KindOfGuid(head.kind)
                                                                                          : nullptr;
-            if (k && (mask & k->bit))
+            // the sampler stream counts as the AIFF sampler bit where the mask has it
+            if (k && k->bit == ZVMETA_SAMPLER && (mask & ZVMETA_SAMPLER_AIFF))
+                found |= ZVMETA_SAMPLER_AIFF;
+            else if (k && (mask & k->bit))
                 found |= k->bit;
             s->Release();
             s = nullptr;
@@ -409,6 +434,21 @@ DWORD EffectiveMask(IZvReadMeta *meta, DWORD mask)
             s->Release();
     }
     return found;
+}
+
+HRESULT MetaTypesOf(IZvReadFile *file, DWORD *types)
+{
+    if (!types)
+        return E_POINTER;
+    *types = 0;
+    IZvReadMeta *meta = nullptr;
+    HRESULT hr = file->GetMeta(&meta);
+    if (FAILED(hr))
+        return hr == E_NOTIMPL ? S_OK : hr;
+    // the sampler stream under its own bit, whatever the file's form
+    *types = EffectiveMask(meta, 0xFFFFFFFF & ~ZVMETA_SAMPLER_AIFF);
+    meta->Release();
+    return S_OK;
 }
 
 } // namespace zvmeta
@@ -437,6 +477,9 @@ HRESULT ZvFMMeta_WriteMetaToFile(HANDLE file, BOOL isWave64, DWORD rate, IZvRead
         return E_POINTER;
     bool w64 = isWave64 != FALSE;
     HRESULT hr = S_OK;
+    // A chunk file holds the sampler stream as smpl under either bit.
+    if (mask & ZVMETA_SAMPLER_AIFF)
+        mask |= ZVMETA_SAMPLER;
     IZvReadGenericMeta *generic = nullptr;
     if (SUCCEEDED(meta->QueryInterface(IID_IZvReadGenericMeta, (void **)&generic)) && generic) {
         IStream *s = nullptr;

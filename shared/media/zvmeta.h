@@ -76,7 +76,8 @@ static_assert(sizeof(ZVMETA_DIRECTMARKER) == 28, "direct marker record is 28 byt
 // with its terminator; BWF and raw items a chunk id, a size and the chunk
 // body; display items a format id and the data; sampler items the smpl body
 // with 32-byte loops (id, type, start u64, length u64, fraction, play count);
-// the counted kinds one fixed-size entry each; the others the chunk body.
+// the counted kinds one fixed-size entry each; CD tracks one entry each (see
+// ZvFMMeta_fillCDTracksFromFile); the others the chunk body.
 
 // The stream GUID of a single bit, or null.
 ZVAPI const GUID *ZvFMMeta_GuidOfKind(DWORD bit);
@@ -131,6 +132,11 @@ ZVAPI HRESULT ZvFMMeta_fillSummaryFromFileEx(HANDLE file, tZVLIST *list, tZVLIST
 ZVAPI HRESULT ZvFMMeta64_fillSummaryFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *other);
 ZVAPI HRESULT ZvFMMeta_fillKeyframeLocFromFile(HANDLE file, tZVLIST *list);
 ZVAPI HRESULT ZvFMMeta64_fillKeyframeLocFromFile(HANDLE file, tZVLIST *list);
+// zv04: one item per track, a 62-byte record (track, flags, start, length,
+// pause, a text of 13 wide characters, the byte sizes of two strings), then
+// the two strings.
+ZVAPI HRESULT ZvFMMeta_fillCDTracksFromFile(HANDLE file, tZVLIST *list);
+ZVAPI HRESULT ZvFMMeta64_fillCDTracksFromFile(HANDLE file, tZVLIST *list);
 ZVAPI HRESULT ZvFMMeta_fillScottFromFile(HANDLE file, tZVLIST *list);
 ZVAPI HRESULT ZvFMMeta64_fillScottFromFile(HANDLE file, tZVLIST *list);
 ZVAPI HRESULT ZvFMMeta_fillPlaylistFromFile(HANDLE file, tZVLIST *list);
@@ -156,12 +162,26 @@ ZVAPI HRESULT ZvFMMeta_fillCDInfoFromFile(HANDLE file, void **data, DWORD *size,
 ZVAPI HRESULT ZvFMMeta_fillDisplistFromFile(HANDLE file, void **data, DWORD *size);
 // An AVI whose movi list starts with a 00dc chunk.
 ZVAPI BOOL ZvFMMeta_isARDEOavi(HANDLE file);
-// Its LIST meta's "xml " entry: the time code of the LtcChangeTable as a
-// summary item under the id TCOD (the text of its value field).
+// Its LIST meta's "xml " entry: the time code of the clip's first frame as
+// a summary item under the id TCOD, "hh:mm:ss:ff" (";" before the frames of
+// a drop-frame code): the LtcChangeTable's value, moved back by its
+// frameCount at tcFps. A value of no known form is given as it stands.
 ZVAPI HRESULT ZvFMMeta_fillARDEOmetaFromFileEx(HANDLE file, tZVLIST *list, tZVLIST *other);
+// The kinds of an AVI file (its LIST INFO and the like) as a source, with an
+// ARDEO clip's time code among the summary fields as TCOD.
+ZVAPI HRESULT ZvFMMeta_CreateSourceFromAvi(HANDLE file, IZvReadMeta **meta);
 ZVAPI HRESULT ZvFMMeta64_fillDisplistFromFile(HANDLE file, void **data, DWORD *size);
 
 // All kinds a file holds, as an IZvReadMeta source (also IZvReadGenericMeta)
 // whose streams hold them; the file's format chunk gives the rate for the
 // direct marker stream. A file with no metadata gives an empty source.
 ZVAPI HRESULT ZvFMMeta_CreateSourceFromFile(HANDLE file, BOOL isWave64, IZvReadMeta **meta);
+// The same for an AIFF or AIFC file: markers, sampler information, the
+// NAME, AUTH, "(c) " and ANNO texts as the summary fields INAM, IART, ICOP
+// and ICMT, and other chunks as raw ones. ZVERR_NO_RIFF_HEADER for a file of
+// another form.
+ZVAPI HRESULT ZvFMMeta_CreateSourceFromAiff(HANDLE file, IZvReadMeta **meta);
+// Appends the kinds of mask from meta's generic streams to an AIFF or AIFC
+// file: markers and sampler loops in one MARK, INST, the four text chunks,
+// raw chunks. The FORM size grows after each chunk is whole.
+ZVAPI HRESULT ZvFMMeta_WriteMetaToAiff(HANDLE file, IZvReadMeta *meta, DWORD mask);

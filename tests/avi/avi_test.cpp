@@ -8,6 +8,7 @@
 #include "zvplugin_sdk.h"
 #include "filemng/zvmemtoken.h"
 #include "media/riff.h"
+#include "media/zvmeta.h"
 #include "video/yuv.h"
 #include "testutil.h"
 
@@ -346,11 +347,62 @@ HRESULT ReadAudio(IZvReadFile *file, LONG index, Bytes *all)
 
 } // namespace
 
+// An ARDEO clip: frames under 00dc and a LIST meta whose XML entry has the
+// time code, the value 10:00:01:00 holding from frame 25 at 25 frames a second.
+Bytes MakeArdeo()
+{
+    Bytes b = MakeAvi(5, false);
+    for (size_t p = 0; p + 4 <= b.size(); ++p)
+        if (!memcmp(&b[p], "00db", 4))
+            b[p + 3] = 'c';
+    const char *xml = "<?xml version=\"1.0\"?><Clip><LtcChangeTable tcFps=\"25\">"
+                      "<LtcChange frameCount=\"25\" value=\"10:00:01:00\"/></LtcChangeTable></Clip>";
+    b = b + List("meta", Chunk("xml ", Bytes(xml, xml + strlen(xml) + 1)));
+    DWORD riffSize = (DWORD)b.size() - 8;
+    memcpy(&b[4], &riffSize, 4);
+    return b;
+}
+
+// The clip's time code comes through the reader's metadata as TCOD.
+TEST(AviReader, ArdeoTimeCodeThroughTheMetadata)
+{
+    ASSERT_NE(AviClass(), nullptr);
+    zvtest::TempDir dir;
+    const Bytes b = MakeArdeo();
+    const std::wstring path = dir.file(L"clip.avi");
+    ASSERT_TRUE(zvtest::WriteFileBytes(path, b.data(), b.size()));
+    Reader r;
+    ASSERT_EQ(S_OK, Open(path, &r));
+    DWORD types = 0;
+    EXPECT_EQ(S_OK, r.file->GetMetaTypes(&types));
+    EXPECT_EQ((DWORD)ZVMETA_SUMMARY, types);
+    IZvReadMeta *meta = nullptr;
+    ASSERT_EQ(S_OK, r.file->GetMeta(&meta));
+    IStream *s = nullptr;
+    ASSERT_EQ(S_OK, meta->GetSummaryStream(&s));
+    BYTE buf[128] = {};
+    ULONG got = 0;
+    s->Read(buf, sizeof buf, &got);
+    s->Release();
+    meta->Release();
+    EXPECT_EQ(1u, buf[8]);   // one field
+    EXPECT_EQ(0, memcmp(buf + 12, "TCOD", 4));
+    EXPECT_STREQ(L"10:00:00:00", (const wchar_t *)(buf + 20));
+    // A plain AVI has no metadata.
+    const Bytes plain = MakeAvi(5, false);
+    const std::wstring other = dir.file(L"plain.avi");
+    ASSERT_TRUE(zvtest::WriteFileBytes(other, plain.data(), plain.size()));
+    Reader p;
+    ASSERT_EQ(S_OK, Open(other, &p));
+    EXPECT_EQ(S_OK, p.file->GetMetaTypes(&types));
+    EXPECT_EQ(0u, types);
+}
+
 TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
 {
     ASSERT_NE(AviClass(), nullptr);
     zvtest::TempDir dir;
-    const Bytes seeds[2] = {MakeAvi(5, false), MakeAvi(5, true)};
+    const Bytes seeds[3] = {MakeAvi(5, false), MakeAvi(5, true), MakeArdeo()};
     const std::wstring path = dir.file(L"m.avi");
     zvtest::Rng rng = {7};
     int opened = 0;
@@ -361,7 +413,7 @@ TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
             handles0 = ZvProcessHandleCount();
             heap0 = zvtest::HeapBusyBlocks();
         }
-        Bytes b = seeds[i & 1];
+        Bytes b = seeds[i % 3];
         for (int k = 1 + rng.below(6); k > 0; --k) {
             size_t at = rng.below((unsigned)b.size());
             switch (rng.below(4)) {
@@ -383,6 +435,12 @@ TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
         if (hr == S_OK) {
             ++opened;
             r.file->GetStreamCount(&streams);
+            // the metadata readers, the ARDEO one among them, on the damaged file
+            IZvReadMeta *meta = nullptr;
+            HRESULT mh = r.file->GetMeta(&meta);
+            EXPECT_TRUE(mh == S_OK || mh == S_FALSE || mh == ZVERR_FILE_READ) << std::hex << mh << " at " << std::dec << i;
+            if (meta)
+                meta->Release();
         }
         for (LONG s = 0; s < streams && SUCCEEDED(hr); ++s) {
             ZVFILESTREAMTYPE type;

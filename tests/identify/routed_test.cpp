@@ -348,5 +348,30 @@ TEST_F(RoutedPcm, MetadataComesOverFromTheSurrogate)
         file->Close();
         file->Release();
         EXPECT_TRUE(NobodyHolds(wave));
+
+        // An AIFF file: a marker, its title and an instrument without loops
+        // behind the audio.
+        const unsigned char aiff[] = {
+            'F', 'O', 'R', 'M', 0, 0, 0, 112, 'A', 'I', 'F', 'F', 'C', 'O', 'M', 'M', 0, 0, 0, 18, 0, 1, 0, 0, 0, 4,
+            0, 16, 0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0, 'S', 'S', 'N', 'D', 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0,
+            0, 1, 2, 3, 4, 5, 6, 7, 8, 'M', 'A', 'R', 'K', 0, 0, 0, 12, 0, 1, 0, 7, 0, 0, 0, 2, 2, 'H', 'i', 0,
+            'N', 'A', 'M', 'E', 0, 0, 0, 2, 'S', 'o', 'I', 'N', 'S', 'T', 0, 0, 0, 20, 60, 0, 0, 127, 1, 127,
+            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+        const std::wstring aif = WriteTemp(d, L"marked.aif", std::vector<unsigned char>(aiff, aiff + sizeof aiff));
+        h = CreateFileW(aif.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(h, &local));
+        CloseHandle(h);
+        ASSERT_EQ(S_OK, w.mgr->OpenReader(aif.c_str(), &file, 0));
+        EXPECT_EQ(S_OK, file->GetMetaTypes(&types));
+        EXPECT_EQ((DWORD)(ZVMETA_MARKERS | ZVMETA_SUMMARY | ZVMETA_SAMPLER), types);
+        ASSERT_EQ(S_OK, file->GetMeta(&remote));
+        want = streams(local), got = streams(remote);
+        EXPECT_EQ(3u, want.size());
+        EXPECT_TRUE(want == got);
+        remote->Release();
+        local->Release();
+        file->Close();
+        file->Release();
+        EXPECT_TRUE(NobodyHolds(aif));
     }
 }

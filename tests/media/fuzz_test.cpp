@@ -126,8 +126,22 @@ Bytes AiffBase()
     Bytes ssnd;
     Be32(ssnd, 4); Be32(ssnd, 0);
     Put(ssnd, Filled(36).data(), 36);
+    // A sustain loop over both markers, text and a foreign chunk behind the audio.
+    Bytes inst = {60, 0, 0, 127, 1, 127, 0, 0};
+    Be16(inst, 1), Be16(inst, 1), Be16(inst, 2), Be16(inst, 0), Be16(inst, 0), Be16(inst, 0);
     return Form("AIFC", Cat({IffChunk("FVER", Filled(4)), IffChunk("COMM", comm), IffChunk("MARK", mark),
-                             IffChunk("SSND", ssnd)}));
+                             IffChunk("INST", inst), IffChunk("SSND", ssnd), IffChunk("NAME", Filled(5, 'a')),
+                             IffChunk("APPL", Filled(9))}));
+}
+
+// An ARDEO clip: a movi list whose first frame is 00dc, a LIST meta with the
+// time code in its XML entry, a LIST INFO beside it.
+Bytes ArdeoBase()
+{
+    const char *xml = "<Clip><LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"3\" value=\"00:01:00;02\"/>"
+                      "</LtcChangeTable></Clip>";
+    return Riff("AVI ", Cat({List("INFO", Chunk("INAM", Bytes{'c', 0})), List("movi", Chunk("00dc", Filled(10))),
+                             List("meta", Chunk("xml ", Bytes(xml, xml + strlen(xml) + 1)))}));
 }
 
 // The rich wave file with a project link and a picture list behind it.
@@ -243,6 +257,23 @@ void MetaReaders(HANDLE h, bool w64, IZvReadMeta *clean, const CZvLinkProjectInf
     }
 }
 
+// The AIFF metadata reader and, now and then, the writer or a deletion on
+// the damaged file.
+void AiffMetaReaders(HANDLE h, IZvReadMeta *clean, int variant)
+{
+    IZvReadMeta *meta = nullptr;
+    EXPECT_CODE(ZvFMMeta_CreateSourceFromAiff(h, &meta));
+    if (meta) {
+        if (variant % 4 == 1)
+            EXPECT_CODE(ZvFMMeta_WriteMetaToAiff(h, meta, 0xFFFFFFFF));
+        meta->Release();
+    }
+    if (variant % 4 == 3)
+        EXPECT_CODE(ZvFMMeta_WriteMetaToAiff(h, clean, 0xFFFFFFFF));
+    if (variant % 4 == 2)
+        EXPECT_CODE(ZvFMMeta_DeleteKindsFromFile(h, variant % 8 == 2 ? ZVMETA_MARKERS : ZVMETA_SAMPLER_AIFF, FALSE));
+}
+
 } // namespace
 
 TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
@@ -252,6 +283,8 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
     const std::vector<size_t> riffSizes = SizeWords(riff, 12, 8, 4, 2, false);
     const std::vector<size_t> w64Sizes = SizeWords(w64, 40, 24, 16, 8, false);
     const std::vector<size_t> aiffSizes = SizeWords(aiff, 12, 8, 4, 2, true);
+    const Bytes ardeo = ArdeoBase();
+    const std::vector<size_t> ardeoSizes = SizeWords(ardeo, 12, 8, 4, 2, false);
     const Bytes metaRiff = WithLinkAndPictures(MetaRichWave(Filled(40))), metaW64 = MetaW64Base(metaRiff);
     const std::vector<size_t> metaRiffSizes = WithCounts(SizeWords(metaRiff, 12, 8, 4, 2, false), 4);
     const std::vector<size_t> metaW64Sizes = WithCounts(SizeWords(metaW64, 40, 24, 16, 8, false), 8);
@@ -279,12 +312,28 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
         int family = variant % 5; // RIFF twice as often: it has the most functions
         if (family == 4) {
             // Metadata: ten files a turn, RIFF and Wave64 by turns, so that
-            // each reader sees over 6,000 of them.
+            // each reader sees over 6,000 of them (AIFF over 3,700, ARDEO
+            // clips 1,240).
             for (int k = 0; k < 10; k++) {
                 bool w = k & 1;
                 t.rewrite(Mutate(w ? metaW64 : metaRiff, rng, w ? metaW64Sizes : metaRiffSizes));
                 MetaReaders(t.h(), w, clean, &cleanLink, variant + k);
             }
+            // and AIFF twice a turn, beside the turns of its own family
+            for (int k = 0; k < 2; k++) {
+                t.rewrite(Mutate(aiff, rng, aiffSizes));
+                AiffMetaReaders(t.h(), clean, variant / 5 * 2 + k);
+            }
+            // and an ARDEO clip, through the list reader and the source
+            t.rewrite(Mutate(ardeo, rng, ardeoSizes));
+            tZVLIST *tc = nullptr;
+            ZvList_CreateExZ(&tc, sizeof(void *), 4, 4, ZVLIST_HEAPITEMS);
+            EXPECT_CODE(ZvFMMeta_fillARDEOmetaFromFileEx(t.h(), tc, nullptr));
+            ZvList_Destroy(tc);
+            IZvReadMeta *avi = nullptr;
+            EXPECT_CODE(ZvFMMeta_CreateSourceFromAvi(t.h(), &avi));
+            if (avi)
+                avi->Release();
             continue;
         }
         const Bytes &base = family == 2 ? w64 : family == 3 ? aiff : riff;
@@ -383,6 +432,7 @@ TEST(MediaRobustness, MutatedFilesGiveCodesAndLeakNothing)
             ULONGLONG frames64 = 0, offset64 = 0;
             free(ZvGetFileWfx(t.path().c_str(), &frames64, &offset64));
             EXPECT_CODE(iff_DeleteChunk(h, ZVIFF_MARK, &size));
+            AiffMetaReaders(h, clean, variant / 5);
         }
     }
     EXPECT_GT(heapBefore, 0);

@@ -53,7 +53,16 @@ Bytes MetaRichWave(const Bytes &audio)
     Le32(zv03, 28); Le32(zv03, 3);
     Put(zv03, Filled(31, 5).data(), 31);
     Le32(disp, 1); PutStr(disp, "thumb text");
-    Bytes zzz = Filled(5, 0x41);
+    Bytes zzz = Filled(5, 0x41), zv04;
+    // CD tracks: one with two strings, one with flag bits above the three kept
+    Le32(zv04, 2);
+    for (unsigned track : {1u, 2u}) {
+        Le32(zv04, track), Le32(zv04, track == 1 ? 4 : 0xF5), Le64(zv04, track * 588), Le64(zv04, 44100), Le32(zv04, 150);
+        Put(zv04, L"USABC2600001\0", 28);
+        Le32(zv04, track == 1 ? 10 : 0), Le32(zv04, track == 1 ? 6 : 0);
+        if (track == 1)
+            Put(zv04, L"Intro", 10), Put(zv04, L"Ann", 6);
+    }
     return Riff("WAVE", Cat({Chunk("fmt ", Fmt(1, 2, 44100, 16)),
                              List("INFO", Cat({Chunk("INAM", Bytes{'T', 'o', 'n', 'e', 0}),
                                                Chunk("ICMT", Bytes{'h', 'i', '!', 0})})),
@@ -64,7 +73,7 @@ Bytes MetaRichWave(const Bytes &audio)
                              Chunk("bmrk", Counted(2, 52, 1)), Chunk("dtbt", Counted(2, 12, 8)),
                              Chunk("bmpi", Filled(48, 3)), Chunk("bmpm", Counted(1, 56, 4)),
                              Chunk("CDif", Filled(10, 6)), Chunk("DISP", disp), Chunk("zv03", zv03),
-                             Chunk("zv04", Filled(70, 1)), Chunk("iXML", Bytes{'<', 'B', 'W', 'F', 'X', 'M', 'L', '/', '>'}),
+                             Chunk("zv04", zv04), Chunk("iXML", Bytes{'<', 'B', 'W', 'F', 'X', 'M', 'L', '/', '>'}),
                              Chunk("zzz ", zzz)}));
 }
 

@@ -195,6 +195,16 @@ TEST(MetaStream, EveryKindSurvivesAWriteIntoRiffAndWave64)
     EXPECT_EQ(88200u, GetLe32(markers[1], 8));
     EXPECT_EQ(22050u, GetLe32(markers[1], 16));
     EXPECT_EQ(0xFFFFFFFFu, GetLe32(markers[0], 16)); // a marker, not a region
+    // CD tracks one by one: the low three flag bits, the text cut to 13
+    // characters, the strings behind the record.
+    std::vector<Bytes> tracks = Records(want[ZVMETA_CDTRACKS]);
+    ASSERT_EQ(2u, tracks.size());
+    ASSERT_EQ(62u + 16, tracks[0].size());
+    EXPECT_EQ(4u, GetLe32(tracks[0], 4));
+    EXPECT_EQ(5u, GetLe32(tracks[1], 4));
+    EXPECT_EQ(1176u, GetLe32(tracks[1], 8));
+    EXPECT_EQ(0, memcmp(&tracks[0][28], L"USABC2600001", 26));
+    EXPECT_EQ(0, memcmp(&tracks[0][62], L"IntroAnn", 16));
 
     // The direct marker stream: 100 ns units, the region flagged.
     IStream *direct = nullptr;
@@ -219,6 +229,26 @@ TEST(MetaStream, EveryKindSurvivesAWriteIntoRiffAndWave64)
     want64.erase(ZVMETA_RAW); // raw chunks are RIFF only
     back = SourceOf(w64, true);
     ExpectSameStreams(want64, Streams(back));
+    back->Release();
+
+    // The Wave64 summary is a count and wide texts, as other Wave64 readers
+    // take it; a body in the RIFF list form still reads.
+    const Bytes img = FileBytes(w64);
+    const GUID &label = *ZvFMMeta_GuidOfKind(ZVMETA_SUMMARY);
+    size_t at = 40;
+    while (at + 24 <= img.size() && memcmp(&img[at], &label, 16) != 0)
+        at += (GetLe32(img, at + 16) + 7) & ~7u;
+    ASSERT_LT(at + 24 + 26, img.size());
+    EXPECT_EQ(2u, GetLe32(img, at + 24));
+    EXPECT_EQ(0, memcmp(&img[at + 28], "INAM\12\0\0\0T\0o\0n\0e\0\0\0ICMT", 22));
+    Bytes info = {'I', 'N', 'F', 'O'};
+    Put(info, Chunk("INAM", Bytes{'O', 'l', 'd', 0}).data(), 12);
+    TestFile old(W64(Cat({Chunk64(ZVW64_FMT, Fmt(1, 2, 44100, 16)), Chunk64(ZVW64_DATA, audio), Chunk64(label, info)})),
+                 L"old.w64");
+    back = SourceOf(old.path(), true);
+    std::vector<Bytes> fields = Records(Streams(back)[ZVMETA_SUMMARY]);
+    ASSERT_EQ(1u, fields.size());
+    EXPECT_STREQ(L"Old", (const wchar_t *)(fields[0].data() + 4));
     back->Release();
 }
 
@@ -411,6 +441,146 @@ TEST(MetaReaders, AiffSamplerFromInstAndMarkers)
     EXPECT_EQ(ZVERR_MALFORMED, ZvFMMeta_fillSamplerinfoFromFileEx(cut.h(), &data, &size, TRUE, 8000));
 }
 
+// The kinds of a wave file written into an AIFF file behind its audio and
+// read back: markers (a region keeps its start), the sampler loop through
+// its own markers, the four text fields and raw chunks; then AIFF to AIFF
+// loses nothing, and a second write adds no loop markers.
+TEST(MetaAiff, WaveKindsIntoAiffAndBack)
+{
+    const Bytes audio = Filled(8000);
+    const Bytes plain = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    TestFile wav(MetaRichWave(Filled(40)), L"rich.wav");
+    IZvReadMeta *rich = SourceOf(wav.path());
+    ASSERT_TRUE(rich);
+    TestFile a(plain, L"a.aif");
+    ASSERT_EQ(S_OK, ZvFMMeta_WriteMetaToAiff(a.h(), rich, 0xFFFFFFFF));
+    rich->Release();
+    Bytes img = a.bytes();
+    EXPECT_TRUE(std::equal(plain.begin() + 8, plain.end(), img.begin() + 8)) << "audio and header stay";
+    EXPECT_EQ(img.size() - 8, (size_t)(img[4] << 24 | img[5] << 16 | img[6] << 8 | img[7]));
+    IZvReadMeta *back = nullptr;
+    ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(a.h(), &back));
+    std::map<DWORD, Bytes> got = Streams(back);
+    EXPECT_EQ(4u, got.size());
+    std::vector<Bytes> markers = Records(got[ZVMETA_MARKERS]);
+    ASSERT_EQ(2u, markers.size());
+    EXPECT_EQ(2u, GetLe32(markers[1], 4));
+    EXPECT_EQ(88200u, GetLe32(markers[1], 8));
+    EXPECT_EQ(0xFFFFFFFFu, GetLe32(markers[1], 16)) << "a point";
+    EXPECT_EQ(L"Chorus A", MarkerText(markers[1]));
+    std::vector<Bytes> sampler = Records(got[ZVMETA_SAMPLER]);
+    ASSERT_EQ(1u, sampler.size());
+    ASSERT_EQ(36u + 32, sampler[0].size());
+    EXPECT_EQ(100u, GetLe32(sampler[0], 36 + 8));
+    EXPECT_EQ(100u, GetLe32(sampler[0], 36 + 16));
+    std::vector<Bytes> info = Records(got[ZVMETA_SUMMARY]);
+    ASSERT_EQ(2u, info.size());
+    EXPECT_EQ(0, memcmp(info[0].data(), "INAM", 4));
+    EXPECT_STREQ(L"Tone", (const wchar_t *)(info[0].data() + 4));
+    std::vector<Bytes> raw = Records(got[ZVMETA_RAW]);
+    ASSERT_EQ(1u, raw.size());
+    EXPECT_EQ(Cat({Bytes{'z', 'z', 'z', ' ', 5, 0, 0, 0}, Filled(5, 0x41)}), raw[0]);
+
+    TestFile b(plain, L"b.aifc");
+    ASSERT_EQ(S_OK, ZvFMMeta_WriteMetaToAiff(b.h(), back, 0xFFFFFFFF));
+    IZvReadMeta *again = nullptr;
+    ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(b.h(), &again));
+    ExpectSameStreams(got, Streams(again));
+    again->Release();
+    back->Release();
+
+    // Damaged or foreign files: the system's codes, nothing written.
+    TestFile w(PlainWave(audio), L"w.wav");
+    EXPECT_EQ(ZVERR_NO_RIFF_HEADER, ZvFMMeta_CreateSourceFromAiff(w.h(), &again));
+    Bytes mark;
+    Be16(mark, 3), Be16(mark, 1), Be32(mark, 5);
+    TestFile cut(Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("MARK", mark),
+                                   IffChunk("NAME", Bytes{'x'})})), L"cut.aif");
+    ASSERT_EQ(S_FALSE, ZvFMMeta_CreateSourceFromAiff(cut.h(), &again)) << "the broken kind is left out";
+    got = Streams(again);
+    EXPECT_EQ(1u, got.size());
+    EXPECT_EQ(1u, got.count(ZVMETA_SUMMARY));
+    again->Release();
+}
+
+// Writes, updates and deletes through the path functions on an AIFF file:
+// markers and sampler loops always share one MARK, the audio stays.
+TEST(MetaAiff, PathFunctionsKeepOneMarkChunk)
+{
+    zvtest::TempDir dir;
+    const Bytes audio = Filled(8000);
+    const Bytes plain = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    Bytes cue;
+    Le32(cue, 1), Le32(cue, 7), Le32(cue, 0), PutStr(cue, "data"), Le32(cue, 0), Le32(cue, 0), Le32(cue, 500);
+    const Bytes one = Riff("WAVE", Cat({Chunk("fmt ", Fmt(1, 2, 44100, 16)), Chunk("data", audio), Chunk("cue ", cue)}));
+    std::wstring aif = dir.file(L"p.aif"), rich = dir.file(L"rich.wav"), single = dir.file(L"one.wav");
+    zvtest::WriteFileBytes(aif, plain.data(), plain.size());
+    zvtest::WriteFileBytes(rich, MetaRichWave(audio).data(), MetaRichWave(audio).size());
+    zvtest::WriteFileBytes(single, one.data(), one.size());
+    auto state = [&aif](size_t *marks, size_t *insts) {
+        Bytes b = FileBytes(aif);
+        *marks = *insts = 0;
+        for (size_t at = 12; at + 8 <= b.size();) {
+            size_t size = (size_t)b[at + 4] << 24 | b[at + 5] << 16 | b[at + 6] << 8 | b[at + 7];
+            *marks += !memcmp(&b[at], "MARK", 4);
+            *insts += !memcmp(&b[at], "INST", 4);
+            at += 8 + size + (size & 1);
+        }
+        HANDLE h = CreateFileW(aif.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        IZvReadMeta *meta = nullptr;
+        EXPECT_EQ(S_OK, ZvFMMeta_CreateSourceFromAiff(h, &meta));
+        CloseHandle(h);
+        std::map<DWORD, Bytes> kinds = meta ? Streams(meta) : std::map<DWORD, Bytes>();
+        if (meta)
+            meta->Release();
+        return kinds;
+    };
+    size_t marks, insts;
+    IZvReadMeta *src = SourceOf(rich);
+    ASSERT_EQ(S_OK, ZvFMMeta_openAndWriteMetaStreamEx(aif.c_str(), FALSE, 44100, src,
+                                                      ZVMETA_MARKERS | ZVMETA_SAMPLER_AIFF | ZVMETA_SUMMARY, 0));
+    src->Release();
+    std::map<DWORD, Bytes> kinds = state(&marks, &insts);
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_SAMPLER]).size());
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_SUMMARY]).size());
+    EXPECT_EQ(1u, marks);
+    EXPECT_TRUE(AudioIntact(aif, audio, 54));
+
+    // One marker in place of the two; the loop stays with it.
+    src = SourceOf(single);
+    ASSERT_EQ(S_OK, ZvFMMeta_UpdateMetaStreamEx(aif.c_str(), FALSE, 44100, src, ZVMETA_MARKERS));
+    src->Release();
+    kinds = state(&marks, &insts);
+    ASSERT_EQ(1u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(500u, GetLe32(Records(kinds[ZVMETA_MARKERS])[0], 8));
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_SAMPLER]).size());
+    EXPECT_EQ(2u, Records(kinds[ZVMETA_SUMMARY]).size());
+    EXPECT_EQ(1u, marks);
+    EXPECT_TRUE(AudioIntact(aif, audio, 54));
+
+    // The sampler goes, the marker stays; then the texts.
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SAMPLER_AIFF, FALSE));
+    kinds = state(&marks, &insts);
+    EXPECT_EQ(0u, kinds.count(ZVMETA_SAMPLER));
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_MARKERS]).size());
+    EXPECT_EQ(0u, insts);
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SUMMARY | ZVMETA_MARKERS, FALSE));
+    EXPECT_EQ(plain, FileBytes(aif));
+
+    // A MARK in front of the audio is retired in place: the audio stays put.
+    Bytes mark;
+    Be16(mark, 1), Be16(mark, 1), Be32(mark, 9), mark.push_back(1), PutStr(mark, "a");
+    const Bytes front = Form("AIFF", Cat({IffChunk("COMM", CommBody(2, 2000, 16, 44100)), IffChunk("MARK", mark),
+                                          IffChunk("SSND", Cat({Bytes(8), audio}))}));
+    zvtest::WriteFileBytes(aif, front.data(), front.size());
+    ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_MARKERS, FALSE));
+    kinds = state(&marks, &insts);
+    EXPECT_TRUE(kinds.empty());
+    EXPECT_EQ(front.size(), FileBytes(aif).size());
+    EXPECT_TRUE(AudioIntact(aif, audio, 54 + 8 + mark.size()));
+}
+
 // An ARDEO clip's time code from the XML entry of its LIST meta.
 TEST(MetaReaders, ArdeoTimeCode)
 {
@@ -430,6 +600,27 @@ TEST(MetaReaders, ArdeoTimeCode)
     EXPECT_EQ(ZVMETA_SUMMARY, ZvFMMeta_KindOfGuid(&f->kind));
     EXPECT_EQ(0, memcmp(item + 28, "TCOD", 4));
     EXPECT_STREQ(L"10:00:00:00", (const wchar_t *)(item + 32));
+    // The packed form, frames first with the drop-frame flag; a value that
+    // holds from a later frame, moved back over a dropped label.
+    const struct {
+        const char *table, *want;
+    } forms[] = {{"<LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"0\" value=\"55150110\"/>", "10:01:15;15"},
+                 {"<LtcChangeTable tcFps=\"30\"><LtcChange frameCount=\"2\" value=\"00:01:00;02\"/>", "00:00:59;28"},
+                 {"<LtcChangeTable tcFps=\"25\"><LtcChange frameCount=\"50\" value=\"00:00:01:00\"/>", "23:59:59:00"},
+                 {"<LtcChangeTable><LtcChange value=\"take 4\"/>", "take 4"}};
+    for (const auto &f : forms) {
+        std::string doc = std::string("<Clip>") + f.table + "</LtcChangeTable></Clip>";
+        TestFile clip(Riff("AVI ", Cat({List("movi", Chunk("00dc", Filled(10))),
+                                        List("meta", Chunk("xml ", Bytes(doc.c_str(), doc.c_str() + doc.size() + 1)))})),
+                      L"f.avi");
+        IZvReadMeta *meta = nullptr;
+        ASSERT_EQ(S_OK, ZvFMMeta_CreateSourceFromAvi(clip.h(), &meta));
+        std::vector<Bytes> fields = Records(Streams(meta)[ZVMETA_SUMMARY]);
+        meta->Release();
+        ASSERT_EQ(1u, fields.size()) << f.want;
+        std::wstring want(f.want, f.want + strlen(f.want));
+        EXPECT_EQ(want, (const wchar_t *)(fields[0].data() + 4));
+    }
     ZvList_Destroy(list);
     // Not an ARDEO clip: a wave file, an AVI whose first frame is audio.
     TestFile wav(PlainWave(Filled(8)), L"p.wav");

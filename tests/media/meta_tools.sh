@@ -118,9 +118,97 @@ for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
     sndfile-info --broadcast rendered.wav | grep -q "Description *: Interview, take 2"; check "sndfile-info reads the rendered bext" $?
     exiftool -s -a rendered.wav > exif2.txt
     grep -q "^Title *: Night Song" exif2.txt && grep -q "^CuePointLabel *: 2 Hook" exif2.txt; check "exiftool reads the rendered INFO and cues" $?
+    # Wave64: ffmpeg decodes the audio and reads the texts; libsndfile (and
+    # sox through it) take the chunks behind the audio for more samples, so
+    # its decode is compared over the original's length.
+    rm -f rendered.w64
+    "$run" "$host" render --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/rendered.w64")" \
+        > /dev/null 2>&1; check "render into Wave64 with metadata ($host)" $?
+    [ "$(ffmpeg -loglevel error -i rendered.w64 -f s16le - | md5sum)" = "$want" ]; check "ffmpeg decodes the Wave64 audio unchanged" $?
+    ffprobe -v error -show_entries format_tags -of default=nw=1 rendered.w64 > probe.txt
+    grep -qix "TAG:title=Night Song" probe.txt && grep -qix "TAG:comment=first pass" probe.txt; check "ffprobe reads the Wave64 texts" $?
+    [ "$(sox rendered.w64 -t raw - | head -c "$(sox tone.wav -t raw - | wc -c)" | md5sum)" = "$want" ]; check "sox decodes the Wave64 audio" $?
+    sndfile-info rendered.w64 | grep -q "Channels *: 2"; check "sndfile-info opens the Wave64 file" $?
+    [ "$(shown "$work/rich.wav")" = "$(shown "$work/rendered.w64")" ]; check "zvfio meta shows the same fields in Wave64" $?
 done
 "$run" "$exe" render --no-meta --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rich.wav")" "$(win "$work/bare.wav")" \
     > /dev/null 2>&1 && [ -z "$(zvfio meta "$(win "$work/bare.wav")")" ]; check "render --no-meta leaves it behind" $?
+
+# AIFF: texts ffmpeg writes and markers with a sustain loop read by zvfio
+# meta; the same kinds rendered into AIFF, in process and through the
+# surrogate, read by sndfile-info, exiftool and sox, the audio unchanged.
+ffmpeg -loglevel error -y -i tone.wav -metadata title="Night Song" -metadata author="Ann" \
+    -metadata copyright="(C) Us" -metadata comment="first pass" texts.aif
+out=$(zvfio meta "$(win "$work/texts.aif")")
+printf "%s\n" "$out" | grep -qx "info.INAM = Night Song" && printf "%s\n" "$out" | grep -qx "info.IART = Ann" &&
+    printf "%s\n" "$out" | grep -qx "info.ICOP = (C) Us" && printf "%s\n" "$out" | grep -qx "info.ICMT = first pass"
+check "AIFF texts from ffmpeg" $?
+ffmpeg -loglevel error -y -i tone.wav tone.aif
+python3 - <<'PY'
+import struct
+img = open("tone.aif", "rb").read()
+def chunk(cid, body):
+    return cid + struct.pack(">I", len(body)) + body + (b"\0" if len(body) & 1 else b"")
+def mark(i, pos, name):
+    e = struct.pack(">HIB", i, pos, len(name)) + name
+    return e + (b"" if len(name) & 1 else b"\0")
+marks = struct.pack(">H", 3) + mark(1, 441, b"Intro") + mark(2, 1000, b"beg loop") + mark(3, 3000, b"end loop")
+inst = bytes([62, 0, 0, 127, 1, 127]) + struct.pack(">h3H3H", 0, 1, 2, 3, 0, 0, 0)
+body = img[12:] + chunk(b"MARK", marks) + chunk(b"INST", inst) + chunk(b"APPL", b"zvtest")
+open("marks.aif", "wb").write(b"FORM" + struct.pack(">I", 4 + len(body)) + b"AIFF" + body)
+PY
+out=$(zvfio meta "$(win "$work/marks.aif")")
+printf "%s\n" "$out" | grep -qx "marker.1 = 441:Intro" && ! printf "%s\n" "$out" | grep -q "beg loop"; check "AIFF markers, loop markers with the sampler" $?
+printf "%s\n" "$out" | grep -qx "sampler.UnityNote = 62" && printf "%s\n" "$out" | grep -qx "sampler.loop.1 = 1000:2000"
+check "AIFF sampler loop from INST" $?
+printf "%s\n" "$out" | grep -qx "kind.raw = 1 item(s), 14 bytes"; check "AIFF foreign chunk as raw" $?
+cp rich.wav loop.wav
+python3 - <<'PY'
+import struct
+b = open("loop.wav", "rb").read()
+smpl = struct.pack("<9I", 0, 0, 22676, 62, 0, 0, 0, 1, 0) + struct.pack("<6I", 0, 0, 1000, 2999, 0, 0)
+body = b[12:] + b"smpl" + struct.pack("<I", len(smpl)) + smpl
+open("loop.wav", "wb").write(b"RIFF" + struct.pack("<I", 4 + len(body)) + b"WAVE" + body)
+PY
+for host in "$exe" "$(dirname "$exe")/pcm-surrogate/zvfio.exe"; do
+    [ -f "$host" ] || { echo "skipped: $host"; continue; }
+    rm -f rendered.aif back.wav
+    "$run" "$host" render --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/loop.wav")" "$(win "$work/rendered.aif")" \
+        > /dev/null 2>&1; check "render into AIFF with metadata ($host)" $?
+    [ "$(audio rendered.aif)" = "$want" ]; check "AIFF audio equal" $?
+    sndfile-info rendered.aif > info.txt
+    grep -q "Name *: Intro" info.txt && grep -q "Position : 8820" info.txt; check "sndfile-info reads our markers" $?
+    grep -q "Base Note : 62" info.txt && grep -q "mode  : 801 => forward" info.txt; check "sndfile-info reads our INST" $?
+    sox -V3 rendered.aif -n 2>&1 | grep -q "Loop 0: start: *1000"; check "sox reads our sustain loop" $?
+    [ "$(sox --i -a rendered.aif)" = "first pass" ]; check "sox reads our comment" $?
+    exiftool -s -a rendered.aif > exif3.txt
+    grep -q "^Name *: Night Song" exif3.txt && grep -q "^Annotation *: first pass" exif3.txt; check "exiftool reads our AIFF texts" $?
+    # and back into wave: what AIFF holds comes through the AIFF reader
+    "$run" "$host" render --template "44,100 Hz 16 Bit, Stereo" "$(win "$work/rendered.aif")" "$(win "$work/back.wav")" \
+        > /dev/null 2>&1 && [ "$(audio back.wav)" = "$want" ]; check "AIFF rendered back into wave ($host)" $?
+    [ "$(shown "$work/rendered.aif")" = "$(shown "$work/back.wav")" ]; check "the same fields in both" $?
+done
+
+# zvfio meta on an AIFF file: copy, set and delete, the audio unchanged; no
+# bext for it.
+cp tone.aif edit.aif
+run meta copy "$(win "$work/loop.wav")" "$(win "$work/edit.aif")" && run meta set "$(win "$work/edit.aif")" "info.INAM=Other" &&
+    run meta delete "$(win "$work/edit.aif")" sampler && [ "$(audio edit.aif)" = "$want" ]; check "copy, set and delete on AIFF" $?
+out=$(zvfio meta "$(win "$work/edit.aif")")
+printf "%s\n" "$out" | grep -qx "info.INAM = Other" && printf "%s\n" "$out" | grep -qx "marker.2 = 8820:Hook" &&
+    ! printf "%s\n" "$out" | grep -q "^sampler"; check "AIFF edits read back" $?
+sndfile-info edit.aif | grep -c "^ MARK" | grep -qx 1; check "one MARK after the edits" $?
+run meta set "$(win "$work/edit.aif")" "bext.Description=x"; [ $? -eq 1 ]; check "bext refused for AIFF" $?
+
+# An ARDEO clip: the packed drop-frame value of its LIST meta as TCOD.
+python3 - <<'PY'
+import struct
+def chunk(cid, body): return cid + struct.pack("<I", len(body)) + body + (b"\0" if len(body) & 1 else b"")
+xml = b'<Clip><LtcChangeTable tcFps="30"><LtcChange frameCount="0" value="55150110"/></LtcChangeTable></Clip>\0'
+body = b"AVI " + chunk(b"LIST", b"movi" + chunk(b"00dc", bytes(10))) + chunk(b"LIST", b"meta" + chunk(b"xml ", xml))
+open("clip.avi", "wb").write(b"RIFF" + struct.pack("<I", len(body)) + body)
+PY
+zvfio meta "$(win "$work/clip.avi")" | grep -qx "info.TCOD = 10:01:15;15"; check "ARDEO time code" $?
 
 # Update again, delete, copy: the audio stays the same bytes.
 run meta set "$(win "$work/out.wav")" "marker=5:Again" && [ "$(audio out.wav)" = "$want" ]; check "second update" $?

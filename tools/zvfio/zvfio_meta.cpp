@@ -1,5 +1,5 @@
 // zvfio meta: shows, sets, deletes and copies the metadata chunks of a
-// RIFF or Wave64 file or of its ".zvl" sidecar.
+// RIFF or Wave64 file or of its ".zvl" sidecar; shows those of an AIFF file.
 #include "zvfio.h"
 #include "zverror.h"
 #include "media/metainternal.h"
@@ -63,10 +63,16 @@ HRESULT Load(const std::wstring &path, Store *store, bool *w64)
     if (h == INVALID_HANDLE_VALUE)
         return ZvErrorHandler_TranslateWin32Error(GetLastError());
     *w64 = IsWave64(h);
-    zvmeta::ChunkIndex index;
-    HRESULT hr = zvmeta::IndexFile(h, *w64, &index);
-    if (SUCCEEDED(hr))
-        hr = zvmeta::ReadAll(h, *w64, store);
+    BYTE head[4] = {};
+    DWORD got = 0;
+    SetFilePointer(h, 0, nullptr, FILE_BEGIN);
+    HRESULT hr = ReadFile(h, head, 4, &got, nullptr) && got == 4 && !memcmp(head, "FORM", 4)
+                     ? zvmeta::ReadAiffAll(h, store)
+                     : zvmeta::ReadAll(h, *w64, store);
+    // an ARDEO clip's time code among the INFO texts
+    Bytes code;
+    if (!*w64 && SUCCEEDED(hr) && SUCCEEDED(zvmeta::ReadArdeoTimeCode(h, &code)))
+        store->add(ZVMETA_SUMMARY, code.data(), (DWORD)code.size());
     CloseHandle(h);
     return hr;
 }
@@ -148,6 +154,17 @@ void PrintStore(const Store &store, Printer &p)
                     }
                     ZvBWF_Clear(&chunk);
                 }
+            }
+        } else if (e.bit == ZVMETA_SAMPLER && e.records.size() == 1 && e.records[0].size() >= 36) {
+            // The unity note and each loop as start:length in samples.
+            const Bytes &r = e.records[0];
+            p.value("sampler.UnityNote", std::to_string(zvmeta::Le32(&r[12])));
+            for (size_t i = 0, n = zvmeta::Le32(&r[28]); i < n && 36 + (i + 1) * 32 <= r.size(); i++) {
+                unsigned long long start, length;
+                memcpy(&start, &r[36 + i * 32 + 8], 8);
+                memcpy(&length, &r[36 + i * 32 + 16], 8);
+                snprintf(buf, sizeof buf, "sampler.loop.%u", (unsigned)i + 1);
+                p.value(buf, std::to_string(start) + ":" + std::to_string(length));
             }
         } else if (e.bit == ZVMETA_PICTURES) {
             int n = 0;
@@ -498,12 +515,26 @@ HRESULT Set(const Args &args)
             return hr;
         store.sampleRate = rate;
     }
+    // An AIFF file has no chunks for broadcast wave values or a project link.
+    bool aiff = false;
+    HANDLE probe = sidecar ? INVALID_HANDLE_VALUE
+                           : CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                         OPEN_EXISTING, 0, nullptr);
+    if (probe != INVALID_HANDLE_VALUE) {
+        aiff = zvmeta::IsFormFile(probe);
+        CloseHandle(probe);
+    }
     DWORD changed = 0;
     CZvLinkProjectInfo link;
     bool linkChanged = false;
     for (size_t i = 2; i < args.files.size(); i++) {
         const std::wstring &kv = args.files[i];
         size_t eq = kv.find(L'=');
+        if (aiff && (kv.compare(0, 5, L"bext.") == 0 || kv.compare(0, 5, L"ixml.") == 0 || kv.compare(0, 5, L"link.") == 0)) {
+            Err("zvfio meta set: an AIFF file has no chunk for %s (--sidecar takes it)\n",
+                Utf8(kv.substr(0, eq)).c_str());
+            return ZVERR_UNSUPPORTED_FORMAT;
+        }
         if (kv.compare(0, 5, L"link.") == 0 && eq != std::wstring::npos) {
             if (!linkChanged && !LoadLink(!sidecar ? path : Target(path, true, &from) == S_OK ? from : L"", &link))
                 link.SetVersion(0x01000000);
@@ -636,10 +667,13 @@ const Command kMetaCommand = {
     "       zvfio meta delete [--sidecar] FILE KIND...\n"
     "       zvfio meta copy SRC DST\n"
     "\n"
-    "Without a verb, prints the metadata of a RIFF or Wave64 file and of its\n"
-    "\".zvl\" sidecar: markers and regions (in samples), INFO texts, bext and\n"
-    "iXML values, the project link (link.*), pictures by type, size, MIME type\n"
-    "and description, and a count of the items of every other kind.\n"
+    "Without a verb, prints the metadata of a RIFF, Wave64 or AIFF file and of\n"
+    "its \".zvl\" sidecar: markers and regions (in samples), INFO texts (of an\n"
+    "AIFF file its NAME, AUTH, (c) and ANNO as INAM, IART, ICOP and ICMT; of an\n"
+    "ARDEO clip its time code as TCOD), bext and iXML values, the sampler's\n"
+    "unity note and loops (start:length), the project link (link.*), pictures\n"
+    "by type, size, MIME type and description, and a count of the items of\n"
+    "every other kind.\n"
     "\n"
     "set updates the file (or with --sidecar its sidecar) with these keys:\n"
     "  bext.Description=TEXT, bext.Originator=, bext.OriginatorReference=,\n"
@@ -654,6 +688,8 @@ const Command kMetaCommand = {
     "                        removes one), link.RendererGuid={GUID}, link.Version=N\n"
     "                        (a link needs a project path and a command line)\n"
     "A kind that is set is written anew as a whole; the others stay as they are.\n"
+    "An AIFF file takes info (INAM, IART, ICOP, ICMT), markers and regions (as\n"
+    "markers); its bext, ixml and link keys go to the sidecar with --sidecar.\n"
     "\n"
     "delete removes kinds: info markers scot playlist triggers display sampler\n"
     "raw stretch beats detected keyframes pictures cdtracks beatmap\n"

@@ -226,7 +226,9 @@ const Command kRenderCommand = {
     "template becomes the class's last used template. A failure leaves no OUT.\n"
     "The metadata IN's reader offers (markers, INFO, bext, iXML and the other\n"
     "kinds) and its project link go to OUT as well, where the renderer takes\n"
-    "them (wave and Wave64 do, AIFF does not).\n"
+    "them: wave and Wave64 take all; AIFF takes markers (a region keeps its\n"
+    "start), sampler loops, raw chunks and the title, artist, copyright and\n"
+    "comment (NAME, AUTH, (c), ANNO), and no project link.\n"
     "\n"
     "  --no-meta   leave the metadata and the project link behind\n",
     "--template= --renderer= --no-meta",
