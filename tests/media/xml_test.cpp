@@ -320,8 +320,7 @@ TEST(XmlDocument, MutatedDocuments)
         }
     }
     EXPECT_LE(HeapBusyBlocks(), heapBefore);
-    DWORD handlesAfter = 0;
-    handlesAfter = ZvProcessHandleCount();
+    DWORD handlesAfter = ZvProcessHandleCount();
     ASSERT_GT(handlesBefore, 0u) << "no handle count: the leak check would be empty";
     EXPECT_LE(handlesAfter, handlesBefore);
 }

@@ -151,8 +151,7 @@ TEST(TemplateFuzz, DamagedFilesStreamsAndLists)
     }
     EXPECT_GT(loaded, 100); // the mutations leave many records whole
     EXPECT_LE(zvtest::HeapBusyBlocks(), heapBefore);
-    DWORD handlesAfter = 0;
-    handlesAfter = ZvProcessHandleCount();
+    DWORD handlesAfter = ZvProcessHandleCount();
     ASSERT_GT(handlesBefore, 0u) << "no handle count: the leak check would be empty";
     EXPECT_LE(handlesAfter, handlesBefore);
 }
