@@ -5,6 +5,7 @@
 # (bin/pcm-surrogate) against the render in process. zvfio's time is its
 # own measure, from opening the input to closing the output; sox's is wall
 # clock. Ratio = sox's time / ours (in process), ours / surrogate's.
+# A failed render counts 0 s and fails the bench.
 dir="${ZV_BUILD:-/tmp}/bench-render"
 mkdir -p "$dir"
 big="$dir/big.wav" out="$dir/out.wav"
@@ -13,29 +14,29 @@ python3 "$(dirname "$0")/bigwave.py" "$big"
 win() { echo "Z:$1" | tr '/' '\\'; }
 min() { echo "if ($1 < $2) $1 else $2" | bc -l; }
 
-# sox: best of two
-sox_best=1000000
-for _ in 1 2; do
+# Each run writes 1.5 GiB; what the one before left to write back would fall
+# on the next, so every run starts after a sync (outside its time), and the
+# three kinds take turns, each keeping its best of three.
+once() { # kind: seconds of one run
     rm -f "$out"
-    t0=$(date +%s.%N)
-    sox -D "$big" -b 24 "$out"
-    t1=$(date +%s.%N)
-    sox_best=$(min "$(echo "$t1 - $t0" | bc -l)" "$sox_best")
-done
-
-ours() { # exe: best of two
-    best=1000000
-    for _ in 1 2; do
-        rm -f "$out"
+    sync
+    if [ "$1" = sox ]; then
+        t0=$(date +%s.%N)
+        sox -D "$big" -b 24 "$out"
+        t1=$(date +%s.%N)
+        echo "$t1 - $t0" | bc -l
+    else
         t=$($ZV_RUN "$1" render --template "48,000 Hz 24 Bit, Stereo" "$(win "$big")" "$(win "$out")" |
             tr -d '\r' | sed -n 's/.*, \([0-9.]*\) s$/\1/p')
-        [ -n "$t" ] || { echo 0; return; }
-        best=$(min "$t" "$best")
-    done
-    echo "$best"
+        echo "${t:-0}"
+    fi
 }
-inproc=$(ours "$ZV_BIN/zvfio.exe")
-sur=$(ours "$ZV_BIN/pcm-surrogate/zvfio.exe")
+sox_best=1000000 inproc=1000000 sur=1000000
+for _ in 1 2 3; do
+    sox_best=$(min "$(once sox)" "$sox_best")
+    inproc=$(min "$(once "$ZV_BIN/zvfio.exe")" "$inproc")
+    sur=$(min "$(once "$ZV_BIN/pcm-surrogate/zvfio.exe")" "$sur")
+done
 if [ "$(echo "$inproc > 0 && $sur > 0" | bc)" != 1 ]; then
     echo "bench render: a render failed" >&2
     exit 1
