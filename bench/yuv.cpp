@@ -72,14 +72,14 @@ int main(int argc, char **argv)
     while (fgets(line, sizeof(line), stdin)) {
         if (sscanf(line, "%63s %15s", name, tn) != 2)
             continue;
-        int threads = strcmp(tn, "1") == 0 ? 1 : 0;
+        int threads = strcmp(tn, "all") == 0 ? 0 : atoi(tn);   // a count, or the runtime's choice
         s.threads = threads;
         ZvVideo_SetKernelOverride(0xFFFFFFFF, threads);
         double r = 0;
         for (const Case &c : cases)
             if (strcmp(c.name, name) == 0)
                 r = Rate(budget, c.run);
-        printf("rate %s %s %.2f\n", name, threads ? "1" : "all", r);
+        printf("rate %s %s %.2f\n", name, tn, r);
         fflush(stdout);
     }
     ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
