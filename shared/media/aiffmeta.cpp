@@ -372,15 +372,24 @@ HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask)
                 return hr;
         }
     }
+    // A raw chunk replaces the file's chunks of its id, as in RIFF: an update
+    // must not leave the old one beside the new.
     const std::vector<Bytes> *raw = (mask & ZVMETA_RAW) ? store.of(ZVMETA_RAW) : nullptr;
+    std::vector<DWORD> rawIds;
     for (size_t i = 0; raw && i < raw->size(); i++) {
         const Bytes &r = (*raw)[i];
         if (r.size() < 8 || Le32(&r[4]) != r.size() - 8)
             return ZVERR_MALFORMED;
         DWORD id = Swap(Le32(r.data()));
-        if (IsOwnedId(id))
-            continue;
-        if (FAILED(hr = AppendIffChunk(file, id, r.data() + 8, (DWORD)r.size() - 8)))
+        if (!IsOwnedId(id))
+            rawIds.push_back(id);
+    }
+    if (!rawIds.empty() && FAILED(hr = RemoveIffChunks(file, rawIds)))
+        return hr;
+    for (size_t i = 0; raw && i < raw->size(); i++) {
+        const Bytes &r = (*raw)[i];
+        DWORD id = Swap(Le32(r.data()));
+        if (!IsOwnedId(id) && FAILED(hr = AppendIffChunk(file, id, r.data() + 8, (DWORD)r.size() - 8)))
             return hr;
     }
     return S_OK;

@@ -568,6 +568,16 @@ TEST(MetaAiff, PathFunctionsKeepOneMarkChunk)
     ASSERT_EQ(S_OK, ZvFMMeta_DeleteMetaChunksEx(aif.c_str(), ZVMETA_SUMMARY | ZVMETA_MARKERS, FALSE));
     EXPECT_EQ(plain, FileBytes(aif));
 
+    // A raw chunk updated twice stands once.
+    for (int round = 0; round < 2; ++round) {
+        src = SourceOf(rich);
+        ASSERT_EQ(S_OK, ZvFMMeta_UpdateMetaStreamEx(aif.c_str(), FALSE, 44100, src, ZVMETA_RAW));
+        src->Release();
+    }
+    kinds = state(&marks, &insts);
+    EXPECT_EQ(1u, Records(kinds[ZVMETA_RAW]).size()) << "the update left the old raw chunk beside the new";
+    EXPECT_TRUE(AudioIntact(aif, audio, 54));
+
     // A MARK in front of the audio is retired in place: the audio stays put.
     Bytes mark;
     Be16(mark, 1), Be16(mark, 1), Be32(mark, 9), mark.push_back(1), PutStr(mark, "a");
