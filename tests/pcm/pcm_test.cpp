@@ -21,41 +21,16 @@ const GUID kWave64Class = {0x605F1174, 0x83E4, 0x4420, {0x85, 0xA1, 0xB5, 0xA4, 
 const GUID kAiffClass = {0x3CBBA9C2, 0x75AD, 0x11D3, {0xA4, 0x83, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
 const GUID *const kClasses[3] = {&kWaveClass, &kWave64Class, &kAiffClass};
 
-struct PcmDll {
-    HMODULE module = NULL;
-    LPFNGETCLASSOBJECT getClassObject = nullptr;
-    PcmDll()
-    {
-        module = LoadLibraryW((zvtest::ExeDir() + L"pcm.dll").c_str());
-        if (module)
-            getClassObject = (LPFNGETCLASSOBJECT)(void *)GetProcAddress(module, "DllGetClassObject");
-    }
-    template <class T> HRESULT create(const GUID &clsid, REFIID iid, T **out)
-    {
-        *out = nullptr;
-        if (!getClassObject)
-            return E_FAIL;
-        IClassFactory *factory = nullptr;
-        HRESULT hr = getClassObject(clsid, IID_IClassFactory, (void **)&factory);
-        if (FAILED(hr))
-            return hr;
-        hr = factory->CreateInstance(nullptr, iid, (void **)out);
-        factory->Release();
-        return hr;
-    }
-};
-
-PcmDll &Dll()
+template <class T> HRESULT Create(const GUID &clsid, REFIID iid, T **out)
 {
-    static PcmDll dll;
-    return dll;
+    return zvtest::CreateFromDll(L"pcm.dll", clsid, iid, (void **)out);
 }
 
 IZvReadFileClass *Class(int index)
 {
     static IZvReadFileClass *classes[3];
     if (!classes[index])
-        Dll().create(*kClasses[index], IID_IZvReadFileClass, &classes[index]);
+        Create(*kClasses[index], IID_IZvReadFileClass, &classes[index]);
     return classes[index];
 }
 
@@ -71,18 +46,7 @@ struct Fixture {
     unsigned bytes, channels, rate;
 };
 
-std::wstring FixtureDir()
-{
-    const char *env = getenv("ZV_PCM_FIXTURES");
-    if (!env || !*env)
-        return L"";
-    std::wstring dir;
-    if (env[0] == '/')
-        dir = L"Z:";
-    for (const char *p = env; *p; p++)
-        dir += *p == '/' ? L'\\' : (wchar_t)*p;
-    return dir + L"\\";
-}
+std::wstring FixtureDir() { return zvtest::HostDirFromEnv("ZV_PCM_FIXTURES"); }
 
 ZVSAMPLETYPE TypeByName(const std::string &t)
 {
@@ -227,9 +191,8 @@ bool IsSystemCode(HRESULT hr)
 
 TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
 {
-    ASSERT_NE(Dll().module, (HMODULE)NULL);
     IZvUnsharedFIOPluginInfo *listing = nullptr;
-    ASSERT_EQ(Dll().create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
+    ASSERT_EQ(Create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
     LONG count = 0;
     ASSERT_EQ(listing->GetClassCount(&count), S_OK);
     ASSERT_EQ(count, 6);
@@ -248,17 +211,17 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
     for (LONG i = 3; i < 6; i++) {
         ASSERT_EQ(listing->GetPluginClassInfo(i, &info), S_OK);
         EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
-        IClassFactory *factory = nullptr;
-        EXPECT_EQ(Dll().getClassObject(info.classId, IID_IClassFactory, (void **)&factory), S_OK);
-        if (factory)
-            factory->Release();
+        IUnknown *renderer = nullptr;
+        EXPECT_EQ(Create(info.classId, IID_IUnknown, &renderer), S_OK);
+        if (renderer)
+            renderer->Release();
     }
     EXPECT_EQ(listing->GetPluginClassInfo(6, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
     listing->Release();
 
-    IClassFactory *factory = nullptr;
-    EXPECT_EQ(Dll().getClassObject(IID_IZvReadFile, IID_IClassFactory, (void **)&factory), CLASS_E_CLASSNOTAVAILABLE);
+    IUnknown *none = nullptr;
+    EXPECT_EQ(Create(IID_IZvReadFile, IID_IUnknown, &none), CLASS_E_CLASSNOTAVAILABLE);
 
     ZVFIO_FILECLASS_INFO_TEXT ids[3] = {ZVFIO_INFOTEXT_EXTENSIONS, ZVFIO_INFOTEXT_PLUGINNAME, (ZVFIO_FILECLASS_INFO_TEXT)99};
     BSTR texts[3] = {};
