@@ -8,6 +8,7 @@
 #include "zvplugin_view.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
+#include "media/riff.h"
 #include <algorithm>
 #include <random>
 #include <stdio.h>
@@ -597,9 +598,6 @@ std::vector<BYTE> FixtureBytes(size_t index, size_t limit = 0)
     return bytes;
 }
 
-void Put32(std::vector<BYTE> &b, size_t at, DWORD v) { memcpy(&b[at], &v, 4); }
-void Put16(std::vector<BYTE> &b, size_t at, WORD v) { memcpy(&b[at], &v, 2); }
-
 } // namespace
 
 TEST(PcmBadFiles, DamagedHeadersGiveTheSystemCodes)
@@ -609,28 +607,30 @@ TEST(PcmBadFiles, DamagedHeadersGiveTheSystemCodes)
     // w16.wav: RIFF 0, WAVE 8, "fmt " 12 (16 bytes from 20), data 36, samples 44
     const std::vector<BYTE> wav = FixtureBytes(1);
     ASSERT_GT(wav.size(), 1000u);
-    auto with = [&](void (*edit)(std::vector<BYTE> &)) {
-        std::vector<BYTE> b = wav;
-        edit(b);
-        return b;
-    };
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 8)), ZVERR_MALFORMED);
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 30)), ZVERR_MALFORMED);
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 44)), S_OK);   // no samples at all
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 16, 0x7FFFFFF0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 22, 0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 0xFFFFFFFF); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 10000000); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 32, 3); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 20, 2); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 34, 12); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { memcpy(&b[8], "AVI ", 4); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { memcpy(&b[36], "dat_", 4); })), ZVERR_MALFORMED);
-    // a data size past the end reads what is there, as from a recording that
-    // was never closed
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 40, 0xFFFFFFFF); })), S_OK);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 4, 0); })), S_OK);
+    // one field overwritten (little-endian, `width` bytes); a data size past
+    // the end, or a RIFF size of 0, reads what is there, as from a recording
+    // that was never closed
+    const struct {
+        size_t at, width;
+        DWORD value;
+        HRESULT want;
+    } edits[] = {
+        {16, 4, 0x7FFFFFF0, ZVERR_MALFORMED}, {22, 2, 0, ZVERR_MALFORMED},
+        {24, 4, 0, ZVERR_MALFORMED},          {24, 4, 0xFFFFFFFF, ZVERR_MALFORMED},
+        {24, 4, 10000000, ZVERR_MALFORMED},   {32, 2, 3, ZVERR_MALFORMED},
+        {20, 2, 2, ZVERR_UNSUPPORTED_FORMAT}, {34, 2, 12, ZVERR_UNSUPPORTED_FORMAT},
+        {8, 4, ZVRIFF_ID('A', 'V', 'I', ' '), ZVERR_UNSUPPORTED_FORMAT},
+        {36, 4, ZVRIFF_ID('d', 'a', 't', '_'), ZVERR_MALFORMED},
+        {40, 4, 0xFFFFFFFF, S_OK},            {4, 4, 0, S_OK},
+    };
+    for (const auto &e : edits) {
+        std::vector<BYTE> b = wav;
+        memcpy(&b[e.at], &e.value, e.width);
+        EXPECT_EQ(d.run(0, b), e.want) << "at " << e.at << " value " << e.value;
+    }
 
     // random bytes named .wav, and an empty file
     std::mt19937 rng(11);
