@@ -428,15 +428,6 @@ TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
     EXPECT_GT(opened, 300);   // most single edits leave a readable file
 }
 
-namespace {
-
-std::wstring Widen(const std::string &s)
-{
-    return std::wstring(s.begin(), s.end());
-}
-
-} // namespace
-
 // Every ffmpeg-made file through the reader: stream count, geometry and
 // frame count, frames as stored equal ffmpeg's packets, audio equals its
 // PCM, and RGB rows come top-down or bottom-up as the stride asks.
@@ -459,7 +450,7 @@ TEST(AviReader, FilesMadeByFfmpeg)
             continue;
         SCOPED_TRACE(name);
         ++files;
-        std::wstring path = dir + Widen(name), base = path.substr(0, path.size() - 4);
+        std::wstring path = dir + std::wstring(name, name + strlen(name)), base = path.substr(0, path.size() - 4);
         Reader r;
         ASSERT_EQ(Open(path, &r), S_OK);
         LONG streams = 0;
@@ -508,13 +499,9 @@ TEST(AviReader, FilesMadeByFfmpeg)
 // the AVIX part) as ffmpeg demuxes them, and the audio beside them.
 TEST(AviReader, OpenDmlFilePastOneGiB)
 {
-    const char *dir = getenv("ZV_AVI_BIG");
-    if (!dir || !*dir)
+    std::wstring base = zvtest::HostDirFromEnv("ZV_AVI_BIG");
+    if (base.empty())
         GTEST_SKIP() << "ZV_AVI_BIG is not set (opendml_big.sh runs this)";
-    std::wstring base = L"Z:" + Widen(dir) + L"\\";
-    for (auto &c : base)
-        if (c == L'/')
-            c = L'\\';
     Bytes manifest, first, last, pcm;
     ASSERT_TRUE(zvtest::ReadFileBytes(base + L"manifest.txt", manifest));
     int w = 0, h = 0, frames = 0;
