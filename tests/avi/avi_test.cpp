@@ -596,20 +596,11 @@ TEST(AviReader, AReaderInAnotherProcessWritesIntoOurMappings)
     ASSERT_EQ(ZvMemoryToken_CreateMapping(&a, 24), S_OK);
     ASSERT_EQ(ZvMemoryToken_CreateMapping(&b, 24), S_OK);
     wchar_t args[512];
-    swprintf(args, 512, L"\"%ls\" --child avi_foreign %llx %lu %llx %llx %llx %llx", zvtest::ExePath().c_str(),
+    swprintf(args, 512, L"avi_foreign %llx %lu %llx %llx %llx %llx",
              (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(), (unsigned long long)a.hMapping,
              (unsigned long long)a.qwBase, (unsigned long long)b.hMapping, (unsigned long long)b.qwBase);
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
-    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
-    DWORD code = 99;
-    GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
+    EXPECT_EQ(zvtest::RunChildProcess(args), 0u);
     CloseHandle(h);
-    EXPECT_EQ(code, 0u);
     const BYTE *pa = (const BYTE *)(ULONG_PTR)a.qwBase, *pb = (const BYTE *)(ULONG_PTR)b.qwBase;
     for (int i = 0; i < 24; ++i) {
         EXPECT_EQ(pa[i], (BYTE)(2 * 31 + i)) << i;

@@ -454,21 +454,12 @@ TEST(PcmForeign, AReaderInAnotherProcessUsesOurHandleAndOurMemory)
     std::vector<BYTE> local(frames * 4, 0xEE);
 
     wchar_t args[512];
-    swprintf(args, 512, L"\"%ls\" --child pcm_foreign %llx %lu %llx %llx %llx %lu", zvtest::ExePath().c_str(),
+    swprintf(args, 512, L"pcm_foreign %llx %lu %llx %llx %llx %lu",
              (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(),
              (unsigned long long)mapped.hMapping, (unsigned long long)mapped.qwBase,
              (unsigned long long)(ULONG_PTR)local.data(), frames);
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
-    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
-    DWORD code = 99;
-    GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
+    EXPECT_EQ(zvtest::RunChildProcess(args), 0u);
     CloseHandle(h);
-    EXPECT_EQ(code, 0u);
     EXPECT_EQ(memcmp((BYTE *)(ULONG_PTR)mapped.qwBase, expected.data(), frames * 4), 0);
     EXPECT_EQ(memcmp(local.data(), expected.data() + frames * 4, frames * 4), 0);
     ZvMemoryToken_ReleaseMapping(&mapped);
