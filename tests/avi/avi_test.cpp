@@ -11,33 +11,11 @@
 #include "media/zvmeta.h"
 #include "video/yuv.h"
 #include "testutil.h"
+#include "../media/mediatest.h"
 
 namespace {
 
-typedef std::vector<BYTE> Bytes;
-
-void Put32(Bytes &b, DWORD v) { b.insert(b.end(), (BYTE *)&v, (BYTE *)&v + 4); }
-void Put16(Bytes &b, WORD v) { b.insert(b.end(), (BYTE *)&v, (BYTE *)&v + 2); }
-void PutId(Bytes &b, const char *id) { b.insert(b.end(), id, id + 4); }
-
-Bytes Chunk(const char *id, const Bytes &data)
-{
-    Bytes b;
-    PutId(b, id);
-    Put32(b, (DWORD)data.size());
-    b.insert(b.end(), data.begin(), data.end());
-    if (data.size() & 1)
-        b.push_back(0);
-    return b;
-}
-
-Bytes List(const char *type, const Bytes &body, const char *id = "LIST")
-{
-    Bytes d;
-    PutId(d, type);
-    d.insert(d.end(), body.begin(), body.end());
-    return Chunk(id, d);
-}
+using namespace mediatest;
 
 Bytes operator+(Bytes a, const Bytes &b)
 {
@@ -48,10 +26,10 @@ Bytes operator+(Bytes a, const Bytes &b)
 Bytes StreamHeader(const char *type, const char *handler, DWORD scale, DWORD rate)
 {
     Bytes h;
-    PutId(h, type);
-    PutId(h, handler);
+    PutStr(h, type);
+    PutStr(h, handler);
     for (DWORD v : std::initializer_list<DWORD>{0, 0, 0, scale, rate, 0, 0, 0, 0, 0})
-        Put32(h, v);
+        Le32(h, v);
     h.resize(56);   // the frame rectangle stays 0
     return h;
 }
@@ -64,29 +42,23 @@ Bytes MakeAvi(int frames, bool openDML)
     const DWORD rowBytes = 12, imageBytes = rowBytes * h;   // 9 bytes a row, padded to 4
     Bytes bih;
     for (DWORD v : std::initializer_list<DWORD>{40, (DWORD)w, (DWORD)h})
-        Put32(bih, v);
-    Put16(bih, 1);
-    Put16(bih, 24);
+        Le32(bih, v);
+    Le16(bih, 1);
+    Le16(bih, 24);
     for (DWORD v : std::initializer_list<DWORD>{0, imageBytes, 0, 0, 0, 0})
-        Put32(bih, v);
-    Bytes wfx;
-    Put16(wfx, 1);
-    Put16(wfx, 1);
-    Put32(wfx, 1000);
-    Put32(wfx, 2000);
-    Put16(wfx, 2);
-    Put16(wfx, 16);
+        Le32(bih, v);
+    Bytes wfx = Fmt(1, 1, 1000, 16);
     Bytes avih(56, 0);
     // the index chunks are placeholders of fixed size, filled once offsets are known
     auto superIndex = [&](const char *chunkId, const Bytes &entries, int count) {
         Bytes d;
-        Put16(d, 4);
+        Le16(d, 4);
         d.push_back(0);
         d.push_back(0);
-        Put32(d, (DWORD)count);
-        PutId(d, chunkId);
+        Le32(d, (DWORD)count);
+        PutStr(d, chunkId);
         for (int i = 0; i < 3; ++i)
-            Put32(d, 0);
+            Le32(d, 0);
         return Chunk("indx", d + entries);
     };
     Bytes strlV = Chunk("strh", StreamHeader("vids", "DIB ", 1, 25)) + Chunk("strf", bih);
@@ -112,23 +84,23 @@ Bytes MakeAvi(int frames, bool openDML)
         movi = movi + Chunk("01wb", pcm);
     }
     Bytes head;
-    PutId(head, "RIFF");
-    Put32(head, 0);
-    PutId(head, "AVI ");
+    PutStr(head, "RIFF");
+    Le32(head, 0);
+    PutStr(head, "AVI ");
     Bytes file = head + hdrl;
     size_t moviStart = file.size() + 8;   // the 'movi' type word
     file = file + List("movi", movi);
     if (!openDML) {
         Bytes idx;
         for (int f = 0; f < frames; ++f) {
-            PutId(idx, "00db");
-            Put32(idx, 0x10);
-            Put32(idx, vAt[f].first + 4);
-            Put32(idx, vAt[f].second);
-            PutId(idx, "01wb");
-            Put32(idx, 0);
-            Put32(idx, aAt[f].first + 4);
-            Put32(idx, aAt[f].second);
+            PutStr(idx, "00db");
+            Le32(idx, 0x10);
+            Le32(idx, vAt[f].first + 4);
+            Le32(idx, vAt[f].second);
+            PutStr(idx, "01wb");
+            Le32(idx, 0);
+            Le32(idx, aAt[f].first + 4);
+            Le32(idx, aAt[f].second);
         }
         file = file + Chunk("idx1", idx);
     } else {
@@ -136,17 +108,17 @@ Bytes MakeAvi(int frames, bool openDML)
         for (int s = 0; s < 2; ++s) {
             auto &at = s ? aAt : vAt;
             Bytes d;
-            Put16(d, 2);
+            Le16(d, 2);
             d.push_back(0);
             d.push_back(1);
-            Put32(d, (DWORD)frames);
-            PutId(d, ids[s]);
+            Le32(d, (DWORD)frames);
+            PutStr(d, ids[s]);
             ULONGLONG base = moviStart + 4;
             d.insert(d.end(), (BYTE *)&base, (BYTE *)&base + 8);
-            Put32(d, 0);
+            Le32(d, 0);
             for (auto &e : at) {
-                Put32(d, e.first + 8);
-                Put32(d, e.second);
+                Le32(d, e.first + 8);
+                Le32(d, e.second);
             }
             ULONGLONG ixAt = file.size();
             Bytes ix = Chunk(s ? "ix01" : "ix00", d);
@@ -224,7 +196,7 @@ TEST(AviFormat, RefusesOtherFilesWithTheSystemsCodes)
     Bytes wave = Chunk("RIFF", Bytes{'W', 'A', 'V', 'E'});
     EXPECT_EQ(ParseBytes(dir, wave, &avi), ZVERR_UNSUPPORTED_FORMAT);
     EXPECT_EQ(ParseBytes(dir, Bytes(40, 'x'), &avi), ZVERR_NO_RIFF_HEADER);
-    Bytes empty = List("AVI ", Bytes(), "RIFF");
+    Bytes empty = Riff("AVI ", Bytes());
     EXPECT_EQ(ParseBytes(dir, empty, &avi), ZVERR_MALFORMED);
     // an index entry pointing past the end
     Bytes b = MakeAvi(2, false);
@@ -242,13 +214,7 @@ IZvReadFileClass *AviClass()
 {
     static IZvReadFileClass *cls = [] {
         IZvReadFileClass *c = nullptr;
-        HMODULE m = LoadLibraryW((zvtest::ExeDir() + L"avi.dll").c_str());
-        auto get = m ? (LPFNGETCLASSOBJECT)(void *)GetProcAddress(m, "DllGetClassObject") : nullptr;
-        IClassFactory *f = nullptr;
-        if (get && SUCCEEDED(get(kAviClass, IID_IClassFactory, (void **)&f))) {
-            f->CreateInstance(nullptr, IID_IZvReadFileClass, (void **)&c);
-            f->Release();
-        }
+        zvtest::CreateFromDll(L"avi.dll", kAviClass, IID_IZvReadFileClass, (void **)&c);
         return c;
     }();
     return cls;
@@ -462,34 +428,12 @@ TEST(AviReader, MutatedFilesGiveCodesNotCrashesOrLeaks)
     EXPECT_GT(opened, 300);   // most single edits leave a readable file
 }
 
-namespace {
-
-std::wstring Widen(const std::string &s)
-{
-    return std::wstring(s.begin(), s.end());
-}
-
-// The fixture folder as a Windows path (the variable holds the host's).
-std::wstring FixtureDir()
-{
-    const char *dir = getenv("ZV_AVI_FIXTURES");
-    if (!dir || !*dir)
-        return L"";
-    std::wstring w = L"Z:" + Widen(dir);
-    for (auto &c : w)
-        if (c == L'/')
-            c = L'\\';
-    return w + L"\\";
-}
-
-} // namespace
-
 // Every ffmpeg-made file through the reader: stream count, geometry and
 // frame count, frames as stored equal ffmpeg's packets, audio equals its
 // PCM, and RGB rows come top-down or bottom-up as the stride asks.
 TEST(AviReader, FilesMadeByFfmpeg)
 {
-    std::wstring dir = FixtureDir();
+    std::wstring dir = zvtest::HostDirFromEnv("ZV_AVI_FIXTURES");
     if (dir.empty())
         GTEST_SKIP() << "ZV_AVI_FIXTURES is not set";
     ASSERT_NE(AviClass(), nullptr);
@@ -506,7 +450,7 @@ TEST(AviReader, FilesMadeByFfmpeg)
             continue;
         SCOPED_TRACE(name);
         ++files;
-        std::wstring path = dir + Widen(name), base = path.substr(0, path.size() - 4);
+        std::wstring path = dir + std::wstring(name, name + strlen(name)), base = path.substr(0, path.size() - 4);
         Reader r;
         ASSERT_EQ(Open(path, &r), S_OK);
         LONG streams = 0;
@@ -555,13 +499,9 @@ TEST(AviReader, FilesMadeByFfmpeg)
 // the AVIX part) as ffmpeg demuxes them, and the audio beside them.
 TEST(AviReader, OpenDmlFilePastOneGiB)
 {
-    const char *dir = getenv("ZV_AVI_BIG");
-    if (!dir || !*dir)
+    std::wstring base = zvtest::HostDirFromEnv("ZV_AVI_BIG");
+    if (base.empty())
         GTEST_SKIP() << "ZV_AVI_BIG is not set (opendml_big.sh runs this)";
-    std::wstring base = L"Z:" + Widen(dir) + L"\\";
-    for (auto &c : base)
-        if (c == L'/')
-            c = L'\\';
     Bytes manifest, first, last, pcm;
     ASSERT_TRUE(zvtest::ReadFileBytes(base + L"manifest.txt", manifest));
     int w = 0, h = 0, frames = 0;
@@ -656,20 +596,11 @@ TEST(AviReader, AReaderInAnotherProcessWritesIntoOurMappings)
     ASSERT_EQ(ZvMemoryToken_CreateMapping(&a, 24), S_OK);
     ASSERT_EQ(ZvMemoryToken_CreateMapping(&b, 24), S_OK);
     wchar_t args[512];
-    swprintf(args, 512, L"\"%ls\" --child avi_foreign %llx %lu %llx %llx %llx %llx", zvtest::ExePath().c_str(),
+    swprintf(args, 512, L"avi_foreign %llx %lu %llx %llx %llx %llx",
              (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(), (unsigned long long)a.hMapping,
              (unsigned long long)a.qwBase, (unsigned long long)b.hMapping, (unsigned long long)b.qwBase);
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
-    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
-    DWORD code = 99;
-    GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
+    EXPECT_EQ(zvtest::RunChildProcess(args), 0u);
     CloseHandle(h);
-    EXPECT_EQ(code, 0u);
     const BYTE *pa = (const BYTE *)(ULONG_PTR)a.qwBase, *pb = (const BYTE *)(ULONG_PTR)b.qwBase;
     for (int i = 0; i < 24; ++i) {
         EXPECT_EQ(pa[i], (BYTE)(2 * 31 + i)) << i;

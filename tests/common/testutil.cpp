@@ -2,7 +2,9 @@
 #include <map>
 #include <string>
 #include <cstdio>
+#include <cstdlib>
 #include <shellapi.h>
+#include <objbase.h>
 
 namespace zvtest {
 
@@ -46,6 +48,33 @@ std::wstring TestkitDir()
     if (GetFileAttributesW((here + L"testkit.Fio2007-Config").c_str()) != INVALID_FILE_ATTRIBUTES)
         return here;
     return here + L"testkit\\";
+}
+
+std::wstring HostDirFromEnv(const char *var)
+{
+    const char *env = getenv(var);
+    if (!env || !*env)
+        return L"";
+    std::wstring dir = env[0] == '/' ? L"Z:" : L"";
+    for (const char *p = env; *p; p++)
+        dir += *p == '/' ? L'\\' : (wchar_t)*p;
+    return dir + L"\\";
+}
+
+HRESULT CreateFromDll(const wchar_t *dll, const GUID &clsid, REFIID iid, void **out)
+{
+    *out = nullptr;
+    HMODULE module = LoadLibraryW((ExeDir() + dll).c_str());
+    auto get = module ? (LPFNGETCLASSOBJECT)(void *)GetProcAddress(module, "DllGetClassObject") : nullptr;
+    if (!get)
+        return E_FAIL;
+    IClassFactory *factory = nullptr;
+    HRESULT hr = get(clsid, IID_IClassFactory, (void **)&factory);
+    if (FAILED(hr))
+        return hr;
+    hr = factory->CreateInstance(nullptr, iid, out);
+    factory->Release();
+    return hr;
 }
 
 TempDir::TempDir()

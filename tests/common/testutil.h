@@ -63,6 +63,13 @@ struct Rng {
     unsigned below(unsigned n) { return n ? next() % n : 0; }
 };
 
+// A folder the test scripts name by a host path in environment variable
+// `var`, as a Windows path with a trailing "\"; "" when the variable is unset.
+std::wstring HostDirFromEnv(const char *var);
+
+// An object of class `clsid` from plug-in `dll` beside this executable.
+HRESULT CreateFromDll(const wchar_t *dll, const GUID &clsid, REFIID iid, void **out);
+
 // Busy blocks in all heaps of the process: what a leak leaves behind.
 long long HeapBusyBlocks();
 

@@ -25,13 +25,6 @@ Bytes Text(const char *s)
     return Bytes(s, s + strlen(s));
 }
 
-Bytes ReadAll(const std::wstring &path)
-{
-    std::vector<unsigned char> b;
-    zvtest::ReadFileBytes(path, b);
-    return Bytes(b.begin(), b.end());
-}
-
 // The body of the first chunk id, or empty; at returns where the body starts.
 Bytes Body(const Bytes &f, const char *id, size_t *at = nullptr)
 {
@@ -77,7 +70,7 @@ TEST(BwfChunks, UpdateInPlaceJunkAndAppend)
     const char *shorter = "<BWFXML/>";
     ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), shorter, (DWORD)strlen(shorter), &written));
     EXPECT_EQ(0u, written);
-    Bytes now = ReadAll(t.path());
+    Bytes now = FileBytes(t.path());
     ASSERT_EQ(img.size(), now.size());
     Bytes x = Body(now, "iXML");
     Bytes expect = Text(shorter);
@@ -92,7 +85,7 @@ TEST(BwfChunks, UpdateInPlaceJunkAndAppend)
     ASSERT_EQ(1u, n & 1);
     ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), larger, n, &written));
     EXPECT_EQ(8 + n + 1, written);
-    now = ReadAll(t.path());
+    now = FileBytes(t.path());
     ASSERT_EQ(img.size() + written, now.size());
     EXPECT_EQ(now.size() - 8, GetLe32(now, 4));
     EXPECT_EQ(expect.size(), Body(now, "JUNK").size());
@@ -107,11 +100,11 @@ TEST(BwfChunks, UpdateInPlaceJunkAndAppend)
     // Missing: appended. Then deletes add their sizes to the caller's count.
     ASSERT_EQ(S_OK, bwfriff_UpdateStreamChunk(BWF_CHUNK_BEXT, t.h(), "abcd", 4, &written));
     EXPECT_EQ(12u, written);
-    EXPECT_EQ(Text("abcd"), Body(ReadAll(t.path()), "bext"));
+    EXPECT_EQ(Text("abcd"), Body(FileBytes(t.path()), "bext"));
     DWORD removed = 5;
     EXPECT_EQ(S_OK, bwfriff_DeleteAllChunks(t.h(), &removed));
     EXPECT_EQ(5u + 12 + (8 + n + 1), removed); // both, added to what was there
-    now = ReadAll(t.path());
+    now = FileBytes(t.path());
     EXPECT_TRUE(Body(now, "bext").empty());
     EXPECT_TRUE(Body(now, "iXML").empty());
     EXPECT_EQ(audio, Body(now, "data"));
@@ -130,7 +123,7 @@ TEST(BwfChunks, SizeLimitLeavesTheFileAsItWas)
     TestFile t(img, L"limit.wav");
     DWORD written = 0;
     EXPECT_EQ(ZVERR_SIZE_LIMIT, bwfriff_UpdateStreamChunk(BWF_CHUNK_IXML, t.h(), "<BWFXML></BWFXML>", 17, &written));
-    EXPECT_EQ(img, ReadAll(t.path()));
+    EXPECT_EQ(img, FileBytes(t.path()));
     // Without a fmt chunk there is nothing to describe.
     TestFile bare(Riff("WAVE", Chunk("data", Filled(10))), L"bare.wav");
     EXPECT_EQ(ZVERR_NOT_FOUND, bwfriff_UpdateStreamChunk(BWF_CHUNK_BEXT, bare.h(), "x", 1, &written));
@@ -140,8 +133,7 @@ TEST(BwfChunks, SizeLimitLeavesTheFileAsItWas)
 // sndfile-info, sndfile-cmp and xmllint read it back after the run.
 TEST(BwfChunks, WritesAFileForTheOutsideTools)
 {
-    if (!FixturesPresent())
-        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    NEED_FIXTURES();
     std::wstring path = OutDir() + L"bwf.wav";
     ASSERT_TRUE(CopyFileW((FixtureDir() + L"tone16.wav").c_str(), path.c_str(), FALSE));
     HANDLE h = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -285,8 +277,7 @@ TEST(BwfRecord, ElementTable)
 
 TEST(BwfRecord, ReadsWhatSndfileMetadataSetWrote)
 {
-    if (!FixturesPresent())
-        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    NEED_FIXTURES();
     HANDLE h = CreateFileW((FixtureDir() + L"meta_set.wav").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                            OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, h);
@@ -309,8 +300,7 @@ TEST(BwfRecord, ReadsWhatSndfileMetadataSetWrote)
 // and the writer's UTF-8 reads back the same.
 TEST(BwfRecord, IxmlEncodingsGiveTheSameText)
 {
-    if (!FixturesPresent())
-        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    NEED_FIXTURES();
     const std::wstring scene = L"Sz\u00e8ne \u00c4\u00f8 \u2013 \u65e5\u672c";
     for (const wchar_t *name : {L"ixml_utf8.wav", L"ixml_utf8bom.wav", L"ixml_utf16.wav"}) {
         HANDLE h = CreateFileW((FixtureDir() + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
@@ -406,7 +396,7 @@ TEST(BwfRecord, SavedRecordReadsBack)
     ASSERT_EQ(S_OK, bwfriff_SaveBext(t.h(), &r));
     ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &r, FALSE));
     EXPECT_EQ(E_NOTIMPL, BuildAndWriteRawIxmlChunk(t.h(), &r, TRUE));
-    Bytes img = ReadAll(t.path());
+    Bytes img = FileBytes(t.path());
     EXPECT_EQ(audio, Body(img, "data"));
     Bytes x = Body(img, "iXML");
     std::string text(x.begin(), x.end());
@@ -425,7 +415,7 @@ TEST(BwfRecord, SavedRecordReadsBack)
     // text goes in place.
     ASSERT_EQ(S_OK, ZvBWF_SetValue(&r, 17, L"1.40"));
     ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &r, FALSE));
-    Bytes again = ReadAll(t.path());
+    Bytes again = FileBytes(t.path());
     EXPECT_EQ(img.size(), again.size());
     x = Body(again, "iXML");
     EXPECT_EQ(std::string::npos, std::string(x.begin(), x.end()).find("NO_GOOD"));
@@ -434,7 +424,7 @@ TEST(BwfRecord, SavedRecordReadsBack)
     // Nothing to write: the chunk goes.
     Record empty;
     ASSERT_EQ(S_OK, BuildAndWriteRawIxmlChunk(t.h(), &empty, FALSE));
-    EXPECT_TRUE(Body(ReadAll(t.path()), "iXML").empty());
+    EXPECT_TRUE(Body(FileBytes(t.path()), "iXML").empty());
     DWORD size = 5;
     BYTE small[5];
     EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, BuildRawBwfIxmlChunkGlobal(&r, small, &size, 16, 79, 0));

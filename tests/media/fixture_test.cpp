@@ -94,10 +94,6 @@ bool ReadAudio(const std::wstring &path, WAVEFORMATEX *format, Bytes *audio)
     return true;
 }
 
-#define NEED_FIXTURES()                                                    \
-    if (!FixturesPresent())                                                \
-    GTEST_SKIP() << "no media fixtures (run through ctest to make them)"
-
 } // namespace
 
 TEST(MediaFixtures, ChunksOfOutsideFilesWalkWithTheirOffsetsAndSizes)

@@ -128,6 +128,24 @@ inline Bytes W64(const Bytes &chunks)
     return f;
 }
 
+// A QuickTime atom: big-endian size with its header, then the name.
+inline Bytes Atom(const char *name, const Bytes &body)
+{
+    Bytes a;
+    Be32(a, (unsigned)(8 + body.size()));
+    PutStr(a, name);
+    Put(a, body.data(), body.size());
+    return a;
+}
+
+// A whole file's bytes, empty when it can't be read.
+inline Bytes FileBytes(const std::wstring &path)
+{
+    Bytes b;
+    zvtest::ReadFileBytes(path, b);
+    return b;
+}
+
 inline void AppendToFile(HANDLE h, const Bytes &b)
 {
     LARGE_INTEGER z;
@@ -208,6 +226,9 @@ private:
 // fixture step did not run): <build>/media-fixtures beside bin/.
 std::wstring FixtureDir();
 bool FixturesPresent();
+#define NEED_FIXTURES()                                                    \
+    if (!::mediatest::FixturesPresent())                                   \
+    GTEST_SKIP() << "no media fixtures (run through ctest to make them)"
 std::wstring OutDir();
 
 // Busy blocks in all heaps of the process: what a leak leaves behind.

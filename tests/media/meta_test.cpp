@@ -43,13 +43,6 @@ IZvReadMeta *SourceOf(const std::wstring &path, bool w64 = false)
     return meta;
 }
 
-Bytes FileBytes(const std::wstring &path)
-{
-    Bytes b;
-    zvtest::ReadFileBytes(path, b);
-    return b;
-}
-
 // Where the audio lies and whether it is still the given bytes.
 bool AudioIntact(const std::wstring &path, const Bytes &audio, size_t at)
 {

@@ -47,11 +47,7 @@ Bytes Ftyp(const char *major, std::initializer_list<const char *> compatible)
     Be32(body, 0);
     for (const char *c : compatible)
         PutStr(body, c);
-    Bytes a;
-    Be32(a, (unsigned)(8 + body.size()));
-    PutStr(a, "ftyp");
-    Put(a, body.data(), body.size());
-    return Pad(a, 64, 0);
+    return Pad(Atom("ftyp", body), 64, 0);
 }
 
 // Transport packets: a program table (PID 0) naming the map at PID 0x1000
@@ -281,8 +277,7 @@ TEST(QuickIdTable, GroupsSelectRowsByTypeRange)
 // Files sox writes, identified by path.
 TEST(QuickIdTable, FilesMadeBySox)
 {
-    if (!FixturesPresent())
-        GTEST_SKIP() << "no media fixtures (run through ctest to make them)";
+    NEED_FIXTURES();
     const struct {
         const wchar_t *name;
         DWORD type;

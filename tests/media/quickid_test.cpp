@@ -1,54 +1,28 @@
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
-#include <cstring>
+#include "mediatest.h"
 #include "media/quickid.h"
-#include "testutil.h"
+
+using namespace mediatest;
 
 namespace {
-
-typedef std::vector<BYTE> Bytes;
-
-void put(Bytes &b, const void *data, size_t n) { b.insert(b.end(), (const BYTE *)data, (const BYTE *)data + n); }
-void putStr(Bytes &b, const char *s) { put(b, s, strlen(s)); }
-void putLe16(Bytes &b, unsigned v) { BYTE x[2] = {(BYTE)v, (BYTE)(v >> 8)}; put(b, x, 2); }
-void putLe32(Bytes &b, unsigned v) { BYTE x[4] = {(BYTE)v, (BYTE)(v >> 8), (BYTE)(v >> 16), (BYTE)(v >> 24)}; put(b, x, 4); }
-void putBe32(Bytes &b, unsigned v) { BYTE x[4] = {(BYTE)(v >> 24), (BYTE)(v >> 16), (BYTE)(v >> 8), (BYTE)v}; put(b, x, 4); }
-
-Bytes atom(const char *name, const Bytes &body)
-{
-    Bytes a;
-    putBe32(a, (unsigned)(8 + body.size()));
-    putStr(a, name);
-    put(a, body.data(), body.size());
-    return a;
-}
-Bytes cat(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (auto &p : parts)
-        put(all, p.data(), p.size());
-    return all;
-}
 
 Bytes wave(unsigned tag, bool listFirst = false, bool scot = false)
 {
     Bytes fmt;
-    putLe16(fmt, tag); putLe16(fmt, 2); putLe32(fmt, 48000); putLe32(fmt, 192000);
-    putLe16(fmt, 4); putLe16(fmt, 16);
+    Le16(fmt, tag); Le16(fmt, 2); Le32(fmt, 48000); Le32(fmt, 192000);
+    Le16(fmt, 4); Le16(fmt, 16);
     Bytes body;
-    putStr(body, "WAVE");
+    PutStr(body, "WAVE");
     if (listFirst) {
-        putStr(body, "LIST"); putLe32(body, 5); putStr(body, "INFOx"); body.push_back(0);   // odd size, padded
+        PutStr(body, "LIST"); Le32(body, 5); PutStr(body, "INFOx"); body.push_back(0);   // odd size, padded
     }
-    putStr(body, "fmt "); putLe32(body, (unsigned)fmt.size()); put(body, fmt.data(), fmt.size());
+    PutStr(body, "fmt "); Le32(body, (unsigned)fmt.size()); Put(body, fmt.data(), fmt.size());
     if (scot) {
         while (body.size() < 52) body.push_back(0);   // "scot" at file offset 60
-        putStr(body, "scot"); putLe32(body, 16); body.resize(body.size() + 16);
+        PutStr(body, "scot"); Le32(body, 16); body.resize(body.size() + 16);
     }
-    putStr(body, "data"); putLe32(body, 8); body.resize(body.size() + 8);
+    PutStr(body, "data"); Le32(body, 8); body.resize(body.size() + 8);
     Bytes file;
-    putStr(file, "RIFF"); putLe32(file, (unsigned)body.size()); put(file, body.data(), body.size());
+    PutStr(file, "RIFF"); Le32(file, (unsigned)body.size()); Put(file, body.data(), body.size());
     return file;
 }
 
@@ -73,7 +47,7 @@ Bytes mpegFrames(int layer, size_t total)
     BYTE header[4] = {0xFF, (BYTE)(0xF8 | ((4 - layer) << 1) | 1), 0x90, 0x00};
     Bytes b;
     while (b.size() < total) {
-        put(b, header, 4);
+        Put(b, header, 4);
         b.resize(b.size() + 413, 0x11);
     }
     b.resize(total);
@@ -85,7 +59,7 @@ Bytes asf()
     static const BYTE guid[16] = {0x30, 0x26, 0xB2, 0x75, 0x8E, 0x66, 0xCF, 0x11,
                                   0xA6, 0xD9, 0x00, 0xAA, 0x00, 0x62, 0xCE, 0x6C};
     Bytes b;
-    put(b, guid, 16); putLe32(b, 4000); putLe32(b, 0); b.resize(64);
+    Put(b, guid, 16); Le32(b, 4000); Le32(b, 0); b.resize(64);
     return b;
 }
 
@@ -94,31 +68,31 @@ Bytes asf()
 Bytes mp4(const char *major, const char *video, const char *sound)
 {
     Bytes ftyp;
-    putStr(ftyp, major); putBe32(ftyp, 0); putStr(ftyp, major); putStr(ftyp, "isom");
+    PutStr(ftyp, major); Be32(ftyp, 0); PutStr(ftyp, major); PutStr(ftyp, "isom");
     auto track = [](const char *handler, const char *entryName) {
         Bytes hdlr(8, 0);
-        putStr(hdlr, handler); hdlr.resize(hdlr.size() + 12);
+        PutStr(hdlr, handler); hdlr.resize(hdlr.size() + 12);
         Bytes entry(8, 0);
         if (!strcmp(entryName, "mp4a")) {
             entry.resize(28);
             Bytes esds(4, 0);
             const BYTE es[] = {0x03, 25, 0, 1, 0, 0x04, 17, 0x40, 0x15, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x05, 2, 0x12, 0x10};
-            put(esds, es, sizeof es);
-            Bytes e = atom("esds", esds);
-            put(entry, e.data(), e.size());
+            Put(esds, es, sizeof es);
+            Bytes e = Atom("esds", esds);
+            Put(entry, e.data(), e.size());
         } else
             entry.resize(78);
         Bytes stsdBody(4, 0);
-        putBe32(stsdBody, 1);
-        Bytes se = atom(entryName, entry);
-        put(stsdBody, se.data(), se.size());
-        return atom("trak", atom("mdia", cat({atom("hdlr", hdlr),
-            atom("minf", atom("stbl", atom("stsd", stsdBody)))})));
+        Be32(stsdBody, 1);
+        Bytes se = Atom(entryName, entry);
+        Put(stsdBody, se.data(), se.size());
+        return Atom("trak", Atom("mdia", Cat({Atom("hdlr", hdlr),
+            Atom("minf", Atom("stbl", Atom("stsd", stsdBody)))})));
     };
-    Bytes moovBody = atom("mvhd", Bytes(100, 0));
-    if (video) { Bytes t = track("vide", video); put(moovBody, t.data(), t.size()); }
-    if (sound) { Bytes t = track("soun", sound); put(moovBody, t.data(), t.size()); }
-    return cat({atom("ftyp", ftyp), atom("moov", moovBody), atom("mdat", Bytes(64, 0))});
+    Bytes moovBody = Atom("mvhd", Bytes(100, 0));
+    if (video) { Bytes t = track("vide", video); Put(moovBody, t.data(), t.size()); }
+    if (sound) { Bytes t = track("soun", sound); Put(moovBody, t.data(), t.size()); }
+    return Cat({Atom("ftyp", ftyp), Atom("moov", moovBody), Atom("mdat", Bytes(64, 0))});
 }
 
 } // namespace
@@ -162,23 +136,23 @@ TEST(QuickIdMpegAudio, FrameScanNeedsEnoughBytesAndTheRightLayer)
     // a layer-2 header met first stops the MP3 scan; the MP2 test then takes it
     Bytes mixed = mpegFrames(2, 1000);
     Bytes l3 = mpegFrames(3, 3000);
-    put(mixed, l3.data(), l3.size());
+    Put(mixed, l3.data(), l3.size());
     EXPECT_EQ(idBuffer(mixed), 0x14u);
 
     // behind an ID3 tag, two consecutive frames are MPEG audio
     Bytes id3 = {'I', 'D', '3', 3, 0, 0, 0, 0, 0, 20};
     id3.resize(30, 0);
     Bytes frames = mpegFrames(3, 3000);
-    put(id3, frames.data(), frames.size());
+    Put(id3, frames.data(), frames.size());
     EXPECT_EQ(idBuffer(id3), 0x4u);
 }
 
 TEST(QuickIdQuickTime, BrawAndAtomNames)
 {
-    Bytes mov = cat({atom("mdat", Bytes(32, 0))});
+    Bytes mov = Cat({Atom("mdat", Bytes(32, 0))});
     EXPECT_EQ(idNamed(mov, L"clip.mov"), 0x1009u);
     EXPECT_EQ(idNamed(mov, L"clip.braw"), 0x1021u);
-    Bytes moov = atom("moov", atom("mvhd", Bytes(100, 0)));
+    Bytes moov = Atom("moov", Atom("mvhd", Bytes(100, 0)));
     EXPECT_EQ(idBuffer(moov), 0x1009u);
 }
 

@@ -13,13 +13,6 @@ namespace {
 const DWORD INAM = ZVRIFF_ID('I', 'N', 'A', 'M'), ICMT = ZVRIFF_ID('I', 'C', 'M', 'T'),
             ISFT = ZVRIFF_ID('I', 'S', 'F', 'T');
 
-Bytes ReadAll(const std::wstring &path)
-{
-    Bytes b;
-    zvtest::ReadFileBytes(path, b);
-    return b;
-}
-
 void Seek(HANDLE h, LONG at) { SetFilePointer(h, at, nullptr, FILE_BEGIN); }
 
 } // namespace
@@ -37,7 +30,7 @@ TEST(Summary, SavedAndLoadedInBothForms)
         TestFile t(Bytes(), L"s.bin");
         DWORD written = 0;
         ASSERT_EQ(S_OK, wide ? ZvSummary_SaveUNFO(t.h(), &list, &written) : ZvSummary_Save(t.h(), &list, &written));
-        Bytes img = ReadAll(t.path());
+        Bytes img = FileBytes(t.path());
         ASSERT_EQ(img.size(), written);
         EXPECT_EQ(0, memcmp(&img[8], wide ? "UNFO" : "INFO", 4));
         EXPECT_EQ(written - 8, GetLe32(img, 4));
@@ -143,7 +136,7 @@ TEST(DisplayList, ItemsOnDiskInBothFormsAndFromAStream)
         TestFile f(Bytes(), L"d2.bin");
         ULONGLONG written64 = 0;
         ASSERT_EQ(S_OK, w64 ? displist64_Save(f.h(), list, &written64) : displist_Save(f.h(), list, &written));
-        Bytes img = ReadAll(f.path());
+        Bytes img = FileBytes(f.path());
         EXPECT_EQ(img.size(), w64 ? written64 : written);
         if (!w64) {
             EXPECT_EQ(0, memcmp(img.data(), "DISP", 4));

@@ -30,6 +30,19 @@ Bytes Wave46(const WAVEFORMATEX &f, const Bytes &audio)
     return Riff("WAVE", Cat({Chunk("fmt ", fmt), Chunk("data", audio)}));
 }
 
+// What ZvGetFileWfx reads (format, frame count, audio offset); the format
+// is freed with it.
+struct FileWfx {
+    WAVEFORMATEX *f = nullptr;
+    ULONGLONG frames = 0, offset = 0;
+    ~FileWfx() { free(f); }
+    WAVEFORMATEX *read(const std::wstring &path)
+    {
+        free(f);
+        return f = ZvGetFileWfx(path.c_str(), &frames, &offset);
+    }
+};
+
 } // namespace
 
 TEST(WaveCreate, PlainPaddedAndWave64Headers)
@@ -136,15 +149,13 @@ TEST(WaveRead, FormatsFramesOffsetsAndMending)
     Bytes img = Riff("WAVE", Cat({Chunk("LIST", Filled(5)), Chunk("fmt ", Bytes((BYTE *)&f, (BYTE *)&f + 16)),
                                   Chunk("data", Filled(6 * 7 + 1))}));
     zvtest::WriteFileBytes(path, img.data(), img.size());
-    ULONGLONG frames = 0, offset = 0;
-    WAVEFORMATEX *got = ZvGetFileWfx(path.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(24, got->wBitsPerSample);
-    EXPECT_EQ(6, got->nBlockAlign);
-    EXPECT_EQ(f.nAvgBytesPerSec, got->nAvgBytesPerSec); // not corrected
-    EXPECT_EQ(7u, frames);
-    EXPECT_EQ(12u + 14 + 24 + 8, offset);
-    free(got);
+    FileWfx got;
+    ASSERT_TRUE(got.read(path));
+    EXPECT_EQ(24, got.f->wBitsPerSample);
+    EXPECT_EQ(6, got.f->nBlockAlign);
+    EXPECT_EQ(f.nAvgBytesPerSec, got.f->nAvgBytesPerSec); // not corrected
+    EXPECT_EQ(7u, got.frames);
+    EXPECT_EQ(12u + 14 + 24 + 8, got.offset);
     EXPECT_TRUE(ZvFileIsWave(path.c_str(), FALSE));
     EXPECT_FALSE(ZvFileIsWave64(path.c_str(), TRUE));
     EXPECT_FALSE(ZvFileIsAiff(path.c_str()));
@@ -155,9 +166,9 @@ TEST(WaveRead, FormatsFramesOffsetsAndMending)
     zvtest::WriteFileBytes(path, img.data(), img.size());
     EXPECT_FALSE(ZvFileIsWave(path.c_str(), FALSE));
     EXPECT_TRUE(ZvFileIsWave(path.c_str(), TRUE));
-    EXPECT_EQ(nullptr, ZvGetFileWfx(path.c_str(), &frames, &offset));
+    EXPECT_EQ(nullptr, got.read(path));
     EXPECT_FALSE(ZvFileIsWave(dir.file(L"none.wav").c_str(), TRUE));
-    EXPECT_EQ(nullptr, ZvGetFileWfx(dir.file(L"none.wav").c_str(), &frames, &offset));
+    EXPECT_EQ(nullptr, got.read(dir.file(L"none.wav")));
 
     // Extensible float, uncompressed.
     WAVEFORMATEXTENSIBLE wfe = {};
@@ -168,12 +179,10 @@ TEST(WaveRead, FormatsFramesOffsetsAndMending)
     wfe.SubFormat = {3, 0, 0x10, {0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71}}; // IEEE float
     img = Riff("WAVE", Cat({Chunk("fmt ", Bytes((BYTE *)&wfe, (BYTE *)&wfe + 40)), Chunk("data", Filled(80))}));
     zvtest::WriteFileBytes(path, img.data(), img.size());
-    got = ZvGetFileWfx(path.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(WAVE_FORMAT_EXTENSIBLE, got->wFormatTag);
-    EXPECT_EQ(0, memcmp(got, &wfe, 40));
-    EXPECT_EQ(10u, frames);
-    free(got);
+    ASSERT_TRUE(got.read(path));
+    EXPECT_EQ(WAVE_FORMAT_EXTENSIBLE, got.f->wFormatTag);
+    EXPECT_EQ(0, memcmp(got.f, &wfe, 40));
+    EXPECT_EQ(10u, got.frames);
 
     // The same reader on an image in memory.
     WAVEFORMATEXTENSIBLE out = {};
@@ -206,13 +215,11 @@ TEST(WaveRead, Wave64AndAiffFormats)
     }
     EXPECT_TRUE(ZvFileIsWave64(path.c_str(), FALSE));
     EXPECT_FALSE(ZvFileIsWave(path.c_str(), TRUE));
-    ULONGLONG frames = 0, offset = 0;
-    WAVEFORMATEX *got = ZvGetFileWfx(path.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(0, memcmp(got, &f, 18));
-    EXPECT_EQ(25u, frames);
-    EXPECT_EQ(200u, offset);
-    free(got);
+    FileWfx got;
+    ASSERT_TRUE(got.read(path));
+    EXPECT_EQ(0, memcmp(got.f, &f, 18));
+    EXPECT_EQ(25u, got.frames);
+    EXPECT_EQ(200u, got.offset);
 
     // AIFF through the same entry: big-endian 16-bit, frames from COMM.
     Bytes ssnd;
@@ -222,13 +229,11 @@ TEST(WaveRead, Wave64AndAiffFormats)
     std::wstring apath = dir.file(L"r.aif");
     zvtest::WriteFileBytes(apath, aiff.data(), aiff.size());
     EXPECT_TRUE(ZvFileIsAiff(apath.c_str()));
-    got = ZvGetFileWfx(apath.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(ZV_WAVE_FORMAT_BIGENDIAN, got->wFormatTag);
-    EXPECT_EQ(22050u, got->nSamplesPerSec);
-    EXPECT_EQ(4u, frames);
-    EXPECT_EQ(12u + 26 + 16, offset);
-    free(got);
+    ASSERT_TRUE(got.read(apath));
+    EXPECT_EQ(ZV_WAVE_FORMAT_BIGENDIAN, got.f->wFormatTag);
+    EXPECT_EQ(22050u, got.f->nSamplesPerSec);
+    EXPECT_EQ(4u, got.frames);
+    EXPECT_EQ(12u + 26 + 16, got.offset);
 
     // Rewriting the format of an AIFF changes COMM only.
     WAVEFORMATEX stereo = Pcm(2, 48000, 16);
@@ -237,12 +242,10 @@ TEST(WaveRead, Wave64AndAiffFormats)
     zvtest::ReadFileBytes(apath, after);
     ASSERT_EQ(aiff.size(), after.size());
     EXPECT_TRUE(std::equal(after.begin() + 38, after.end(), aiff.begin() + 38));
-    got = ZvGetFileWfx(apath.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(2, got->nChannels);
-    EXPECT_EQ(48000u, got->nSamplesPerSec);
-    EXPECT_EQ(2u, frames);
-    free(got);
+    ASSERT_TRUE(got.read(apath));
+    EXPECT_EQ(2, got.f->nChannels);
+    EXPECT_EQ(48000u, got.f->nSamplesPerSec);
+    EXPECT_EQ(2u, got.frames);
     WAVEFORMATEX flt = Pcm(2, 48000, 32, WAVE_FORMAT_IEEE_FLOAT);
     EXPECT_EQ(ZVERR_UNSUPPORTED_FORMAT, ZvSetFileWfx(apath.c_str(), &flt));
     EXPECT_EQ(ZVERR_FILE_OPEN, ZvSetFileWfx(dir.file(L"none").c_str(), &flt));
@@ -373,13 +376,11 @@ TEST(WaveRepair, Wave64AndSetFormatRoundTrip)
     AppendToFile(h, Filled(2 * 50 + 1)); // never closed: sizes still empty
     ASSERT_EQ(S_OK, ZvFixTrashedW64(h, nullptr, 1 << 20));
     CloseHandle(h);
-    ULONGLONG frames = 0, offset = 0;
-    WAVEFORMATEX *got = ZvGetFileWfx(path.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(0, memcmp(got, &f, 18));
-    EXPECT_EQ(50u, frames);
-    EXPECT_EQ(112u, offset);
-    free(got);
+    FileWfx got;
+    ASSERT_TRUE(got.read(path));
+    EXPECT_EQ(0, memcmp(got.f, &f, 18));
+    EXPECT_EQ(50u, got.frames);
+    EXPECT_EQ(112u, got.offset);
 
     // Replacing a wave file's format overwrites its first 26 bytes; repair
     // then rebuilds the header with the new format.
@@ -398,11 +399,9 @@ TEST(WaveRepair, Wave64AndSetFormatRoundTrip)
     h = CreateFileW(wav.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_EQ(S_OK, ZvFixTrashedWav(h, &stereo, 4096));
     CloseHandle(h);
-    got = ZvGetFileWfx(wav.c_str(), &frames, &offset);
-    ASSERT_NE(nullptr, got);
-    EXPECT_EQ(2, got->nChannels);
-    EXPECT_EQ(25u, frames);
-    free(got);
+    ASSERT_TRUE(got.read(wav));
+    EXPECT_EQ(2, got.f->nChannels);
+    EXPECT_EQ(25u, got.frames);
 
     // Headers in memory.
     BYTE buf[64] = {};

@@ -8,6 +8,7 @@
 #include "zvplugin_view.h"
 #include "audio/waveformat.h"
 #include "filemng/zvmemtoken.h"
+#include "media/riff.h"
 #include <algorithm>
 #include <random>
 #include <stdio.h>
@@ -21,41 +22,16 @@ const GUID kWave64Class = {0x605F1174, 0x83E4, 0x4420, {0x85, 0xA1, 0xB5, 0xA4, 
 const GUID kAiffClass = {0x3CBBA9C2, 0x75AD, 0x11D3, {0xA4, 0x83, 0x00, 0x10, 0x5A, 0x24, 0xAA, 0x37}};
 const GUID *const kClasses[3] = {&kWaveClass, &kWave64Class, &kAiffClass};
 
-struct PcmDll {
-    HMODULE module = NULL;
-    LPFNGETCLASSOBJECT getClassObject = nullptr;
-    PcmDll()
-    {
-        module = LoadLibraryW((zvtest::ExeDir() + L"pcm.dll").c_str());
-        if (module)
-            getClassObject = (LPFNGETCLASSOBJECT)(void *)GetProcAddress(module, "DllGetClassObject");
-    }
-    template <class T> HRESULT create(const GUID &clsid, REFIID iid, T **out)
-    {
-        *out = nullptr;
-        if (!getClassObject)
-            return E_FAIL;
-        IClassFactory *factory = nullptr;
-        HRESULT hr = getClassObject(clsid, IID_IClassFactory, (void **)&factory);
-        if (FAILED(hr))
-            return hr;
-        hr = factory->CreateInstance(nullptr, iid, (void **)out);
-        factory->Release();
-        return hr;
-    }
-};
-
-PcmDll &Dll()
+template <class T> HRESULT Create(const GUID &clsid, REFIID iid, T **out)
 {
-    static PcmDll dll;
-    return dll;
+    return zvtest::CreateFromDll(L"pcm.dll", clsid, iid, (void **)out);
 }
 
 IZvReadFileClass *Class(int index)
 {
     static IZvReadFileClass *classes[3];
     if (!classes[index])
-        Dll().create(*kClasses[index], IID_IZvReadFileClass, &classes[index]);
+        Create(*kClasses[index], IID_IZvReadFileClass, &classes[index]);
     return classes[index];
 }
 
@@ -71,18 +47,7 @@ struct Fixture {
     unsigned bytes, channels, rate;
 };
 
-std::wstring FixtureDir()
-{
-    const char *env = getenv("ZV_PCM_FIXTURES");
-    if (!env || !*env)
-        return L"";
-    std::wstring dir;
-    if (env[0] == '/')
-        dir = L"Z:";
-    for (const char *p = env; *p; p++)
-        dir += *p == '/' ? L'\\' : (wchar_t)*p;
-    return dir + L"\\";
-}
+std::wstring FixtureDir() { return zvtest::HostDirFromEnv("ZV_PCM_FIXTURES"); }
 
 ZVSAMPLETYPE TypeByName(const std::string &t)
 {
@@ -227,9 +192,8 @@ bool IsSystemCode(HRESULT hr)
 
 TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
 {
-    ASSERT_NE(Dll().module, (HMODULE)NULL);
     IZvUnsharedFIOPluginInfo *listing = nullptr;
-    ASSERT_EQ(Dll().create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
+    ASSERT_EQ(Create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
     LONG count = 0;
     ASSERT_EQ(listing->GetClassCount(&count), S_OK);
     ASSERT_EQ(count, 6);
@@ -248,17 +212,17 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
     for (LONG i = 3; i < 6; i++) {
         ASSERT_EQ(listing->GetPluginClassInfo(i, &info), S_OK);
         EXPECT_EQ(info.dwAccess, (DWORD)ZVFIO_ACCESS_RENDERER);
-        IClassFactory *factory = nullptr;
-        EXPECT_EQ(Dll().getClassObject(info.classId, IID_IClassFactory, (void **)&factory), S_OK);
-        if (factory)
-            factory->Release();
+        IUnknown *renderer = nullptr;
+        EXPECT_EQ(Create(info.classId, IID_IUnknown, &renderer), S_OK);
+        if (renderer)
+            renderer->Release();
     }
     EXPECT_EQ(listing->GetPluginClassInfo(6, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
     listing->Release();
 
-    IClassFactory *factory = nullptr;
-    EXPECT_EQ(Dll().getClassObject(IID_IZvReadFile, IID_IClassFactory, (void **)&factory), CLASS_E_CLASSNOTAVAILABLE);
+    IUnknown *none = nullptr;
+    EXPECT_EQ(Create(IID_IZvReadFile, IID_IUnknown, &none), CLASS_E_CLASSNOTAVAILABLE);
 
     ZVFIO_FILECLASS_INFO_TEXT ids[3] = {ZVFIO_INFOTEXT_EXTENSIONS, ZVFIO_INFOTEXT_PLUGINNAME, (ZVFIO_FILECLASS_INFO_TEXT)99};
     BSTR texts[3] = {};
@@ -490,21 +454,12 @@ TEST(PcmForeign, AReaderInAnotherProcessUsesOurHandleAndOurMemory)
     std::vector<BYTE> local(frames * 4, 0xEE);
 
     wchar_t args[512];
-    swprintf(args, 512, L"\"%ls\" --child pcm_foreign %llx %lu %llx %llx %llx %lu", zvtest::ExePath().c_str(),
+    swprintf(args, 512, L"pcm_foreign %llx %lu %llx %llx %llx %lu",
              (unsigned long long)ZvSdk_HandleToWire(h), GetCurrentProcessId(),
              (unsigned long long)mapped.hMapping, (unsigned long long)mapped.qwBase,
              (unsigned long long)(ULONG_PTR)local.data(), frames);
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    ASSERT_TRUE(CreateProcessW(NULL, args, NULL, NULL, FALSE, 0, NULL, NULL, &si, &pi));
-    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
-    DWORD code = 99;
-    GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
+    EXPECT_EQ(zvtest::RunChildProcess(args), 0u);
     CloseHandle(h);
-    EXPECT_EQ(code, 0u);
     EXPECT_EQ(memcmp((BYTE *)(ULONG_PTR)mapped.qwBase, expected.data(), frames * 4), 0);
     EXPECT_EQ(memcmp(local.data(), expected.data() + frames * 4, frames * 4), 0);
     ZvMemoryToken_ReleaseMapping(&mapped);
@@ -634,9 +589,6 @@ std::vector<BYTE> FixtureBytes(size_t index, size_t limit = 0)
     return bytes;
 }
 
-void Put32(std::vector<BYTE> &b, size_t at, DWORD v) { memcpy(&b[at], &v, 4); }
-void Put16(std::vector<BYTE> &b, size_t at, WORD v) { memcpy(&b[at], &v, 2); }
-
 } // namespace
 
 TEST(PcmBadFiles, DamagedHeadersGiveTheSystemCodes)
@@ -646,28 +598,30 @@ TEST(PcmBadFiles, DamagedHeadersGiveTheSystemCodes)
     // w16.wav: RIFF 0, WAVE 8, "fmt " 12 (16 bytes from 20), data 36, samples 44
     const std::vector<BYTE> wav = FixtureBytes(1);
     ASSERT_GT(wav.size(), 1000u);
-    auto with = [&](void (*edit)(std::vector<BYTE> &)) {
-        std::vector<BYTE> b = wav;
-        edit(b);
-        return b;
-    };
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 8)), ZVERR_MALFORMED);
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 30)), ZVERR_MALFORMED);
     EXPECT_EQ(d.run(0, std::vector<BYTE>(wav.begin(), wav.begin() + 44)), S_OK);   // no samples at all
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 16, 0x7FFFFFF0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 22, 0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 0); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 0xFFFFFFFF); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 24, 10000000); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 32, 3); })), ZVERR_MALFORMED);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 20, 2); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put16(b, 34, 12); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { memcpy(&b[8], "AVI ", 4); })), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { memcpy(&b[36], "dat_", 4); })), ZVERR_MALFORMED);
-    // a data size past the end reads what is there, as from a recording that
-    // was never closed
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 40, 0xFFFFFFFF); })), S_OK);
-    EXPECT_EQ(d.run(0, with([](std::vector<BYTE> &b) { Put32(b, 4, 0); })), S_OK);
+    // one field overwritten (little-endian, `width` bytes); a data size past
+    // the end, or a RIFF size of 0, reads what is there, as from a recording
+    // that was never closed
+    const struct {
+        size_t at, width;
+        DWORD value;
+        HRESULT want;
+    } edits[] = {
+        {16, 4, 0x7FFFFFF0, ZVERR_MALFORMED}, {22, 2, 0, ZVERR_MALFORMED},
+        {24, 4, 0, ZVERR_MALFORMED},          {24, 4, 0xFFFFFFFF, ZVERR_MALFORMED},
+        {24, 4, 10000000, ZVERR_MALFORMED},   {32, 2, 3, ZVERR_MALFORMED},
+        {20, 2, 2, ZVERR_UNSUPPORTED_FORMAT}, {34, 2, 12, ZVERR_UNSUPPORTED_FORMAT},
+        {8, 4, ZVRIFF_ID('A', 'V', 'I', ' '), ZVERR_UNSUPPORTED_FORMAT},
+        {36, 4, ZVRIFF_ID('d', 'a', 't', '_'), ZVERR_MALFORMED},
+        {40, 4, 0xFFFFFFFF, S_OK},            {4, 4, 0, S_OK},
+    };
+    for (const auto &e : edits) {
+        std::vector<BYTE> b = wav;
+        memcpy(&b[e.at], &e.value, e.width);
+        EXPECT_EQ(d.run(0, b), e.want) << "at " << e.at << " value " << e.value;
+    }
 
     // random bytes named .wav, and an empty file
     std::mt19937 rng(11);

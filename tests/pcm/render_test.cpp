@@ -41,34 +41,20 @@ const Container kContainers[] = {
 
 template <class T> HRESULT Create(const GUID &clsid, REFIID iid, T **out)
 {
-    *out = nullptr;
-    HMODULE module = LoadLibraryW((zvtest::ExeDir() + L"pcm.dll").c_str());
-    auto get = module ? (LPFNGETCLASSOBJECT)(void *)GetProcAddress(module, "DllGetClassObject") : nullptr;
-    if (!get)
-        return E_FAIL;
-    IClassFactory *factory = nullptr;
-    HRESULT hr = get(clsid, IID_IClassFactory, (void **)&factory);
-    if (FAILED(hr))
-        return hr;
-    hr = factory->CreateInstance(nullptr, iid, (void **)out);
-    factory->Release();
-    return hr;
+    return zvtest::CreateFromDll(L"pcm.dll", clsid, iid, (void **)out);
 }
 
 // Where rendered files are kept for the sox check; a temp folder otherwise.
 std::wstring OutDir(const zvtest::TempDir &temp)
 {
-    const char *env = getenv("ZV_PCM_RENDERED");
-    if (!env || !*env)
+    std::wstring dir = zvtest::HostDirFromEnv("ZV_PCM_RENDERED");
+    if (dir.empty())
         return temp.path() + L"\\";
-    std::wstring dir = env[0] == '/' ? L"Z:" : L"";
-    for (const char *p = env; *p; p++)
-        dir += *p == '/' ? L'\\' : (wchar_t)*p;
     CreateDirectoryW(dir.c_str(), NULL);
     // A fresh manifest per run of the executable.
-    static bool cleared = DeleteFileW((dir + L"\\manifest.txt").c_str()) || true;
+    static bool cleared = DeleteFileW((dir + L"manifest.txt").c_str()) || true;
     (void)cleared;
-    return dir + L"\\";
+    return dir;
 }
 
 void Manifest(const std::wstring &dir, const char *line)
