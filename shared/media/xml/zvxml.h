@@ -88,24 +88,49 @@ struct IZvXMLEncoding {
     virtual BOOL AtEnd() = 0;
 };
 
+// Class of each byte (the table of the syntax), filled at compile time.
+struct ZvXMLClassTable {
+    BYTE c[256];
+};
+extern const ZvXMLClassTable g_zvXMLClasses;
+
 class ZvXMLEncodingUtf : public IZvXMLEncoding, public ZvGlobalObject {
 public:
-    ZvXMLEncodingUtf(const BYTE *data, ULONGLONG size) : refs_(1), data_(data), size_(size), cursor_(0) {}
+    ZvXMLEncodingUtf(const BYTE *data, ULONGLONG size, unsigned unit)
+        : refs_(1), data_(data), size_(size), cursor_(0), unit_(unit) {}
     virtual ~ZvXMLEncodingUtf() {}
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **out) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
     void DeleteThis() override { delete this; }
     ULONGLONG Cursor() const { return cursor_; }
+    // The same as Class and Advance, without a virtual call: the parser's
+    // loop asks for one class per character.
+    int ClassHere() const
+    {
+        if (cursor_ + unit_ > size_)
+            return ZVXMLC_END;
+        unsigned c = data_[cursor_];
+        if (unit_ == 2 && (c |= (unsigned)data_[cursor_ + 1] << 8) > 127)
+            return ZVXMLC_NAME;
+        return g_zvXMLClasses.c[c];
+    }
+    void Step()
+    {
+        if (cursor_ + unit_ <= size_)
+            cursor_ += unit_;
+    }
+    bool Wide() const { return unit_ == 2; }
 protected:
     volatile LONG refs_;
     const BYTE *data_;
     ULONGLONG size_;
     ULONGLONG cursor_;   // in bytes
+    unsigned unit_;      // bytes per character
 };
 
 // 8-bit text: bytes are characters of the system ANSI code page.
-class ZvXMLEncodingUtf8 : public ZvXMLEncodingUtf {
+class ZvXMLEncodingUtf8 final : public ZvXMLEncodingUtf {
 public:
     ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size);
     HRESULT Advance() override;
@@ -113,12 +138,20 @@ public:
     int Match(const WCHAR *text, int length, BOOL caseSensitive) override;
     int CopyUntil(DWORD stopClasses, WCHAR *buffer) override;
     BOOL AtEnd() override { return cursor_ >= size_; }
+private:
+    const struct ZvXMLAnsiPage *page_;
+    // The counting pass remembers where it stopped, so that the copy that
+    // follows it does not scan the same bytes again.
+    ULONGLONG scanFrom_;
+    ULONGLONG scanLength_;
+    DWORD scanStop_;
+    int scanCount_;
 };
 
 // 16-bit little-endian text; codes above 127 are name characters.
-class ZvXMLEncodingUtf16 : public ZvXMLEncodingUtf {
+class ZvXMLEncodingUtf16 final : public ZvXMLEncodingUtf {
 public:
-    ZvXMLEncodingUtf16(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size & ~1ull) {}
+    ZvXMLEncodingUtf16(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size & ~1ull, 2) {}
     HRESULT Advance() override;
     int Class() override;
     int Match(const WCHAR *text, int length, BOOL caseSensitive) override;
@@ -178,6 +211,8 @@ private:
     WCHAR *CopyString(DWORD stopClasses, int *length);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();
+    // Every document's encoding is one of the two forms above.
+    ZvXMLEncodingUtf *Enc() const { return static_cast<ZvXMLEncodingUtf *>(m_encoding); }
 
 public:
     ULONGLONG m_dataSize;

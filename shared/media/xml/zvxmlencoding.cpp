@@ -3,51 +3,50 @@
 // table; strings are measured in one pass and copied in a second.
 #include "zvxml.h"
 #include <string.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
-namespace {
-
-// Built once from the class rows of the syntax.
-struct ClassTable {
-    BYTE c[256];
-    ClassTable()
-    {
-        memset(c, 0, sizeof c); // controls and everything from 0x80
-        c['\t'] = c['\n'] = c['\r'] = c[' '] = 1;
-        c['!'] = 4;
-        c['"'] = 5;
-        c['#'] = 6;
-        c['$'] = c['@'] = c['\\'] = c['^'] = c['`'] = 7;
-        for (int i = 0x7B; i <= 0x7F; i++)
-            c[i] = 7;
-        c['%'] = 8;
-        c['&'] = 9;
-        c['\''] = 10; c['('] = 11; c[')'] = 12; c['*'] = 13; c['+'] = 14; c[','] = 15;
-        c['-'] = 16;
-        c['/'] = 17;
-        for (int i = '0'; i <= '9'; i++)
-            c[i] = 18;
-        c[':'] = 19;
-        c[';'] = 20;
-        c['<'] = 21;
-        c['='] = 22;
-        c['>'] = 23;
-        c['?'] = 24;
-        for (int i = 'a'; i <= 'z'; i++)
-            c[i] = c[i - 'a' + 'A'] = 26;
-        c['.'] = c['_'] = 26;
-        c['['] = 27;
-        c[']'] = 28;
-    }
-};
-const ClassTable kClasses;
+// Built at compile time from the class rows of the syntax.
+static constexpr ZvXMLClassTable MakeClassTable()
+{
+    ZvXMLClassTable t{}; // controls and everything from 0x80 are 0
+    t.c['\t'] = t.c['\n'] = t.c['\r'] = t.c[' '] = 1;
+    t.c['!'] = 4;
+    t.c['"'] = 5;
+    t.c['#'] = 6;
+    t.c['$'] = t.c['@'] = t.c['\\'] = t.c['^'] = t.c['`'] = 7;
+    for (int i = 0x7B; i <= 0x7F; i++)
+        t.c[i] = 7;
+    t.c['%'] = 8;
+    t.c['&'] = 9;
+    t.c['\''] = 10; t.c['('] = 11; t.c[')'] = 12; t.c['*'] = 13; t.c['+'] = 14; t.c[','] = 15;
+    t.c['-'] = 16;
+    t.c['/'] = 17;
+    for (int i = '0'; i <= '9'; i++)
+        t.c[i] = 18;
+    t.c[':'] = 19;
+    t.c[';'] = 20;
+    t.c['<'] = 21;
+    t.c['='] = 22;
+    t.c['>'] = 23;
+    t.c['?'] = 24;
+    for (int i = 'a'; i <= 'z'; i++)
+        t.c[i] = t.c[i - 'a' + 'A'] = 26;
+    t.c['.'] = t.c['_'] = 26;
+    t.c['['] = 27;
+    t.c[']'] = 28;
+    return t;
+}
+const ZvXMLClassTable g_zvXMLClasses = MakeClassTable(); // declared extern in the header
 
 // The ANSI code page: a byte-to-character table where it is single-byte,
 // else the system's converter. Chosen once per process.
-struct AnsiPage {
+struct ZvXMLAnsiPage {
     UINT cp;
     bool singleByte;
     WCHAR map[256];
-    AnsiPage()
+    ZvXMLAnsiPage()
     {
         cp = GetACP();
         CPINFO info;
@@ -61,10 +60,94 @@ struct AnsiPage {
         }
     }
 };
-const AnsiPage &Ansi()
+
+namespace {
+
+const ZvXMLClassTable &kClasses = g_zvXMLClasses;
+
+const ZvXMLAnsiPage &Ansi()
 {
-    static const AnsiPage page;
+    static const ZvXMLAnsiPage page;
     return page;
+}
+
+// Stop bytes of a set of classes for a wide compare, or false when a class
+// in it has more than one byte besides the blanks (then the table decides).
+bool StopBytes(DWORD stopClasses, BYTE *bytes, int *count)
+{
+    static const char kSingle[30] = {0, 0, 0, 0, '!', '"', '#', 0, '%', '&', '\'', '(', ')', '*', '+',
+                                     ',', '-', '/', 0, ':', ';', '<', '=', '>', '?', 0, 0, '[', ']', 0};
+    int n = 0;
+    for (DWORD m = stopClasses & ~ZVXML_CLASSBIT(ZVXMLC_END); m; m &= m - 1) {
+        int c = __builtin_ctz(m);
+        if (c == ZVXMLC_BLANK) {
+            bytes[n++] = '\t'; bytes[n++] = '\n'; bytes[n++] = '\r'; bytes[n++] = ' ';
+        } else if (kSingle[c]) {
+            if (n == 8)
+                return false;
+            bytes[n++] = (BYTE)kSingle[c];
+        } else if (c == 0 || c == 7 || c == 18 || c == 26 || c > ZVXMLC_END) {
+            return false;
+        }
+    }
+    *count = n;
+    return true;
+}
+
+// The first byte from p whose class is in stopClasses, or end. Stop
+// classes never include class 0, so bytes from 0x80 never stop.
+const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
+{
+#if defined(__SSE2__)
+    BYTE bytes[12];
+    int n;
+    if (end - p >= 16 && StopBytes(stopClasses, bytes, &n) && n > 0) {
+        __m128i want[12];
+        for (int i = 0; i < n; i++)
+            want[i] = _mm_set1_epi8((char)bytes[i]);
+        for (; end - p >= 16; p += 16) {
+            __m128i v = _mm_loadu_si128((const __m128i *)p);
+            __m128i hit = _mm_cmpeq_epi8(v, want[0]);
+            for (int i = 1; i < n; i++)
+                hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, want[i]));
+            if (int m = _mm_movemask_epi8(hit))
+                return p + __builtin_ctz((unsigned)m);
+        }
+    }
+#endif
+    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
+        p++;
+    return p;
+}
+
+bool IsAscii(const BYTE *p, size_t n)
+{
+    for (size_t i = 0; i < n; i++)
+        if (p[i] >= 0x80)
+            return false;
+    return true;
+}
+
+// Bytes to characters through the page's map; runs of ASCII (which every
+// map keeps as it is) widen sixteen at a time.
+void Widen(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map)
+{
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= n; i += 16) {
+        __m128i v = _mm_loadu_si128((const __m128i *)(p + i));
+        if (_mm_movemask_epi8(v)) {
+            for (size_t k = i; k < i + 16; k++)
+                out[k] = map[p[k]];
+        } else {
+            _mm_storeu_si128((__m128i *)(out + i), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128((__m128i *)(out + i + 8), _mm_unpackhi_epi8(v, zero));
+        }
+    }
+#endif
+    for (; i < n; i++)
+        out[i] = map[p[i]];
 }
 
 inline WCHAR Lower(WCHAR c) { return c >= 'A' && c <= 'Z' ? (WCHAR)(c + 32) : c; }
@@ -98,9 +181,9 @@ ULONG STDMETHODCALLTYPE ZvXMLEncodingUtf::Release()
 
 // ---- 8-bit ----
 
-ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size)
+ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size)
+    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0)
 {
-    Ansi();
 }
 
 HRESULT ZvXMLEncodingUtf8::Advance()
@@ -133,30 +216,30 @@ int ZvXMLEncodingUtf8::Match(const WCHAR *text, int length, BOOL caseSensitive)
 int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
 {
     const BYTE *p = data_ + cursor_, *end = data_ + size_;
-    const BYTE *q = p;
-    // Stop classes never include class 0, so bytes from 0x80 never stop.
-    while (q < end && !((stopClasses >> kClasses.c[*q]) & 1))
-        q++;
-    ULONGLONG n = (ULONGLONG)(q - p);
-    if (n > 0x3FFFFFF0ull)
-        return -1;
-    const AnsiPage &page = Ansi();
-    int count = (int)n;
-    if (!page.singleByte && n) {
-        for (const BYTE *r = p; r < q; r++)
-            if (*r >= 0x80) {
-                count = MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, nullptr, 0);
-                break;
-            }
+    const ZvXMLAnsiPage &page = *page_;
+    ULONGLONG n;
+    int count;
+    if (cursor_ == scanFrom_ && stopClasses == scanStop_) {
+        n = scanLength_;
+        count = scanCount_;
+    } else {
+        n = (ULONGLONG)(ScanTo(p, end, stopClasses) - p);
+        if (n > 0x3FFFFFF0ull)
+            return -1;
+        count = (int)n;
+        if (!page.singleByte && n && !IsAscii(p, (size_t)n))
+            count = MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, nullptr, 0);
+        scanFrom_ = cursor_;
+        scanStop_ = stopClasses;
+        scanLength_ = n;
+        scanCount_ = count;
     }
     if (!buffer)
         return count;
-    if (count == (int)n) {
-        for (int i = 0; i < count; i++)
-            buffer[i] = page.map[p[i]];
-    } else {
+    if (count == (int)n)
+        Widen(p, (size_t)n, buffer, page.map);
+    else
         MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, buffer, count);
-    }
     buffer[count] = 0;
     cursor_ += n;
     return count;
