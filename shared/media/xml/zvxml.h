@@ -146,6 +146,16 @@ private:
     ULONGLONG scanLength_;
     DWORD scanStop_;
     int scanCount_;
+    // The stop bytes of the last few stop sets, each repeated sixteen
+    // times for a wide compare (a set has few bytes; a scan is short).
+    struct StopSet {
+        DWORD classes;
+        int count; // 0: the table decides
+        BYTE pattern[8][16];
+    } stops_[4];
+    unsigned stopNext_;
+    const StopSet &Stops(DWORD stopClasses);
+    const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
 };
 
 // 16-bit little-endian text; codes above 127 are name characters.

@@ -94,32 +94,6 @@ bool StopBytes(DWORD stopClasses, BYTE *bytes, int *count)
     return true;
 }
 
-// The first byte from p whose class is in stopClasses, or end. Stop
-// classes never include class 0, so bytes from 0x80 never stop.
-const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
-{
-#if defined(__SSE2__)
-    BYTE bytes[12];
-    int n;
-    if (end - p >= 16 && StopBytes(stopClasses, bytes, &n) && n > 0) {
-        __m128i want[12];
-        for (int i = 0; i < n; i++)
-            want[i] = _mm_set1_epi8((char)bytes[i]);
-        for (; end - p >= 16; p += 16) {
-            __m128i v = _mm_loadu_si128((const __m128i *)p);
-            __m128i hit = _mm_cmpeq_epi8(v, want[0]);
-            for (int i = 1; i < n; i++)
-                hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, want[i]));
-            if (int m = _mm_movemask_epi8(hit))
-                return p + __builtin_ctz((unsigned)m);
-        }
-    }
-#endif
-    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
-        p++;
-    return p;
-}
-
 bool IsAscii(const BYTE *p, size_t n)
 {
     for (size_t i = 0; i < n; i++)
@@ -182,8 +156,10 @@ ULONG STDMETHODCALLTYPE ZvXMLEncodingUtf::Release()
 // ---- 8-bit ----
 
 ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size)
-    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0)
+    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0), stopNext_(0)
 {
+    for (StopSet &st : stops_)
+        st.classes = 0, st.count = 0;
 }
 
 HRESULT ZvXMLEncodingUtf8::Advance()
@@ -243,6 +219,49 @@ int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
     buffer[count] = 0;
     cursor_ += n;
     return count;
+}
+
+const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
+{
+    for (const StopSet &s : stops_)
+        if (s.classes == stopClasses)
+            return s;
+    StopSet &s = stops_[stopNext_++ % 4];
+    BYTE bytes[12];
+    int n = 0;
+    if (!StopBytes(stopClasses, bytes, &n))
+        n = 0;
+    s.classes = stopClasses;
+    s.count = n;
+    for (int i = 0; i < n; i++)
+        memset(s.pattern[i], bytes[i], 16);
+    return s;
+}
+
+// The first byte from p whose class is in stopClasses, or end. Stop
+// classes never include class 0, so bytes from 0x80 never stop.
+const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
+{
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        const StopSet &s = Stops(stopClasses);
+        const int n = s.count;
+        if (n > 0) {
+            const __m128i *want = (const __m128i *)s.pattern;
+            for (; end - p >= 16; p += 16) {
+                __m128i v = _mm_loadu_si128((const __m128i *)p);
+                __m128i hit = _mm_cmpeq_epi8(v, _mm_loadu_si128(want));
+                for (int i = 1; i < n; i++)
+                    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_loadu_si128(want + i)));
+                if (int m = _mm_movemask_epi8(hit))
+                    return p + __builtin_ctz((unsigned)m);
+            }
+        }
+    }
+#endif
+    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
+        p++;
+    return p;
 }
 
 // ---- 16-bit ----
