@@ -138,6 +138,17 @@ public:
     int Match(const WCHAR *text, int length, BOOL caseSensitive) override;
     int CopyUntil(DWORD stopClasses, WCHAR *buffer) override;
     BOOL AtEnd() override { return cursor_ >= size_; }
+    // Where the code page has one byte a character: the bytes from the
+    // cursor up to the first of stopClasses, cursor unmoved. False on other
+    // pages (CopyUntil then converts).
+    bool Span(DWORD stopClasses, const BYTE **start, size_t *length);
+    // Span's bytes as characters, terminated, and the cursor past them. The
+    // buffer needs 32 bytes of room beyond the terminator: ASCII is
+    // written sixteen characters at a time.
+    void TakeSpan(const BYTE *start, size_t length, WCHAR *buffer);
+    // Span's bytes equal text (a terminated string)?
+    bool SpanEquals(const BYTE *start, size_t length, const WCHAR *text) const;
+    void Skip(size_t length) { cursor_ += length; }
 private:
     const struct ZvXMLAnsiPage *page_;
     // The counting pass remembers where it stopped, so that the copy that
@@ -219,6 +230,7 @@ private:
     HRESULT AddContent(tagXML_CONTENT_TYPE type, tagZVXML_CONTENT **content);
     void DropLastContent(tagZVXML_CONTENT *content);
     WCHAR *CopyString(DWORD stopClasses, int *length);
+    bool EndTagMatches(bool *matches);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();
     // Every document's encoding is one of the two forms above.

@@ -297,6 +297,22 @@ static int CopyUntil(ZvXMLEncodingUtf *e, DWORD stopClasses, WCHAR *buffer)
 
 WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
 {
+    const BYTE *span;
+    size_t n8;
+    ZvXMLEncodingUtf *e = Enc();
+    if (!e->Wide() && static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8)) {
+        // Room for the wide stores past the end, handed back at once.
+        const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
+        WCHAR *s = (WCHAR *)Alloc(bytes + slack);
+        if (!s)
+            return nullptr;
+        static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
+        if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
+            m_blockUsed -= slack;
+        if (length)
+            *length = (int)n8;
+        return s;
+    }
     int n = CopyUntil(Enc(), stopClasses, nullptr);
     if (n < 0)
         return nullptr;
@@ -559,9 +575,32 @@ HRESULT CZvXML_Document::ParseAttributes()
     }
 }
 
+// An end tag's name compared where it stands, without a copy; false when
+// the form needs the copy.
+bool CZvXML_Document::EndTagMatches(bool *matches)
+{
+    const BYTE *span;
+    size_t n;
+    ZvXMLEncodingUtf *e = Enc();
+    if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(kStopGt, &span, &n))
+        return false;
+    auto *u = static_cast<ZvXMLEncodingUtf8 *>(e);
+    *matches = m_current && u->SpanEquals(span, n, m_current->name);
+    u->Skip(n);
+    return true;
+}
+
 HRESULT CZvXML_Document::ParseEndTag()
 {
     Enc()->Step();
+    bool same;
+    if (EndTagMatches(&same)) {
+        if (!same)
+            return E_FAIL;
+        HRESULT hr = CloseElement();
+        m_current = m_current->content->parent;
+        return hr;
+    }
     int n = 0;
     ULONGLONG mark = m_blockUsed;
     ZvXMLBlock *block = m_blocks;

@@ -221,6 +221,60 @@ int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
     return count;
 }
 
+bool ZvXMLEncodingUtf8::Span(DWORD stopClasses, const BYTE **start, size_t *length)
+{
+    if (!page_->singleByte)
+        return false;
+    const BYTE *p = data_ + cursor_;
+    size_t n = (size_t)(ScanTo(p, data_ + size_, stopClasses) - p);
+    if (n > 0x3FFFFFF0u)
+        return false;
+    *start = p;
+    *length = n;
+    return true;
+}
+
+void ZvXMLEncodingUtf8::TakeSpan(const BYTE *p, size_t n, WCHAR *out)
+{
+    const WCHAR *map = page_->map;
+    size_t i = 0;
+#if defined(__SSE2__)
+    const BYTE *end = data_ + size_;
+    const __m128i zero = _mm_setzero_si128();
+    for (; i < n && end - (p + i) >= 16; i += 16) {
+        __m128i v = _mm_loadu_si128((const __m128i *)(p + i));
+        unsigned high = (unsigned)_mm_movemask_epi8(v);
+        if (n - i < 16)
+            high &= (1u << (n - i)) - 1;
+        if (high) {
+            for (size_t k = i; k < i + 16 && k < n; k++)
+                out[k] = map[p[k]];
+        } else {
+            _mm_storeu_si128((__m128i *)(out + i), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128((__m128i *)(out + i + 8), _mm_unpackhi_epi8(v, zero));
+        }
+    }
+#endif
+    for (; i < n; i++)
+        out[i] = map[p[i]];
+    out[n] = 0;
+    cursor_ += n;
+}
+
+bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) const
+{
+    const WCHAR *map = page_->map;
+    // As a comparison of terminated strings: a zero byte ends the name.
+    for (size_t i = 0; i < n; i++) {
+        WCHAR c = map[p[i]];
+        if (!c)
+            return !text[i];
+        if (text[i] != c)
+            return false;
+    }
+    return !text[n];
+}
+
 const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
 {
     for (const StopSet &s : stops_)
