@@ -121,6 +121,18 @@ public:
             cursor_ += unit_;
     }
     bool Wide() const { return unit_ == 2; }
+    // Moves to the first character whose class is in classes (which holds
+    // ZVXMLC_END) or to the end.
+    void SkipUntil(DWORD classes)
+    {
+        if (unit_ == 1) {
+            while (cursor_ < size_ && !((classes >> g_zvXMLClasses.c[data_[cursor_]]) & 1))
+                cursor_++;
+        } else {
+            while (!((classes >> ClassHere()) & 1))
+                cursor_ += 2;
+        }
+    }
 protected:
     volatile LONG refs_;
     const BYTE *data_;
@@ -163,8 +175,7 @@ private:
         DWORD classes;
         int count; // 0: the table decides
         BYTE pattern[8][16];
-    } stops_[4];
-    unsigned stopNext_;
+    } stops_[8]; // by a hash of the classes
     const StopSet &Stops(DWORD stopClasses);
     const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
 };
@@ -255,6 +266,7 @@ private:
     // Records and strings of the tree, at their exact sizes, from large
     // blocks that close frees at once.
     void *Alloc(size_t bytes);
+    void *AllocBlock(size_t bytes);
     void FreeBlocks();
     struct ZvXMLBlock *m_blocks;
     size_t m_blockUsed;

@@ -73,6 +73,11 @@ const DWORD kStopName = ZVXML_CLASSBIT(ZVXMLC_BLANK) | ZVXML_CLASSBIT(ZVXMLC_SLA
 const DWORD kStopText = ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopGt = ZVXML_CLASSBIT(ZVXMLC_GT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopEq = ZVXML_CLASSBIT(ZVXMLC_EQ) | ZVXML_CLASSBIT(ZVXMLC_END);
+// The classes at which the main loop starts an item.
+const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SYMBOL) |
+                          ZVXML_CLASSBIT(ZVXMLC_PERCENT) | ZVXML_CLASSBIT(ZVXMLC_AMP) |
+                          ZVXML_CLASSBIT(ZVXMLC_MINUS) | ZVXML_CLASSBIT(ZVXMLC_DIGIT) |
+                          ZVXML_CLASSBIT(ZVXMLC_NAME) | ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
 
 } // namespace
@@ -113,31 +118,37 @@ CZvXML_Document::~CZvXML_Document()
 
 // Blocks double up to a limit; a request larger than a block gets its own,
 // linked behind the current one so the current one stays in use.
-void *CZvXML_Document::Alloc(size_t bytes)
+void *CZvXML_Document::AllocBlock(size_t bytes)
+{
+    size_t size = m_blocks ? m_blocks->size * 2 : kFirstBlock;
+    if (size > kLargestBlock)
+        size = kLargestBlock;
+    bool own = bytes > size / 4;
+    if (own)
+        size = bytes;
+    ZvXMLBlock *b = TakeCached(size);
+    if (!b)
+        b = (ZvXMLBlock *)HeapAlloc(GetProcessHeap(), 0, offsetof(ZvXMLBlock, data) + size);
+    if (!b)
+        return nullptr;
+    b->size = size;
+    if (own && m_blocks) {
+        b->next = m_blocks->next;
+        m_blocks->next = b;
+        return b->data;
+    }
+    b->next = m_blocks;
+    m_blocks = b;
+    m_blockUsed = bytes;
+    return b->data;
+}
+
+// Records and strings come one after the other from the current block.
+inline void *CZvXML_Document::Alloc(size_t bytes)
 {
     bytes = (bytes + 7) & ~(size_t)7;
-    if (!m_blocks || m_blocks->size - m_blockUsed < bytes) {
-        size_t size = m_blocks ? m_blocks->size * 2 : kFirstBlock;
-        if (size > kLargestBlock)
-            size = kLargestBlock;
-        bool own = bytes > size / 4;
-        if (own)
-            size = bytes;
-        ZvXMLBlock *b = TakeCached(size);
-        if (!b)
-            b = (ZvXMLBlock *)HeapAlloc(GetProcessHeap(), 0, offsetof(ZvXMLBlock, data) + size);
-        if (!b)
-            return nullptr;
-        b->size = size;
-        if (own && m_blocks) {
-            b->next = m_blocks->next;
-            m_blocks->next = b;
-            return b->data;
-        }
-        b->next = m_blocks;
-        m_blocks = b;
-        m_blockUsed = 0;
-    }
+    if (!m_blocks || m_blocks->size - m_blockUsed < bytes)
+        return AllocBlock(bytes);
     void *p = m_blocks->data + m_blockUsed;
     m_blockUsed += bytes;
     return p;
@@ -389,7 +400,8 @@ HRESULT CZvXML_Document::ParseFile()
             hr = ParseLT();
             break;
         default:
-            Enc()->Step();
+            // Text that starts with another class is dropped.
+            Enc()->SkipUntil(kStartsItem);
             break;
         }
     }

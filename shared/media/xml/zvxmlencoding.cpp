@@ -156,7 +156,7 @@ ULONG STDMETHODCALLTYPE ZvXMLEncodingUtf::Release()
 // ---- 8-bit ----
 
 ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size)
-    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0), stopNext_(0)
+    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0)
 {
     for (StopSet &st : stops_)
         st.classes = 0, st.count = 0;
@@ -277,10 +277,9 @@ bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) c
 
 const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
 {
-    for (const StopSet &s : stops_)
-        if (s.classes == stopClasses)
-            return s;
-    StopSet &s = stops_[stopNext_++ % 4];
+    StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
+    if (s.classes == stopClasses)
+        return s;
     BYTE bytes[12];
     int n = 0;
     if (!StopBytes(stopClasses, bytes, &n))
