@@ -177,6 +177,7 @@ private:
         BYTE pattern[8][16];
     } stops_[8]; // by a hash of the classes
     const StopSet &Stops(DWORD stopClasses);
+    const StopSet &FillStops(StopSet &set, DWORD stopClasses);
     const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
 };
 

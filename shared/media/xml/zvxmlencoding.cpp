@@ -189,6 +189,51 @@ int ZvXMLEncodingUtf8::Match(const WCHAR *text, int length, BOOL caseSensitive)
     return 0;
 }
 
+inline const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
+{
+    StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
+    return s.classes == stopClasses ? s : FillStops(s, stopClasses);
+}
+
+__attribute__((noinline)) const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::FillStops(StopSet &s, DWORD stopClasses)
+{
+    BYTE bytes[12];
+    int n = 0;
+    if (!StopBytes(stopClasses, bytes, &n))
+        n = 0;
+    s.classes = stopClasses;
+    s.count = n;
+    for (int i = 0; i < n; i++)
+        memset(s.pattern[i], bytes[i], 16);
+    return s;
+}
+
+// The first byte from p whose class is in stopClasses, or end. Stop
+// classes never include class 0, so bytes from 0x80 never stop.
+inline const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
+{
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        const StopSet &s = Stops(stopClasses);
+        const int n = s.count;
+        if (n > 0) {
+            const __m128i *want = (const __m128i *)s.pattern;
+            for (; end - p >= 16; p += 16) {
+                __m128i v = _mm_loadu_si128((const __m128i *)p);
+                __m128i hit = _mm_cmpeq_epi8(v, _mm_loadu_si128(want));
+                for (int i = 1; i < n; i++)
+                    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_loadu_si128(want + i)));
+                if (int m = _mm_movemask_epi8(hit))
+                    return p + __builtin_ctz((unsigned)m);
+            }
+        }
+    }
+#endif
+    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
+        p++;
+    return p;
+}
+
 int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
 {
     const BYTE *p = data_ + cursor_, *end = data_ + size_;
@@ -273,48 +318,6 @@ bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) c
             return false;
     }
     return !text[n];
-}
-
-const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
-{
-    StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
-    if (s.classes == stopClasses)
-        return s;
-    BYTE bytes[12];
-    int n = 0;
-    if (!StopBytes(stopClasses, bytes, &n))
-        n = 0;
-    s.classes = stopClasses;
-    s.count = n;
-    for (int i = 0; i < n; i++)
-        memset(s.pattern[i], bytes[i], 16);
-    return s;
-}
-
-// The first byte from p whose class is in stopClasses, or end. Stop
-// classes never include class 0, so bytes from 0x80 never stop.
-const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
-{
-#if defined(__SSE2__)
-    if (end - p >= 16) {
-        const StopSet &s = Stops(stopClasses);
-        const int n = s.count;
-        if (n > 0) {
-            const __m128i *want = (const __m128i *)s.pattern;
-            for (; end - p >= 16; p += 16) {
-                __m128i v = _mm_loadu_si128((const __m128i *)p);
-                __m128i hit = _mm_cmpeq_epi8(v, _mm_loadu_si128(want));
-                for (int i = 1; i < n; i++)
-                    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_loadu_si128(want + i)));
-                if (int m = _mm_movemask_epi8(hit))
-                    return p + __builtin_ctz((unsigned)m);
-            }
-        }
-    }
-#endif
-    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
-        p++;
-    return p;
 }
 
 // ---- 16-bit ----
