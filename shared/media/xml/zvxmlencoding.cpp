@@ -218,6 +218,12 @@ inline const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWO
         const int n = s.count;
         if (n > 0) {
             const __m128i *want = (const __m128i *)s.pattern;
+            if (n == 1) { // most sets: "<", ">", "=" or a quote
+                const __m128i one = _mm_loadu_si128(want);
+                for (; end - p >= 16; p += 16)
+                    if (int m = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128((const __m128i *)p), one)))
+                        return p + __builtin_ctz((unsigned)m);
+            }
             for (; end - p >= 16; p += 16) {
                 __m128i v = _mm_loadu_si128((const __m128i *)p);
                 __m128i hit = _mm_cmpeq_epi8(v, _mm_loadu_si128(want));
