@@ -103,22 +103,31 @@ bool IsAscii(const BYTE *p, size_t n)
 }
 
 // Bytes to characters through the page's map; runs of ASCII (which every
-// map keeps as it is) widen sixteen at a time.
-void Widen(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map)
+// map keeps as it is) widen sixteen at a time. With room past the end (32
+// bytes beyond n characters) a last short run is widened whole as well;
+// readable is how many bytes from p may be loaded.
+inline void Widen(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map, size_t readable, bool roomPast)
 {
     size_t i = 0;
 #if defined(__SSE2__)
     const __m128i zero = _mm_setzero_si128();
-    for (; i + 16 <= n; i += 16) {
+    size_t wide = roomPast ? n : n & ~(size_t)15;
+    for (; i < wide && readable - i >= 16; i += 16) {
         __m128i v = _mm_loadu_si128((const __m128i *)(p + i));
-        if (_mm_movemask_epi8(v)) {
-            for (size_t k = i; k < i + 16; k++)
+        unsigned high = (unsigned)_mm_movemask_epi8(v);
+        if (n - i < 16)
+            high &= (1u << (n - i)) - 1;
+        if (high) {
+            for (size_t k = i; k < i + 16 && k < n; k++)
                 out[k] = map[p[k]];
         } else {
             _mm_storeu_si128((__m128i *)(out + i), _mm_unpacklo_epi8(v, zero));
             _mm_storeu_si128((__m128i *)(out + i + 8), _mm_unpackhi_epi8(v, zero));
         }
     }
+#else
+    (void)readable;
+    (void)roomPast;
 #endif
     for (; i < n; i++)
         out[i] = map[p[i]];
@@ -264,7 +273,7 @@ int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
     if (!buffer)
         return count;
     if (count == (int)n)
-        Widen(p, (size_t)n, buffer, page.map);
+        Widen(p, (size_t)n, buffer, page.map, (size_t)n, false);
     else
         MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, buffer, count);
     buffer[count] = 0;
@@ -287,27 +296,7 @@ bool ZvXMLEncodingUtf8::Span(DWORD stopClasses, const BYTE **start, size_t *leng
 
 void ZvXMLEncodingUtf8::TakeSpan(const BYTE *p, size_t n, WCHAR *out)
 {
-    const WCHAR *map = page_->map;
-    size_t i = 0;
-#if defined(__SSE2__)
-    const BYTE *end = data_ + size_;
-    const __m128i zero = _mm_setzero_si128();
-    for (; i < n && end - (p + i) >= 16; i += 16) {
-        __m128i v = _mm_loadu_si128((const __m128i *)(p + i));
-        unsigned high = (unsigned)_mm_movemask_epi8(v);
-        if (n - i < 16)
-            high &= (1u << (n - i)) - 1;
-        if (high) {
-            for (size_t k = i; k < i + 16 && k < n; k++)
-                out[k] = map[p[k]];
-        } else {
-            _mm_storeu_si128((__m128i *)(out + i), _mm_unpacklo_epi8(v, zero));
-            _mm_storeu_si128((__m128i *)(out + i + 8), _mm_unpackhi_epi8(v, zero));
-        }
-    }
-#endif
-    for (; i < n; i++)
-        out[i] = map[p[i]];
+    Widen(p, n, out, page_->map, (size_t)(data_ + size_ - p), true);
     out[n] = 0;
     cursor_ += n;
 }
