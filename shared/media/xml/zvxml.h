@@ -88,24 +88,61 @@ struct IZvXMLEncoding {
     virtual BOOL AtEnd() = 0;
 };
 
+// Class of each byte (the table of the syntax), filled at compile time.
+struct ZvXMLClassTable {
+    BYTE c[256];
+};
+extern const ZvXMLClassTable g_zvXMLClasses;
+
 class ZvXMLEncodingUtf : public IZvXMLEncoding, public ZvGlobalObject {
 public:
-    ZvXMLEncodingUtf(const BYTE *data, ULONGLONG size) : refs_(1), data_(data), size_(size), cursor_(0) {}
+    ZvXMLEncodingUtf(const BYTE *data, ULONGLONG size, unsigned unit)
+        : refs_(1), data_(data), size_(size), cursor_(0), unit_(unit) {}
     virtual ~ZvXMLEncodingUtf() {}
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **out) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
     void DeleteThis() override { delete this; }
     ULONGLONG Cursor() const { return cursor_; }
+    // The same as Class and Advance, without a virtual call: the parser's
+    // loop asks for one class per character.
+    int ClassHere() const
+    {
+        if (cursor_ + unit_ > size_)
+            return ZVXMLC_END;
+        unsigned c = data_[cursor_];
+        if (unit_ == 2 && (c |= (unsigned)data_[cursor_ + 1] << 8) > 127)
+            return ZVXMLC_NAME;
+        return g_zvXMLClasses.c[c];
+    }
+    void Step()
+    {
+        if (cursor_ + unit_ <= size_)
+            cursor_ += unit_;
+    }
+    bool Wide() const { return unit_ == 2; }
+    // Moves to the first character whose class is in classes (which holds
+    // ZVXMLC_END) or to the end.
+    void SkipUntil(DWORD classes)
+    {
+        if (unit_ == 1) {
+            while (cursor_ < size_ && !((classes >> g_zvXMLClasses.c[data_[cursor_]]) & 1))
+                cursor_++;
+        } else {
+            while (!((classes >> ClassHere()) & 1))
+                cursor_ += 2;
+        }
+    }
 protected:
     volatile LONG refs_;
     const BYTE *data_;
     ULONGLONG size_;
     ULONGLONG cursor_;   // in bytes
+    unsigned unit_;      // bytes per character
 };
 
 // 8-bit text: bytes are characters of the system ANSI code page.
-class ZvXMLEncodingUtf8 : public ZvXMLEncodingUtf {
+class ZvXMLEncodingUtf8 final : public ZvXMLEncodingUtf {
 public:
     ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size);
     HRESULT Advance() override;
@@ -113,12 +150,41 @@ public:
     int Match(const WCHAR *text, int length, BOOL caseSensitive) override;
     int CopyUntil(DWORD stopClasses, WCHAR *buffer) override;
     BOOL AtEnd() override { return cursor_ >= size_; }
+    // Where the code page has one byte a character: the bytes from the
+    // cursor up to the first of stopClasses, cursor unmoved. False on other
+    // pages (CopyUntil then converts).
+    bool Span(DWORD stopClasses, const BYTE **start, size_t *length);
+    // Span's bytes as characters, terminated, and the cursor past them. The
+    // buffer needs 32 bytes of room beyond the terminator: ASCII is
+    // written sixteen characters at a time.
+    void TakeSpan(const BYTE *start, size_t length, WCHAR *buffer);
+    // Span's bytes equal text (a terminated string)?
+    bool SpanEquals(const BYTE *start, size_t length, const WCHAR *text) const;
+    void Skip(size_t length) { cursor_ += length; }
+private:
+    const struct ZvXMLAnsiPage *page_;
+    // The counting pass remembers where it stopped, so that the copy that
+    // follows it does not scan the same bytes again.
+    ULONGLONG scanFrom_;
+    ULONGLONG scanLength_;
+    DWORD scanStop_;
+    int scanCount_;
+    // The stop bytes of the last few stop sets, each repeated sixteen
+    // times for a wide compare (a set has few bytes; a scan is short).
+    struct StopSet {
+        DWORD classes;
+        int count; // 0: the table decides
+        BYTE pattern[8][16];
+    } stops_[8]; // by a hash of the classes
+    const StopSet &Stops(DWORD stopClasses);
+    const StopSet &FillStops(StopSet &set, DWORD stopClasses);
+    const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
 };
 
 // 16-bit little-endian text; codes above 127 are name characters.
-class ZvXMLEncodingUtf16 : public ZvXMLEncodingUtf {
+class ZvXMLEncodingUtf16 final : public ZvXMLEncodingUtf {
 public:
-    ZvXMLEncodingUtf16(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size & ~1ull) {}
+    ZvXMLEncodingUtf16(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size & ~1ull, 2) {}
     HRESULT Advance() override;
     int Class() override;
     int Match(const WCHAR *text, int length, BOOL caseSensitive) override;
@@ -176,8 +242,11 @@ private:
     HRESULT AddContent(tagXML_CONTENT_TYPE type, tagZVXML_CONTENT **content);
     void DropLastContent(tagZVXML_CONTENT *content);
     WCHAR *CopyString(DWORD stopClasses, int *length);
+    bool EndTagMatches(bool *matches);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();
+    // Every document's encoding is one of the two forms above.
+    ZvXMLEncodingUtf *Enc() const { return static_cast<ZvXMLEncodingUtf *>(m_encoding); }
 
 public:
     ULONGLONG m_dataSize;
@@ -198,6 +267,7 @@ private:
     // Records and strings of the tree, at their exact sizes, from large
     // blocks that close frees at once.
     void *Alloc(size_t bytes);
+    void *AllocBlock(size_t bytes);
     void FreeBlocks();
     struct ZvXMLBlock *m_blocks;
     size_t m_blockUsed;

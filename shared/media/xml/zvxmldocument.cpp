@@ -73,6 +73,11 @@ const DWORD kStopName = ZVXML_CLASSBIT(ZVXMLC_BLANK) | ZVXML_CLASSBIT(ZVXMLC_SLA
 const DWORD kStopText = ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopGt = ZVXML_CLASSBIT(ZVXMLC_GT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopEq = ZVXML_CLASSBIT(ZVXMLC_EQ) | ZVXML_CLASSBIT(ZVXMLC_END);
+// The classes at which the main loop starts an item.
+const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SYMBOL) |
+                          ZVXML_CLASSBIT(ZVXMLC_PERCENT) | ZVXML_CLASSBIT(ZVXMLC_AMP) |
+                          ZVXML_CLASSBIT(ZVXMLC_MINUS) | ZVXML_CLASSBIT(ZVXMLC_DIGIT) |
+                          ZVXML_CLASSBIT(ZVXMLC_NAME) | ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
 
 } // namespace
@@ -113,31 +118,37 @@ CZvXML_Document::~CZvXML_Document()
 
 // Blocks double up to a limit; a request larger than a block gets its own,
 // linked behind the current one so the current one stays in use.
-void *CZvXML_Document::Alloc(size_t bytes)
+void *CZvXML_Document::AllocBlock(size_t bytes)
+{
+    size_t size = m_blocks ? m_blocks->size * 2 : kFirstBlock;
+    if (size > kLargestBlock)
+        size = kLargestBlock;
+    bool own = bytes > size / 4;
+    if (own)
+        size = bytes;
+    ZvXMLBlock *b = TakeCached(size);
+    if (!b)
+        b = (ZvXMLBlock *)HeapAlloc(GetProcessHeap(), 0, offsetof(ZvXMLBlock, data) + size);
+    if (!b)
+        return nullptr;
+    b->size = size;
+    if (own && m_blocks) {
+        b->next = m_blocks->next;
+        m_blocks->next = b;
+        return b->data;
+    }
+    b->next = m_blocks;
+    m_blocks = b;
+    m_blockUsed = bytes;
+    return b->data;
+}
+
+// Records and strings come one after the other from the current block.
+inline void *CZvXML_Document::Alloc(size_t bytes)
 {
     bytes = (bytes + 7) & ~(size_t)7;
-    if (!m_blocks || m_blocks->size - m_blockUsed < bytes) {
-        size_t size = m_blocks ? m_blocks->size * 2 : kFirstBlock;
-        if (size > kLargestBlock)
-            size = kLargestBlock;
-        bool own = bytes > size / 4;
-        if (own)
-            size = bytes;
-        ZvXMLBlock *b = TakeCached(size);
-        if (!b)
-            b = (ZvXMLBlock *)HeapAlloc(GetProcessHeap(), 0, offsetof(ZvXMLBlock, data) + size);
-        if (!b)
-            return nullptr;
-        b->size = size;
-        if (own && m_blocks) {
-            b->next = m_blocks->next;
-            m_blocks->next = b;
-            return b->data;
-        }
-        b->next = m_blocks;
-        m_blocks = b;
-        m_blockUsed = 0;
-    }
+    if (!m_blocks || m_blocks->size - m_blockUsed < bytes)
+        return AllocBlock(bytes);
     void *p = m_blocks->data + m_blockUsed;
     m_blockUsed += bytes;
     return p;
@@ -194,7 +205,7 @@ HRESULT CZvXML_Document::OpenMemory(const void *data, ULONGLONG size)
     if (size >= 2 && m_data[0] == 0xFF && m_data[1] == 0xFE) {
         m_encoding = new ZvXMLEncodingUtf16(m_data, size);
         if (m_encoding)
-            m_encoding->Advance();
+            Enc()->Step();
     } else {
         m_encoding = new ZvXMLEncodingUtf8(m_data, size);
     }
@@ -288,15 +299,38 @@ HRESULT CZvXML_Document::CloseFile()
 
 // ---- parsing ----
 
+// The two forms are final classes: calls through them are direct.
+static int CopyUntil(ZvXMLEncodingUtf *e, DWORD stopClasses, WCHAR *buffer)
+{
+    return e->Wide() ? static_cast<ZvXMLEncodingUtf16 *>(e)->CopyUntil(stopClasses, buffer)
+                     : static_cast<ZvXMLEncodingUtf8 *>(e)->CopyUntil(stopClasses, buffer);
+}
+
 WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
 {
-    int n = m_encoding->CopyUntil(stopClasses, nullptr);
+    const BYTE *span;
+    size_t n8;
+    ZvXMLEncodingUtf *e = Enc();
+    if (!e->Wide() && static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8)) {
+        // Room for the wide stores past the end, handed back at once.
+        const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
+        WCHAR *s = (WCHAR *)Alloc(bytes + slack);
+        if (!s)
+            return nullptr;
+        static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
+        if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
+            m_blockUsed -= slack;
+        if (length)
+            *length = (int)n8;
+        return s;
+    }
+    int n = CopyUntil(Enc(), stopClasses, nullptr);
     if (n < 0)
         return nullptr;
     WCHAR *s = (WCHAR *)Alloc(((size_t)n + 1) * sizeof(WCHAR));
     if (!s)
         return nullptr;
-    m_encoding->CopyUntil(stopClasses, s);
+    CopyUntil(Enc(), stopClasses, s);
     if (length)
         *length = n;
     return s;
@@ -344,7 +378,7 @@ HRESULT CZvXML_Document::ParseFile()
         return E_UNEXPECTED;
     HRESULT hr = S_OK;
     for (;;) {
-        switch (m_encoding->Class()) {
+        switch (Enc()->ClassHere()) {
         case ZVXMLC_END:
             // Elements still open get their contents as they stand; the
             // current element stays what it was.
@@ -366,7 +400,8 @@ HRESULT CZvXML_Document::ParseFile()
             hr = ParseLT();
             break;
         default:
-            m_encoding->Advance();
+            // Text that starts with another class is dropped.
+            Enc()->SkipUntil(kStartsItem);
             break;
         }
     }
@@ -374,8 +409,8 @@ HRESULT CZvXML_Document::ParseFile()
 
 HRESULT CZvXML_Document::ParseLT()
 {
-    m_encoding->Advance();
-    switch (m_encoding->Class()) {
+    Enc()->Step();
+    switch (Enc()->ClassHere()) {
     case ZVXMLC_BANG:
         return ParseMarkupDeclaration();
     case ZVXMLC_SLASH:
@@ -410,32 +445,32 @@ HRESULT CZvXML_Document::ParseText(tagXML_CONTENT_TYPE type)
 // "=" and an opening double quote; single quotes are refused.
 bool CZvXML_Document::PassEqualsQuote()
 {
-    if (m_encoding->Class() != ZVXMLC_EQ)
+    if (Enc()->ClassHere() != ZVXMLC_EQ)
         return false;
-    m_encoding->Advance();
-    if (m_encoding->Class() != ZVXMLC_QUOTE)
+    Enc()->Step();
+    if (Enc()->ClassHere() != ZVXMLC_QUOTE)
         return false;
-    m_encoding->Advance();
+    Enc()->Step();
     return true;
 }
 
 HRESULT CZvXML_Document::ParseXMLDeclaration()
 {
-    IZvXMLEncoding *enc = m_encoding;
-    enc->Advance();
+    ZvXMLEncodingUtf *enc = Enc();
+    enc->Step();
     if (enc->Match(L"xml", 3, TRUE) != 0)
         return E_FAIL;
     for (;;) {
-        int cls = enc->Class();
+        int cls = enc->ClassHere();
         if (cls == ZVXMLC_BLANK) {
-            enc->Advance();
+            enc->Step();
             continue;
         }
         if (cls == ZVXMLC_QUESTION) {
-            enc->Advance();
-            if (enc->Class() != ZVXMLC_GT)
+            enc->Step();
+            if (enc->ClassHere() != ZVXMLC_GT)
                 return E_FAIL;
-            enc->Advance();
+            enc->Step();
             return S_OK;
         }
         if (cls != ZVXMLC_NAME)
@@ -449,8 +484,8 @@ HRESULT CZvXML_Document::ParseXMLDeclaration()
         else if (enc->Match(L"standalone", 10, TRUE) == 0)
             field = m_standalone, capacity = 20;
         if (!field) {
-            while ((cls = enc->Class()) != ZVXMLC_BLANK && cls != ZVXMLC_QUESTION && cls != ZVXMLC_END)
-                enc->Advance();
+            while ((cls = enc->ClassHere()) != ZVXMLC_BLANK && cls != ZVXMLC_QUESTION && cls != ZVXMLC_END)
+                enc->Step();
             continue;
         }
         if (!PassEqualsQuote())
@@ -460,9 +495,9 @@ HRESULT CZvXML_Document::ParseXMLDeclaration()
         if (!value)
             return E_OUTOFMEMORY;
         lstrcpynW(field, value, capacity);
-        if (enc->Class() != ZVXMLC_QUOTE)
+        if (enc->ClassHere() != ZVXMLC_QUOTE)
             return E_FAIL;
-        enc->Advance();
+        enc->Step();
     }
 }
 
@@ -480,18 +515,18 @@ HRESULT CZvXML_Document::ParseStartTag()
         return E_OUTOFMEMORY;
     }
     m_current = &c->element;
-    while (m_encoding->Class() == ZVXMLC_BLANK)
-        m_encoding->Advance();
-    switch (m_encoding->Class()) {
+    while (Enc()->ClassHere() == ZVXMLC_BLANK)
+        Enc()->Step();
+    switch (Enc()->ClassHere()) {
     case ZVXMLC_SLASH:
         c->element.empty = 1;
         m_current = c->parent;
-        m_encoding->Advance();
-        if (m_encoding->Class() == ZVXMLC_GT)
-            m_encoding->Advance();
+        Enc()->Step();
+        if (Enc()->ClassHere() == ZVXMLC_GT)
+            Enc()->Step();
         return S_OK;
     case ZVXMLC_GT:
-        m_encoding->Advance();
+        Enc()->Step();
         hr = S_OK;
         break;
     case ZVXMLC_NAME:
@@ -519,16 +554,16 @@ HRESULT CZvXML_Document::ParseStartTag()
 
 HRESULT CZvXML_Document::ParseAttributes()
 {
-    IZvXMLEncoding *enc = m_encoding;
+    ZvXMLEncodingUtf *enc = Enc();
     tagZVXML_ELEMENT *e = m_current;
     for (;;) {
-        int cls = enc->Class();
+        int cls = enc->ClassHere();
         if (cls == ZVXMLC_GT)
             return S_OK;
         if (cls == ZVXMLC_SLASH) {
             e->empty = 1;
             m_current = e->content->parent;
-            enc->Advance();
+            enc->Step();
             return S_OK;
         }
         if (cls == ZVXMLC_END)
@@ -544,17 +579,40 @@ HRESULT CZvXML_Document::ParseAttributes()
             return E_FAIL;
         if (!(a->value = CopyString(kStopQuote, nullptr)))
             return E_OUTOFMEMORY;
-        if (enc->Class() != ZVXMLC_QUOTE)
+        if (enc->ClassHere() != ZVXMLC_QUOTE)
             return E_FAIL;
-        enc->Advance();
-        if (enc->Class() == ZVXMLC_BLANK)
-            enc->Advance();
+        enc->Step();
+        if (enc->ClassHere() == ZVXMLC_BLANK)
+            enc->Step();
     }
+}
+
+// An end tag's name compared where it stands, without a copy; false when
+// the form needs the copy.
+bool CZvXML_Document::EndTagMatches(bool *matches)
+{
+    const BYTE *span;
+    size_t n;
+    ZvXMLEncodingUtf *e = Enc();
+    if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(kStopGt, &span, &n))
+        return false;
+    auto *u = static_cast<ZvXMLEncodingUtf8 *>(e);
+    *matches = m_current && u->SpanEquals(span, n, m_current->name);
+    u->Skip(n);
+    return true;
 }
 
 HRESULT CZvXML_Document::ParseEndTag()
 {
-    m_encoding->Advance();
+    Enc()->Step();
+    bool same;
+    if (EndTagMatches(&same)) {
+        if (!same)
+            return E_FAIL;
+        HRESULT hr = CloseElement();
+        m_current = m_current->content->parent;
+        return hr;
+    }
     int n = 0;
     ULONGLONG mark = m_blockUsed;
     ZvXMLBlock *block = m_blocks;
@@ -575,14 +633,14 @@ HRESULT CZvXML_Document::ParseEndTag()
 
 HRESULT CZvXML_Document::ParseMarkupDeclaration()
 {
-    m_encoding->Advance();
+    Enc()->Step();
     HRESULT hr = S_OK;
     for (;;) {
-        switch (m_encoding->Class()) {
+        switch (Enc()->ClassHere()) {
         case ZVXMLC_END:
             return hr;
         case ZVXMLC_GT:
-            m_encoding->Advance();
+            Enc()->Step();
             return hr;
         case ZVXMLC_MINUS:
             hr = ParseComment();
@@ -591,7 +649,7 @@ HRESULT CZvXML_Document::ParseMarkupDeclaration()
             hr = ParseCDATA();
             break;
         default:
-            m_encoding->Advance();
+            Enc()->Step();
             break;
         }
     }
@@ -604,7 +662,7 @@ HRESULT CZvXML_Document::ParseCDATA() { return ParseBracketed(ZVXML_CDATA, L']')
 // ">" becomes part of the text. The cursor is left on the final ">".
 HRESULT CZvXML_Document::ParseBracketed(tagXML_CONTENT_TYPE type, WCHAR closer)
 {
-    IZvXMLEncoding *enc = m_encoding;
+    ZvXMLEncodingUtf *enc = Enc();
     WCHAR *text = nullptr;
     size_t length = 0;
     for (;;) {
@@ -625,7 +683,7 @@ HRESULT CZvXML_Document::ParseBracketed(tagXML_CONTENT_TYPE type, WCHAR closer)
         if (enc->AtEnd() || (length >= 2 && text[length - 1] == closer && text[length - 2] == closer))
             break;
         text[length++] = L'>';
-        enc->Advance();
+        enc->Step();
     }
     tagZVXML_CONTENT *c;
     HRESULT hr = AddContent(type, &c);

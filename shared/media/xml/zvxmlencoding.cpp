@@ -3,51 +3,50 @@
 // table; strings are measured in one pass and copied in a second.
 #include "zvxml.h"
 #include <string.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
-namespace {
-
-// Built once from the class rows of the syntax.
-struct ClassTable {
-    BYTE c[256];
-    ClassTable()
-    {
-        memset(c, 0, sizeof c); // controls and everything from 0x80
-        c['\t'] = c['\n'] = c['\r'] = c[' '] = 1;
-        c['!'] = 4;
-        c['"'] = 5;
-        c['#'] = 6;
-        c['$'] = c['@'] = c['\\'] = c['^'] = c['`'] = 7;
-        for (int i = 0x7B; i <= 0x7F; i++)
-            c[i] = 7;
-        c['%'] = 8;
-        c['&'] = 9;
-        c['\''] = 10; c['('] = 11; c[')'] = 12; c['*'] = 13; c['+'] = 14; c[','] = 15;
-        c['-'] = 16;
-        c['/'] = 17;
-        for (int i = '0'; i <= '9'; i++)
-            c[i] = 18;
-        c[':'] = 19;
-        c[';'] = 20;
-        c['<'] = 21;
-        c['='] = 22;
-        c['>'] = 23;
-        c['?'] = 24;
-        for (int i = 'a'; i <= 'z'; i++)
-            c[i] = c[i - 'a' + 'A'] = 26;
-        c['.'] = c['_'] = 26;
-        c['['] = 27;
-        c[']'] = 28;
-    }
-};
-const ClassTable kClasses;
+// Built at compile time from the class rows of the syntax.
+static constexpr ZvXMLClassTable MakeClassTable()
+{
+    ZvXMLClassTable t{}; // controls and everything from 0x80 are 0
+    t.c['\t'] = t.c['\n'] = t.c['\r'] = t.c[' '] = 1;
+    t.c['!'] = 4;
+    t.c['"'] = 5;
+    t.c['#'] = 6;
+    t.c['$'] = t.c['@'] = t.c['\\'] = t.c['^'] = t.c['`'] = 7;
+    for (int i = 0x7B; i <= 0x7F; i++)
+        t.c[i] = 7;
+    t.c['%'] = 8;
+    t.c['&'] = 9;
+    t.c['\''] = 10; t.c['('] = 11; t.c[')'] = 12; t.c['*'] = 13; t.c['+'] = 14; t.c[','] = 15;
+    t.c['-'] = 16;
+    t.c['/'] = 17;
+    for (int i = '0'; i <= '9'; i++)
+        t.c[i] = 18;
+    t.c[':'] = 19;
+    t.c[';'] = 20;
+    t.c['<'] = 21;
+    t.c['='] = 22;
+    t.c['>'] = 23;
+    t.c['?'] = 24;
+    for (int i = 'a'; i <= 'z'; i++)
+        t.c[i] = t.c[i - 'a' + 'A'] = 26;
+    t.c['.'] = t.c['_'] = 26;
+    t.c['['] = 27;
+    t.c[']'] = 28;
+    return t;
+}
+const ZvXMLClassTable g_zvXMLClasses = MakeClassTable(); // declared extern in the header
 
 // The ANSI code page: a byte-to-character table where it is single-byte,
 // else the system's converter. Chosen once per process.
-struct AnsiPage {
+struct ZvXMLAnsiPage {
     UINT cp;
     bool singleByte;
     WCHAR map[256];
-    AnsiPage()
+    ZvXMLAnsiPage()
     {
         cp = GetACP();
         CPINFO info;
@@ -61,10 +60,77 @@ struct AnsiPage {
         }
     }
 };
-const AnsiPage &Ansi()
+
+namespace {
+
+const ZvXMLClassTable &kClasses = g_zvXMLClasses;
+
+const ZvXMLAnsiPage &Ansi()
 {
-    static const AnsiPage page;
+    static const ZvXMLAnsiPage page;
     return page;
+}
+
+// Stop bytes of a set of classes for a wide compare, or false when a class
+// in it has more than one byte besides the blanks (then the table decides).
+bool StopBytes(DWORD stopClasses, BYTE *bytes, int *count)
+{
+    static const char kSingle[30] = {0, 0, 0, 0, '!', '"', '#', 0, '%', '&', '\'', '(', ')', '*', '+',
+                                     ',', '-', '/', 0, ':', ';', '<', '=', '>', '?', 0, 0, '[', ']', 0};
+    int n = 0;
+    for (DWORD m = stopClasses & ~ZVXML_CLASSBIT(ZVXMLC_END); m; m &= m - 1) {
+        int c = __builtin_ctz(m);
+        if (c == ZVXMLC_BLANK) {
+            bytes[n++] = '\t'; bytes[n++] = '\n'; bytes[n++] = '\r'; bytes[n++] = ' ';
+        } else if (kSingle[c]) {
+            if (n == 8)
+                return false;
+            bytes[n++] = (BYTE)kSingle[c];
+        } else if (c == 0 || c == 7 || c == 18 || c == 26 || c > ZVXMLC_END) {
+            return false;
+        }
+    }
+    *count = n;
+    return true;
+}
+
+bool IsAscii(const BYTE *p, size_t n)
+{
+    for (size_t i = 0; i < n; i++)
+        if (p[i] >= 0x80)
+            return false;
+    return true;
+}
+
+// Bytes to characters through the page's map; runs of ASCII (which every
+// map keeps as it is) widen sixteen at a time. With room past the end (32
+// bytes beyond n characters) a last short run is widened whole as well;
+// readable is how many bytes from p may be loaded.
+inline void Widen(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map, size_t readable, bool roomPast)
+{
+    size_t i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    size_t wide = roomPast ? n : n & ~(size_t)15;
+    for (; i < wide && readable - i >= 16; i += 16) {
+        __m128i v = _mm_loadu_si128((const __m128i *)(p + i));
+        unsigned high = (unsigned)_mm_movemask_epi8(v);
+        if (n - i < 16)
+            high &= (1u << (n - i)) - 1;
+        if (high) {
+            for (size_t k = i; k < i + 16 && k < n; k++)
+                out[k] = map[p[k]];
+        } else {
+            _mm_storeu_si128((__m128i *)(out + i), _mm_unpacklo_epi8(v, zero));
+            _mm_storeu_si128((__m128i *)(out + i + 8), _mm_unpackhi_epi8(v, zero));
+        }
+    }
+#else
+    (void)readable;
+    (void)roomPast;
+#endif
+    for (; i < n; i++)
+        out[i] = map[p[i]];
 }
 
 inline WCHAR Lower(WCHAR c) { return c >= 'A' && c <= 'Z' ? (WCHAR)(c + 32) : c; }
@@ -98,9 +164,11 @@ ULONG STDMETHODCALLTYPE ZvXMLEncodingUtf::Release()
 
 // ---- 8-bit ----
 
-ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size) : ZvXMLEncodingUtf(data, size)
+ZvXMLEncodingUtf8::ZvXMLEncodingUtf8(const BYTE *data, ULONGLONG size)
+    : ZvXMLEncodingUtf(data, size, 1), page_(&Ansi()), scanFrom_(~0ull), scanLength_(0), scanStop_(0), scanCount_(0)
 {
-    Ansi();
+    for (StopSet &st : stops_)
+        st.classes = 0, st.count = 0;
 }
 
 HRESULT ZvXMLEncodingUtf8::Advance()
@@ -130,36 +198,121 @@ int ZvXMLEncodingUtf8::Match(const WCHAR *text, int length, BOOL caseSensitive)
     return 0;
 }
 
+inline const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
+{
+    StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
+    return s.classes == stopClasses ? s : FillStops(s, stopClasses);
+}
+
+__attribute__((noinline)) const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::FillStops(StopSet &s, DWORD stopClasses)
+{
+    BYTE bytes[12];
+    int n = 0;
+    if (!StopBytes(stopClasses, bytes, &n))
+        n = 0;
+    s.classes = stopClasses;
+    s.count = n;
+    for (int i = 0; i < n; i++)
+        memset(s.pattern[i], bytes[i], 16);
+    return s;
+}
+
+// The first byte from p whose class is in stopClasses, or end. Stop
+// classes never include class 0, so bytes from 0x80 never stop.
+inline const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
+{
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        const StopSet &s = Stops(stopClasses);
+        const int n = s.count;
+        if (n > 0) {
+            const __m128i *want = (const __m128i *)s.pattern;
+            if (n == 1) { // most sets: "<", ">", "=" or a quote
+                const __m128i one = _mm_loadu_si128(want);
+                for (; end - p >= 16; p += 16)
+                    if (int m = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128((const __m128i *)p), one)))
+                        return p + __builtin_ctz((unsigned)m);
+            }
+            for (; end - p >= 16; p += 16) {
+                __m128i v = _mm_loadu_si128((const __m128i *)p);
+                __m128i hit = _mm_cmpeq_epi8(v, _mm_loadu_si128(want));
+                for (int i = 1; i < n; i++)
+                    hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_loadu_si128(want + i)));
+                if (int m = _mm_movemask_epi8(hit))
+                    return p + __builtin_ctz((unsigned)m);
+            }
+        }
+    }
+#endif
+    while (p < end && !((stopClasses >> kClasses.c[*p]) & 1))
+        p++;
+    return p;
+}
+
 int ZvXMLEncodingUtf8::CopyUntil(DWORD stopClasses, WCHAR *buffer)
 {
     const BYTE *p = data_ + cursor_, *end = data_ + size_;
-    const BYTE *q = p;
-    // Stop classes never include class 0, so bytes from 0x80 never stop.
-    while (q < end && !((stopClasses >> kClasses.c[*q]) & 1))
-        q++;
-    ULONGLONG n = (ULONGLONG)(q - p);
-    if (n > 0x3FFFFFF0ull)
-        return -1;
-    const AnsiPage &page = Ansi();
-    int count = (int)n;
-    if (!page.singleByte && n) {
-        for (const BYTE *r = p; r < q; r++)
-            if (*r >= 0x80) {
-                count = MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, nullptr, 0);
-                break;
-            }
+    const ZvXMLAnsiPage &page = *page_;
+    ULONGLONG n;
+    int count;
+    if (cursor_ == scanFrom_ && stopClasses == scanStop_) {
+        n = scanLength_;
+        count = scanCount_;
+    } else {
+        n = (ULONGLONG)(ScanTo(p, end, stopClasses) - p);
+        if (n > 0x3FFFFFF0ull)
+            return -1;
+        count = (int)n;
+        if (!page.singleByte && n && !IsAscii(p, (size_t)n))
+            count = MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, nullptr, 0);
+        scanFrom_ = cursor_;
+        scanStop_ = stopClasses;
+        scanLength_ = n;
+        scanCount_ = count;
     }
     if (!buffer)
         return count;
-    if (count == (int)n) {
-        for (int i = 0; i < count; i++)
-            buffer[i] = page.map[p[i]];
-    } else {
+    if (count == (int)n)
+        Widen(p, (size_t)n, buffer, page.map, (size_t)n, false);
+    else
         MultiByteToWideChar(page.cp, 0, (const char *)p, (int)n, buffer, count);
-    }
     buffer[count] = 0;
     cursor_ += n;
     return count;
+}
+
+bool ZvXMLEncodingUtf8::Span(DWORD stopClasses, const BYTE **start, size_t *length)
+{
+    if (!page_->singleByte)
+        return false;
+    const BYTE *p = data_ + cursor_;
+    size_t n = (size_t)(ScanTo(p, data_ + size_, stopClasses) - p);
+    if (n > 0x3FFFFFF0u)
+        return false;
+    *start = p;
+    *length = n;
+    return true;
+}
+
+void ZvXMLEncodingUtf8::TakeSpan(const BYTE *p, size_t n, WCHAR *out)
+{
+    Widen(p, n, out, page_->map, (size_t)(data_ + size_ - p), true);
+    out[n] = 0;
+    cursor_ += n;
+}
+
+bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) const
+{
+    const WCHAR *map = page_->map;
+    // As a comparison of terminated strings: a zero byte ends the name.
+    for (size_t i = 0; i < n; i++) {
+        WCHAR c = map[p[i]];
+        if (!c)
+            return !text[i];
+        if (text[i] != c)
+            return false;
+    }
+    return !text[n];
 }
 
 // ---- 16-bit ----
