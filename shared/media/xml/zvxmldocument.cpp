@@ -1,7 +1,7 @@
 // CZvXML_Document: opening, the forgiving parse into a tree, and closing.
 // The parser is a loop over the class of the current character; a failed
 // inner parse does not stop it, only the last result is returned.
-#include "zvxml.h"
+#include "zvxmlspan.h"
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
