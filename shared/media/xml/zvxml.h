@@ -108,6 +108,8 @@ public:
     // loop asks for one class per character.
     int ClassHere() const
     {
+        if (unit_ == 1)
+            return cursor_ < size_ ? g_zvXMLClasses.c[data_[cursor_]] : (int)ZVXMLC_END;
         if (cursor_ + unit_ > size_)
             return ZVXMLC_END;
         unsigned c = data_[cursor_];
@@ -277,7 +279,14 @@ private:
     struct ZvXMLStack {
         void **items;
         int count, capacity;
-        HRESULT Push(void *item);
+        HRESULT Push(void *item)
+        {
+            if (count == capacity)
+                return Grow(item);
+            items[count++] = item;
+            return S_OK;
+        }
+        HRESULT Grow(void *item);
         void Free();
     } m_pending, m_opened, m_attributes;
 };

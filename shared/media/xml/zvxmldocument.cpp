@@ -82,17 +82,16 @@ const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_EN
 
 } // namespace
 
-HRESULT CZvXML_Document::ZvXMLStack::Push(void *item)
+// Push found the stack full.
+HRESULT CZvXML_Document::ZvXMLStack::Grow(void *item)
 {
-    if (count == capacity) {
-        int grown = capacity ? capacity * 2 : 64;
-        void *p = items ? HeapReAlloc(GetProcessHeap(), 0, items, (size_t)grown * sizeof(void *))
-                        : HeapAlloc(GetProcessHeap(), 0, (size_t)grown * sizeof(void *));
-        if (!p)
-            return E_OUTOFMEMORY;
-        items = (void **)p;
-        capacity = grown;
-    }
+    int grown = capacity ? capacity * 2 : 64;
+    void *p = items ? HeapReAlloc(GetProcessHeap(), 0, items, (size_t)grown * sizeof(void *))
+                    : HeapAlloc(GetProcessHeap(), 0, (size_t)grown * sizeof(void *));
+    if (!p)
+        return E_OUTOFMEMORY;
+    items = (void **)p;
+    capacity = grown;
     items[count++] = item;
     return S_OK;
 }

@@ -123,7 +123,7 @@ inline bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *
     const WCHAR *map = page_->map;
     // As a comparison of terminated strings: a zero byte ends the name.
     for (size_t i = 0; i < n; i++) {
-        WCHAR c = map[p[i]];
+        WCHAR c = p[i] < 0x80 ? (WCHAR)p[i] : map[p[i]]; // every map keeps ASCII
         if (!c)
             return !text[i];
         if (text[i] != c)
