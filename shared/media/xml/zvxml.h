@@ -243,7 +243,8 @@ private:
     bool PassEqualsQuote();
     HRESULT AddContent(tagXML_CONTENT_TYPE type, tagZVXML_CONTENT **content);
     void DropLastContent(tagZVXML_CONTENT *content);
-    WCHAR *CopyString(DWORD stopClasses, int *length);
+    __attribute__((always_inline)) WCHAR *CopyString(DWORD stopClasses, int *length);
+    WCHAR *CopyConverted(DWORD stopClasses, int *length);
     bool EndTagMatches(bool *matches);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();

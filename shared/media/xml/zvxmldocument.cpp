@@ -305,24 +305,30 @@ static int CopyUntil(ZvXMLEncodingUtf *e, DWORD stopClasses, WCHAR *buffer)
                      : static_cast<ZvXMLEncodingUtf8 *>(e)->CopyUntil(stopClasses, buffer);
 }
 
-WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
+// Inline where the parser asks for a string, so that the stop set is a
+// constant there; other forms and pages take the copy below.
+inline WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
 {
     const BYTE *span;
     size_t n8;
     ZvXMLEncodingUtf *e = Enc();
-    if (!e->Wide() && static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8)) {
-        // Room for the wide stores past the end, handed back at once.
-        const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
-        WCHAR *s = (WCHAR *)Alloc(bytes + slack);
-        if (!s)
-            return nullptr;
-        static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
-        if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
-            m_blockUsed -= slack;
-        if (length)
-            *length = (int)n8;
-        return s;
-    }
+    if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8))
+        return CopyConverted(stopClasses, length);
+    // Room for the wide stores past the end, handed back at once.
+    const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
+    WCHAR *s = (WCHAR *)Alloc(bytes + slack);
+    if (!s)
+        return nullptr;
+    static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
+    if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
+        m_blockUsed -= slack;
+    if (length)
+        *length = (int)n8;
+    return s;
+}
+
+WCHAR *CZvXML_Document::CopyConverted(DWORD stopClasses, int *length)
+{
     int n = CopyUntil(Enc(), stopClasses, nullptr);
     if (n < 0)
         return nullptr;
