@@ -372,24 +372,15 @@ HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask)
                 return hr;
         }
     }
-    // A raw chunk replaces the file's chunks of its id, as in RIFF: an update
-    // must not leave the old one beside the new.
     const std::vector<Bytes> *raw = (mask & ZVMETA_RAW) ? store.of(ZVMETA_RAW) : nullptr;
-    std::vector<DWORD> rawIds;
     for (size_t i = 0; raw && i < raw->size(); i++) {
         const Bytes &r = (*raw)[i];
         if (r.size() < 8 || Le32(&r[4]) != r.size() - 8)
             return ZVERR_MALFORMED;
         DWORD id = Swap(Le32(r.data()));
-        if (!IsOwnedId(id))
-            rawIds.push_back(id);
-    }
-    if (!rawIds.empty() && FAILED(hr = RemoveIffChunks(file, rawIds)))
-        return hr;
-    for (size_t i = 0; raw && i < raw->size(); i++) {
-        const Bytes &r = (*raw)[i];
-        DWORD id = Swap(Le32(r.data()));
-        if (!IsOwnedId(id) && FAILED(hr = AppendIffChunk(file, id, r.data() + 8, (DWORD)r.size() - 8)))
+        if (IsOwnedId(id))
+            continue;
+        if (FAILED(hr = AppendIffChunk(file, id, r.data() + 8, (DWORD)r.size() - 8)))
             return hr;
     }
     return S_OK;
@@ -414,6 +405,15 @@ HRESULT DeleteAiffKinds(HANDLE file, DWORD mask)
     if (mask & (ZVMETA_SAMPLER | ZVMETA_SAMPLER_AIFF))
         back &= ~ZVMETA_SAMPLER;
     return SUCCEEDED(hr) && back ? WriteAiffMeta(file, keep, back) : hr;
+}
+
+HRESULT DeleteAiffRawIds(HANDLE file, const std::vector<DWORD> &riffOrderIds)
+{
+    std::vector<DWORD> ids;
+    for (DWORD id : riffOrderIds)
+        if (!IsOwnedId(Swap(id)))
+            ids.push_back(Swap(id));
+    return ids.empty() ? S_OK : RemoveIffChunks(file, ids);
 }
 
 bool IsFormFile(HANDLE file)

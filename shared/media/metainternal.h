@@ -153,6 +153,9 @@ HRESULT WriteAiffMeta(HANDLE file, const Store &store, DWORD mask);
 // the summary; MARK and INST for markers and sampler information, writing
 // back the one of them not in mask).
 HRESULT DeleteAiffKinds(HANDLE file, DWORD mask);
+// Removes the chunks of the given ids (RIFF byte order, as raw items carry
+// them) from an AIFF or AIFC file; the file's own chunks are never touched.
+HRESULT DeleteAiffRawIds(HANDLE file, const std::vector<DWORD> &riffOrderIds);
 bool IsFormFile(HANDLE file);
 
 // The TCOD summary record (id, wide text) of an ARDEO clip's time code;

@@ -72,9 +72,11 @@ template <class Pick> HRESULT RemoveWhere(HANDLE file, bool w64, bool all, Pick 
     }
 }
 
-// Deletes the chunks the raw stream of the source names (RIFF only).
+// Deletes the chunks the raw stream of the source names, so that each
+// written raw chunk replaces the file's chunks of its id (RIFF and AIFF).
 void DeleteRawIds(HANDLE file, IZvReadMeta *meta)
 {
+    std::vector<DWORD> ids;
     IZvReadMeta *src = meta;
     IZvReadGenericMeta *generic = nullptr;
     if (FAILED(src->QueryInterface(IID_IZvReadGenericMeta, (void **)&generic)) || !generic)
@@ -94,9 +96,7 @@ void DeleteRawIds(HANDLE file, IZvReadMeta *meta)
                 if (FAILED(s->Read(&f, sizeof f, &got)) || got != sizeof f || f.recordSize < 8 ||
                     FAILED(s->Read(chunk, 8, &got)) || got != 8)
                     break;
-                DWORD id = chunk[0];
-                if (id != ZVRIFF_FMT && id != ZVRIFF_DATA && id != ZVRIFF_LIST && id != kZvpi)
-                    RemoveWhere(file, false, false, [id](const Chunk &c) { return c.id == id; });
+                ids.push_back(chunk[0]);
                 LARGE_INTEGER skip;
                 skip.QuadPart = (LONGLONG)f.recordSize - 8;
                 s->Seek(skip, STREAM_SEEK_CUR, nullptr);
@@ -106,6 +106,13 @@ void DeleteRawIds(HANDLE file, IZvReadMeta *meta)
         s = nullptr;
     }
     generic->Release();
+    if (IsFormFile(file)) {
+        DeleteAiffRawIds(file, ids);
+        return;
+    }
+    for (DWORD id : ids)
+        if (id != ZVRIFF_FMT && id != ZVRIFF_DATA && id != ZVRIFF_LIST && id != kZvpi)
+            RemoveWhere(file, false, false, [id](const Chunk &c) { return c.id == id; });
 }
 
 // The media file's own kinds: an AIFF or AIFC file takes its own chunks.
