@@ -80,6 +80,22 @@ const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SY
                           ZVXML_CLASSBIT(ZVXMLC_NAME) | ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
 
+// The header of every list of a tree, copied whole: clearing it and setting
+// its fields one by one cost more than the rest of the list. Made at start-up
+// rather than at compile time, so that the copy stays a copy (a constant one
+// becomes a slow string store).
+tZVLIST MakeListModel()
+{
+    tZVLIST m;
+    memset(&m, 0, sizeof m);
+    m.itemSize = sizeof(void *);
+    m.magic = ZVLIST_MAGIC;
+    m.options = ZVLIST_ANYTHREAD | ZVLIST_HEAPITEMS | ZVLIST_CALLERBLOCK;
+    m.growBy = 4;
+    return m;
+}
+const tZVLIST kListModel = MakeListModel();
+
 } // namespace
 
 // Push found the stack full.
@@ -169,14 +185,12 @@ tZVLIST *CZvXML_Document::MakeList(void *const *items, int count)
     tZVLIST *l = (tZVLIST *)Alloc(sizeof(tZVLIST) + (size_t)count * sizeof(void *));
     if (!l)
         return nullptr;
-    memset(l, 0, sizeof *l);
+    *l = kListModel;
     l->count = l->allocated = count;
-    l->itemSize = sizeof(void *);
-    l->data = (BYTE *)(l + 1);
-    l->magic = ZVLIST_MAGIC;
-    l->options = ZVLIST_ANYTHREAD | ZVLIST_HEAPITEMS | ZVLIST_CALLERBLOCK;
-    l->growBy = 4;
-    memcpy(l->data, items, (size_t)count * sizeof(void *));
+    void **to = (void **)(l + 1);
+    l->data = (BYTE *)to;
+    for (int i = 0; i < count; i++)
+        to[i] = items[i];
     return l;
 }
 
