@@ -104,6 +104,9 @@ public:
     ULONG STDMETHODCALLTYPE Release() override;
     void DeleteThis() override { delete this; }
     ULONGLONG Cursor() const { return cursor_; }
+    const BYTE *Here() const { return data_ + cursor_; }
+    ULONGLONG Left() const { return size_ - cursor_; }
+    void Skip(size_t bytes) { cursor_ += bytes; }
     // The same as Class and Advance, without a virtual call: the parser's
     // loop asks for one class per character.
     int ClassHere() const
@@ -162,7 +165,6 @@ public:
     void TakeSpan(const BYTE *start, size_t length, WCHAR *buffer);
     // Span's bytes equal text (a terminated string)?
     bool SpanEquals(const BYTE *start, size_t length, const WCHAR *text) const;
-    void Skip(size_t length) { cursor_ += length; }
 private:
     const struct ZvXMLAnsiPage *page_;
     // The counting pass remembers where it stopped, so that the copy that
@@ -275,8 +277,8 @@ private:
     struct ZvXMLBlock *m_blocks;
     size_t m_blockUsed;
     // While parsing: the contents of the open elements, one run each
-    // (m_opened holds where each open element's run starts), and the
-    // attributes of the tag being read.
+    // (m_opened holds where each open element's run starts and where its
+    // name stands), and the attributes of the tag being read.
     struct ZvXMLStack {
         void **items;
         int count, capacity;

@@ -78,6 +78,9 @@ const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SY
                           ZVXML_CLASSBIT(ZVXMLC_PERCENT) | ZVXML_CLASSBIT(ZVXMLC_AMP) |
                           ZVXML_CLASSBIT(ZVXMLC_MINUS) | ZVXML_CLASSBIT(ZVXMLC_DIGIT) |
                           ZVXML_CLASSBIT(ZVXMLC_NAME) | ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
+// Words on the open stack per open element: where its contents start, and
+// where its name stands in the document and how many bytes it takes.
+const int kOpenedWords = 3;
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
 
 // The header of every list of a tree, copied whole: clearing it and setting
@@ -197,7 +200,8 @@ tZVLIST *CZvXML_Document::MakeList(void *const *items, int count)
 // The current element is complete: its run of contents becomes its list.
 HRESULT CZvXML_Document::CloseElement()
 {
-    int start = (int)(INT_PTR)m_opened.items[--m_opened.count];
+    m_opened.count -= kOpenedWords;
+    int start = (int)(INT_PTR)m_opened.items[m_opened.count];
     int n = m_pending.count - start;
     m_pending.count = start;
     if (n > 0 && !(m_current->contents = MakeList(m_pending.items + start, n)))
@@ -528,11 +532,14 @@ HRESULT CZvXML_Document::ParseStartTag()
         return hr;
     if (!c)
         return E_FAIL; // a second top-level element has nowhere to go
+    const BYTE *nameAt = Enc()->Here();
     c->element.name = CopyString(kStopName, nullptr);
     if (!c->element.name) {
         DropLastContent(c);
         return E_OUTOFMEMORY;
     }
+    const BYTE *nameEnd = Enc()->Here();
+    int opened = m_opened.count;
     m_current = &c->element;
     while (Enc()->ClassHere() == ZVXMLC_BLANK)
         Enc()->Step();
@@ -563,8 +570,12 @@ HRESULT CZvXML_Document::ParseStartTag()
         DropLastContent(c);
         return hr;
     }
-    // Still open: its contents collect from here on.
-    if (!c->element.empty && FAILED(m_opened.Push((void *)(INT_PTR)m_pending.count))) {
+    // Still open: its contents collect from here on. Its name's bytes are
+    // kept for the end tag, which then needs no scan and no copy.
+    if (!c->element.empty && (FAILED(m_opened.Push((void *)(INT_PTR)m_pending.count)) ||
+                              FAILED(m_opened.Push((void *)nameAt)) ||
+                              FAILED(m_opened.Push((void *)(INT_PTR)(nameEnd - nameAt))))) {
+        m_opened.count = opened;
         DropLastContent(c);
         return E_OUTOFMEMORY;
     }
@@ -624,6 +635,22 @@ bool CZvXML_Document::EndTagMatches(bool *matches)
 HRESULT CZvXML_Document::ParseEndTag()
 {
     Enc()->Step();
+    if (m_opened.count) {
+        // The same bytes as the start tag's name, then ">": the name matches
+        // whatever the form (the start tag's name holds no ">").
+        ZvXMLEncodingUtf *e = Enc();
+        const BYTE *name = (const BYTE *)m_opened.items[m_opened.count - 2];
+        size_t bytes = (size_t)(INT_PTR)m_opened.items[m_opened.count - 1];
+        const BYTE *p = e->Here();
+        unsigned unit = e->Wide() ? 2 : 1;
+        if (e->Left() >= bytes + unit && p[bytes] == '>' && (unit == 1 || p[bytes + 1] == 0) &&
+            ZvXMLSameBytes(p, name, bytes)) {
+            e->Skip(bytes);
+            HRESULT hr = CloseElement();
+            m_current = m_current->content->parent;
+            return hr;
+        }
+    }
     bool same;
     if (EndTagMatches(&same)) {
         if (!same)

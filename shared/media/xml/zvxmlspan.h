@@ -60,6 +60,35 @@ inline void ZvXMLWiden(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map, si
         out[i] = map[p[i]];
 }
 
+// n bytes at a and b the same? Eight at a time, the last eight overlapping.
+inline bool ZvXMLSameBytes(const BYTE *a, const BYTE *b, size_t n)
+{
+    if (n >= 8) {
+        unsigned long long x, y;
+        for (size_t i = 0; i + 8 < n; i += 8) {
+            memcpy(&x, a + i, 8);
+            memcpy(&y, b + i, 8);
+            if (x != y)
+                return false;
+        }
+        memcpy(&x, a + n - 8, 8);
+        memcpy(&y, b + n - 8, 8);
+        return x == y;
+    }
+    if (n >= 4) {
+        unsigned x, y, z, w;
+        memcpy(&x, a, 4);
+        memcpy(&y, b, 4);
+        memcpy(&z, a + n - 4, 4);
+        memcpy(&w, b + n - 4, 4);
+        return x == y && z == w;
+    }
+    for (size_t i = 0; i < n; i++)
+        if (a[i] != b[i])
+            return false;
+    return true;
+}
+
 inline const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
 {
     StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
