@@ -81,6 +81,8 @@ const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SY
 // Words on the open stack per open element: where its contents start, and
 // where its name stands in the document and how many bytes it takes.
 const int kOpenedWords = 3;
+// Longer strings are refused (as out of memory): their lengths are ints.
+const size_t kLongestString = 0x3FFFFFF0u;
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
 
 // The header of every list of a tree, copied whole: clearing it and setting
@@ -332,16 +334,28 @@ inline WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
     ZvXMLEncodingUtf *e = Enc();
     if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8))
         return CopyConverted(stopClasses, length);
+    WCHAR *s = Widened(span, n8, static_cast<ZvXMLEncodingUtf8 *>(e)->Map(), (size_t)e->Left());
+    if (!s)
+        return nullptr;
+    e->Skip(n8);
+    if (length)
+        *length = (int)n8;
+    return s;
+}
+
+// n bytes at p as a terminated string of the tree; readable bytes from p may
+// be loaded.
+inline WCHAR *CZvXML_Document::Widened(const BYTE *p, size_t n, const WCHAR *map, size_t readable)
+{
     // Room for the wide stores past the end, handed back at once.
-    const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
+    const size_t slack = 32, bytes = ((n + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
     WCHAR *s = (WCHAR *)Alloc(bytes + slack);
     if (!s)
         return nullptr;
-    static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
+    ZvXMLWiden(p, n, s, map, readable, true);
+    s[n] = 0;
     if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
         m_blockUsed -= slack;
-    if (length)
-        *length = (int)n8;
     return s;
 }
 
@@ -585,6 +599,11 @@ HRESULT CZvXML_Document::ParseStartTag()
 HRESULT CZvXML_Document::ParseAttributes()
 {
     ZvXMLEncodingUtf *enc = Enc();
+    if (!enc->Wide()) {
+        auto *u = static_cast<ZvXMLEncodingUtf8 *>(enc);
+        if (const WCHAR *map = u->Map())
+            return ParseAttributes8(u, map);
+    }
     tagZVXML_ELEMENT *e = m_current;
     for (;;) {
         int cls = enc->ClassHere();
@@ -615,6 +634,71 @@ HRESULT CZvXML_Document::ParseAttributes()
         if (enc->ClassHere() == ZVXMLC_BLANK)
             enc->Step();
     }
+}
+
+// The same rules as above over the bytes of an 8-bit document on a one-byte
+// page, from a cursor of its own: most of a tag's time went on moving the
+// shared one.
+HRESULT CZvXML_Document::ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map)
+{
+    tagZVXML_ELEMENT *e = m_current;
+    const BYTE *const start = u->Here(), *const end = start + u->Left();
+    const BYTE *p = start;
+    HRESULT hr = S_OK;
+    for (;;) {
+        int cls = p < end ? g_zvXMLClasses.c[*p] : (int)ZVXMLC_END;
+        if (cls == ZVXMLC_GT)
+            break;
+        if (cls == ZVXMLC_SLASH) {
+            e->empty = 1;
+            m_current = e->content->parent;
+            p++;
+            break;
+        }
+        if (cls == ZVXMLC_END) {
+            hr = E_FAIL;
+            break;
+        }
+        tagZVXML_ATTRIBUTE *a = (tagZVXML_ATTRIBUTE *)Alloc(sizeof(tagZVXML_ATTRIBUTE));
+        if (!a || FAILED(m_attributes.Push(a))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        a->element = e;
+        a->value = nullptr;
+        const BYTE *q = u->ScanTo(p, end, kStopEq);
+        if ((size_t)(q - p) > kLongestString || !(a->name = Widened(p, (size_t)(q - p), map, (size_t)(end - p)))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        p = q;
+        // "=" and '"' are the only bytes of their classes.
+        if (p == end || *p != '=') {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        if (p == end || *p != '"') {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        q = u->ScanTo(p, end, kStopQuote);
+        if ((size_t)(q - p) > kLongestString || !(a->value = Widened(p, (size_t)(q - p), map, (size_t)(end - p)))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        p = q;
+        if (p == end) {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        if (p < end && g_zvXMLClasses.c[*p] == ZVXMLC_BLANK)
+            p++;
+    }
+    u->Skip((size_t)(p - start));
+    return hr;
 }
 
 // An end tag's name compared where it stands, without a copy; false when
