@@ -729,7 +729,7 @@ HRESULT CZvXML_Document::ParseEndTag()
         unsigned unit = e->Wide() ? 2 : 1;
         if (e->Left() >= bytes + unit && p[bytes] == '>' && (unit == 1 || p[bytes + 1] == 0) &&
             ZvXMLSameBytes(p, name, bytes)) {
-            e->Skip(bytes);
+            e->Skip(bytes + unit); // the main loop would pass the ">" over
             HRESULT hr = CloseElement();
             m_current = m_current->content->parent;
             return hr;
