@@ -236,7 +236,7 @@ private:
     HRESULT ParseXMLDeclaration();
     HRESULT ParseStartTag();
     HRESULT ParseAttributes();
-    __attribute__((noinline)) HRESULT ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map);
+    HRESULT ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map);
     HRESULT ParseEndTag();
     HRESULT ParseMarkupDeclaration();
     HRESULT ParseComment();
