@@ -107,6 +107,76 @@ HRESULT ParseText(CZvXML_Document &d, const char *text)
     return FAILED(hr) ? hr : d.ParseFile();
 }
 
+// Mixed documents for the mutation tests: an attribute list with every kind
+// of content.
+std::string AttrsDocument()
+{
+    std::string attrs = "<?xml version=\"1.0\"?>\n<list>\n";
+    for (int i = 0; i < 40; i++)
+        attrs += "<item id=\"" + std::to_string(i) + "\" name=\"n&amp;" + std::to_string(i) +
+                 "\" flag=\"yes\"><v>" + std::to_string(i * 7) + "</v><!-- c --><![CDATA[<x>]]></item>\n";
+    return attrs + "</list>\n";
+}
+
+// A few random edits: bit flips, cuts, pieces of syntax put in, truncation.
+// ASCII keeps every byte below 0x80.
+struct Mutator {
+    unsigned long long s = 20261125;
+    unsigned Next(unsigned n)
+    {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        return n ? (unsigned)(s >> 33) % n : 0u;
+    }
+    void Mutate(Bytes &b, bool ascii)
+    {
+        static const char *const kPieces[] = {"<", ">", "/", "\"", "'", "=", "<!--", "-->", "<![CDATA[", "]]>",
+                                              "<?", "?>", "</", "/>", "&", "\0", " ", "<!DOCTYPE", "\xFF\xFE"};
+        const unsigned pieces = sizeof kPieces / sizeof *kPieces - (ascii ? 1 : 0);
+        for (unsigned k = 0, n = 1 + Next(6); k < n && !b.empty(); k++) {
+            size_t at = Next((unsigned)b.size());
+            switch (Next(4)) {
+            case 0: b[at] ^= (BYTE)(1u << Next(ascii ? 7 : 8)); break;
+            case 1: b.erase(b.begin() + at, b.begin() + std::min(b.size(), at + 1 + Next(40))); break;
+            case 2: { const char *p = kPieces[Next(pieces)];
+                      b.insert(b.begin() + at, p, p + (*p ? strlen(p) : 1)); break; }
+            default: b.resize(at); break;
+            }
+        }
+    }
+};
+
+// A parse as text: its result, the declaration, the open element's depth,
+// and the tree, each content with its type, name, attributes and text.
+std::wstring Dump(CZvXML_Document &d, HRESULT hr)
+{
+    std::wstring out = std::to_wstring((unsigned)hr) + L" " + d.Version() + L"|" + d.EncodingName() + L"|" +
+                       d.Standalone() + L" depth ";
+    int depth = 0;
+    for (tagZVXML_ELEMENT *e = d.m_current; e; e = e->content->parent)
+        depth++;
+    out += std::to_wstring(depth);
+    std::vector<tagZVXML_CONTENT *> todo;
+    if (d.Root())
+        todo.push_back(d.Root());
+    while (!todo.empty()) {
+        tagZVXML_CONTENT *c = todo.back();
+        todo.pop_back();
+        out += L"\n" + std::to_wstring(c->type) + L" ";
+        if (c->type != ZVXML_ELEMENT) {
+            out += c->text;
+            continue;
+        }
+        out += std::wstring(c->element.name) + (c->element.empty ? L"/" : L"");
+        for (int i = 0; i < ZvList_GetCount(c->element.attributes); i++) {
+            auto *a = (tagZVXML_ATTRIBUTE *)ZvList_GetItem(c->element.attributes, i);
+            out += L" " + std::wstring(a->name) + L"=" + a->value;
+        }
+        for (int i = ZvList_GetCount(c->element.contents); i-- > 0;)
+            todo.push_back((tagZVXML_CONTENT *)ZvList_GetItem(c->element.contents, i));
+    }
+    return out;
+}
+
 } // namespace
 
 TEST(XmlDocument, IxmlInEveryCharacterForm)
@@ -245,22 +315,11 @@ TEST(XmlEscapes, ThreeKnownEscapes)
 // allocated and no handle left open.
 TEST(XmlDocument, MutatedDocuments)
 {
-    std::string attrs = "<?xml version=\"1.0\"?>\n<list>\n";
-    for (int i = 0; i < 40; i++)
-        attrs += "<item id=\"" + std::to_string(i) + "\" name=\"n&amp;" + std::to_string(i) +
-                 "\" flag=\"yes\"><v>" + std::to_string(i * 7) + "</v><!-- c --><![CDATA[<x>]]></item>\n";
-    attrs += "</list>\n";
-    std::string ixml(kIxml);
+    std::string attrs = AttrsDocument(), ixml(kIxml);
     const Bytes bases[3] = {Bytes(ixml.begin(), ixml.end()), Bytes(attrs.begin(), attrs.end()),
                             Utf16(std::wstring(ixml.begin(), ixml.end()), true)};
-    static const char *const kPieces[] = {"<", ">", "/", "\"", "'", "=", "<!--", "-->", "<![CDATA[", "]]>",
-                                          "<?", "?>", "</", "/>", "&", "\xFF\xFE", "\0", " ", "<!DOCTYPE"};
     const std::set<HRESULT> codes = {S_OK, E_FAIL, E_OUTOFMEMORY, ZVERR_MALFORMED};
-    unsigned long long s = 20261125;
-    auto next = [&s](unsigned n) {
-        s = s * 6364136223846793005ull + 1442695040888963407ull;
-        return n ? (unsigned)(s >> 33) % n : 0u;
-    };
+    Mutator m;
     zvtest::TempDir dir;
     std::wstring path = dir.file(L"fuzz.xml");
     long long heapBefore = 0;
@@ -271,16 +330,7 @@ TEST(XmlDocument, MutatedDocuments)
             handlesBefore = ZvProcessHandleCount();
         }
         Bytes b = bases[variant % 3];
-        for (unsigned k = 0, n = 1 + next(6); k < n && !b.empty(); k++) {
-            size_t at = next((unsigned)b.size());
-            switch (next(4)) {
-            case 0: b[at] ^= (BYTE)(1u << next(8)); break;
-            case 1: b.erase(b.begin() + at, b.begin() + std::min(b.size(), at + 1 + next(40))); break;
-            case 2: { const char *p = kPieces[next(sizeof kPieces / sizeof *kPieces)];
-                      b.insert(b.begin() + at, p, p + (*p ? strlen(p) : 1)); break; }
-            default: b.resize(at); break;
-            }
-        }
+        m.Mutate(b, false);
         CZvXML_Document d;
         HRESULT hr;
         if (variant % 10 == 0) {
@@ -323,4 +373,27 @@ TEST(XmlDocument, MutatedDocuments)
     DWORD handlesAfter = ZvProcessHandleCount();
     ASSERT_GT(handlesBefore, 0u) << "no handle count: the leak check would be empty";
     EXPECT_LE(handlesAfter, handlesBefore);
+}
+
+// The 8-bit form reads tags from bytes, the 16-bit form character by
+// character: an ASCII document, mutated, gives the same tree and result in
+// both.
+TEST(XmlDocument, EightAndSixteenBitFormsAgree)
+{
+    std::string attrs = AttrsDocument(), ixml(kIxml);
+    const Bytes bases[2] = {Bytes(ixml.begin(), ixml.end()), Bytes(attrs.begin(), attrs.end())};
+    Mutator m;
+    for (int variant = 0; variant < 3000; variant++) {
+        Bytes b = bases[variant % 2];
+        if (variant >= 2)
+            m.Mutate(b, true);
+        if (b.empty())
+            continue;
+        Bytes w = Utf16(std::wstring(b.begin(), b.end()), true);
+        CZvXML_Document d8, d16;
+        ASSERT_EQ(S_OK, d8.OpenMemory(b.data(), b.size()));
+        ASSERT_EQ(S_OK, d16.OpenMemory(w.data(), w.size()));
+        HRESULT hr8 = d8.ParseFile(), hr16 = d16.ParseFile();
+        ASSERT_EQ(Dump(d8, hr8), Dump(d16, hr16)) << "variant " << variant;
+    }
 }

@@ -104,6 +104,9 @@ public:
     ULONG STDMETHODCALLTYPE Release() override;
     void DeleteThis() override { delete this; }
     ULONGLONG Cursor() const { return cursor_; }
+    const BYTE *Here() const { return data_ + cursor_; }
+    ULONGLONG Left() const { return size_ - cursor_; }
+    void Skip(size_t bytes) { cursor_ += bytes; }
     // The same as Class and Advance, without a virtual call: the parser's
     // loop asks for one class per character.
     int ClassHere() const
@@ -156,13 +159,13 @@ public:
     // cursor up to the first of stopClasses, cursor unmoved. False on other
     // pages (CopyUntil then converts).
     bool Span(DWORD stopClasses, const BYTE **start, size_t *length);
-    // Span's bytes as characters, terminated, and the cursor past them. The
-    // buffer needs 32 bytes of room beyond the terminator: ASCII is
-    // written sixteen characters at a time.
-    void TakeSpan(const BYTE *start, size_t length, WCHAR *buffer);
+    // The page's characters by byte where it has one byte a character, else
+    // null.
+    const WCHAR *Map() const;
+    // The first byte from p whose class is in stopClasses, or end.
+    const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
     // Span's bytes equal text (a terminated string)?
     bool SpanEquals(const BYTE *start, size_t length, const WCHAR *text) const;
-    void Skip(size_t length) { cursor_ += length; }
 private:
     const struct ZvXMLAnsiPage *page_;
     // The counting pass remembers where it stopped, so that the copy that
@@ -180,7 +183,6 @@ private:
     } stops_[8]; // by a hash of the classes
     const StopSet &Stops(DWORD stopClasses);
     const StopSet &FillStops(StopSet &set, DWORD stopClasses);
-    const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
 };
 
 // 16-bit little-endian text; codes above 127 are name characters.
@@ -234,6 +236,7 @@ private:
     HRESULT ParseXMLDeclaration();
     HRESULT ParseStartTag();
     HRESULT ParseAttributes();
+    HRESULT ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map);
     HRESULT ParseEndTag();
     HRESULT ParseMarkupDeclaration();
     HRESULT ParseComment();
@@ -245,6 +248,7 @@ private:
     void DropLastContent(tagZVXML_CONTENT *content);
     __attribute__((always_inline)) WCHAR *CopyString(DWORD stopClasses, int *length);
     WCHAR *CopyConverted(DWORD stopClasses, int *length);
+    __attribute__((always_inline)) WCHAR *Widened(const BYTE *p, size_t n, const WCHAR *map, size_t readable);
     bool EndTagMatches(bool *matches);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();
@@ -275,8 +279,8 @@ private:
     struct ZvXMLBlock *m_blocks;
     size_t m_blockUsed;
     // While parsing: the contents of the open elements, one run each
-    // (m_opened holds where each open element's run starts), and the
-    // attributes of the tag being read.
+    // (m_opened holds where each open element's run starts and where its
+    // name stands), and the attributes of the tag being read.
     struct ZvXMLStack {
         void **items;
         int count, capacity;

@@ -78,7 +78,28 @@ const DWORD kStartsItem = ZVXML_CLASSBIT(ZVXMLC_HASH) | ZVXML_CLASSBIT(ZVXMLC_SY
                           ZVXML_CLASSBIT(ZVXMLC_PERCENT) | ZVXML_CLASSBIT(ZVXMLC_AMP) |
                           ZVXML_CLASSBIT(ZVXMLC_MINUS) | ZVXML_CLASSBIT(ZVXMLC_DIGIT) |
                           ZVXML_CLASSBIT(ZVXMLC_NAME) | ZVXML_CLASSBIT(ZVXMLC_LT) | ZVXML_CLASSBIT(ZVXMLC_END);
+// Words on the open stack per open element: where its contents start, and
+// where its name stands in the document and how many bytes it takes.
+const int kOpenedWords = 3;
+// Longer strings are refused (as out of memory): their lengths are ints.
+const size_t kLongestString = 0x3FFFFFF0u;
 const DWORD kStopQuote = ZVXML_CLASSBIT(ZVXMLC_QUOTE) | ZVXML_CLASSBIT(ZVXMLC_END);
+
+// The header of every list of a tree, copied whole: clearing it and setting
+// its fields one by one cost more than the rest of the list. Made at start-up
+// rather than at compile time, so that the copy stays a copy (a constant one
+// becomes a slow string store).
+tZVLIST MakeListModel()
+{
+    tZVLIST m;
+    memset(&m, 0, sizeof m);
+    m.itemSize = sizeof(void *);
+    m.magic = ZVLIST_MAGIC;
+    m.options = ZVLIST_ANYTHREAD | ZVLIST_HEAPITEMS | ZVLIST_CALLERBLOCK;
+    m.growBy = 4;
+    return m;
+}
+const tZVLIST kListModel = MakeListModel();
 
 } // namespace
 
@@ -169,21 +190,20 @@ tZVLIST *CZvXML_Document::MakeList(void *const *items, int count)
     tZVLIST *l = (tZVLIST *)Alloc(sizeof(tZVLIST) + (size_t)count * sizeof(void *));
     if (!l)
         return nullptr;
-    memset(l, 0, sizeof *l);
+    *l = kListModel;
     l->count = l->allocated = count;
-    l->itemSize = sizeof(void *);
-    l->data = (BYTE *)(l + 1);
-    l->magic = ZVLIST_MAGIC;
-    l->options = ZVLIST_ANYTHREAD | ZVLIST_HEAPITEMS | ZVLIST_CALLERBLOCK;
-    l->growBy = 4;
-    memcpy(l->data, items, (size_t)count * sizeof(void *));
+    void **to = (void **)(l + 1);
+    l->data = (BYTE *)to;
+    for (int i = 0; i < count; i++)
+        to[i] = items[i];
     return l;
 }
 
 // The current element is complete: its run of contents becomes its list.
 HRESULT CZvXML_Document::CloseElement()
 {
-    int start = (int)(INT_PTR)m_opened.items[--m_opened.count];
+    m_opened.count -= kOpenedWords;
+    int start = (int)(INT_PTR)m_opened.items[m_opened.count];
     int n = m_pending.count - start;
     m_pending.count = start;
     if (n > 0 && !(m_current->contents = MakeList(m_pending.items + start, n)))
@@ -314,16 +334,28 @@ inline WCHAR *CZvXML_Document::CopyString(DWORD stopClasses, int *length)
     ZvXMLEncodingUtf *e = Enc();
     if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(stopClasses, &span, &n8))
         return CopyConverted(stopClasses, length);
+    WCHAR *s = Widened(span, n8, static_cast<ZvXMLEncodingUtf8 *>(e)->Map(), (size_t)e->Left());
+    if (!s)
+        return nullptr;
+    e->Skip(n8);
+    if (length)
+        *length = (int)n8;
+    return s;
+}
+
+// n bytes at p as a terminated string of the tree; readable bytes from p may
+// be loaded.
+inline WCHAR *CZvXML_Document::Widened(const BYTE *p, size_t n, const WCHAR *map, size_t readable)
+{
     // Room for the wide stores past the end, handed back at once.
-    const size_t slack = 32, bytes = ((n8 + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
+    const size_t slack = 32, bytes = ((n + 1) * sizeof(WCHAR) + 7) & ~(size_t)7;
     WCHAR *s = (WCHAR *)Alloc(bytes + slack);
     if (!s)
         return nullptr;
-    static_cast<ZvXMLEncodingUtf8 *>(e)->TakeSpan(span, n8, s);
+    ZvXMLWiden(p, n, s, map, readable, true);
+    s[n] = 0;
     if (m_blocks && (BYTE *)s + bytes + slack == m_blocks->data + m_blockUsed)
         m_blockUsed -= slack;
-    if (length)
-        *length = (int)n8;
     return s;
 }
 
@@ -514,11 +546,14 @@ HRESULT CZvXML_Document::ParseStartTag()
         return hr;
     if (!c)
         return E_FAIL; // a second top-level element has nowhere to go
+    const BYTE *nameAt = Enc()->Here();
     c->element.name = CopyString(kStopName, nullptr);
     if (!c->element.name) {
         DropLastContent(c);
         return E_OUTOFMEMORY;
     }
+    const BYTE *nameEnd = Enc()->Here();
+    int opened = m_opened.count;
     m_current = &c->element;
     while (Enc()->ClassHere() == ZVXMLC_BLANK)
         Enc()->Step();
@@ -549,8 +584,12 @@ HRESULT CZvXML_Document::ParseStartTag()
         DropLastContent(c);
         return hr;
     }
-    // Still open: its contents collect from here on.
-    if (!c->element.empty && FAILED(m_opened.Push((void *)(INT_PTR)m_pending.count))) {
+    // Still open: its contents collect from here on. Its name's bytes are
+    // kept for the end tag, which then needs no scan and no copy.
+    if (!c->element.empty && (FAILED(m_opened.Push((void *)(INT_PTR)m_pending.count)) ||
+                              FAILED(m_opened.Push((void *)nameAt)) ||
+                              FAILED(m_opened.Push((void *)(INT_PTR)(nameEnd - nameAt))))) {
+        m_opened.count = opened;
         DropLastContent(c);
         return E_OUTOFMEMORY;
     }
@@ -560,6 +599,11 @@ HRESULT CZvXML_Document::ParseStartTag()
 HRESULT CZvXML_Document::ParseAttributes()
 {
     ZvXMLEncodingUtf *enc = Enc();
+    if (!enc->Wide()) {
+        auto *u = static_cast<ZvXMLEncodingUtf8 *>(enc);
+        if (const WCHAR *map = u->Map())
+            return ParseAttributes8(u, map);
+    }
     tagZVXML_ELEMENT *e = m_current;
     for (;;) {
         int cls = enc->ClassHere();
@@ -592,6 +636,71 @@ HRESULT CZvXML_Document::ParseAttributes()
     }
 }
 
+// The same rules as above over the bytes of an 8-bit document on a one-byte
+// page, from a cursor of its own: most of a tag's time went on moving the
+// shared one.
+HRESULT CZvXML_Document::ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map)
+{
+    tagZVXML_ELEMENT *e = m_current;
+    const BYTE *const start = u->Here(), *const end = start + u->Left();
+    const BYTE *p = start;
+    HRESULT hr = S_OK;
+    for (;;) {
+        int cls = p < end ? g_zvXMLClasses.c[*p] : (int)ZVXMLC_END;
+        if (cls == ZVXMLC_GT)
+            break;
+        if (cls == ZVXMLC_SLASH) {
+            e->empty = 1;
+            m_current = e->content->parent;
+            p++;
+            break;
+        }
+        if (cls == ZVXMLC_END) {
+            hr = E_FAIL;
+            break;
+        }
+        tagZVXML_ATTRIBUTE *a = (tagZVXML_ATTRIBUTE *)Alloc(sizeof(tagZVXML_ATTRIBUTE));
+        if (!a || FAILED(m_attributes.Push(a))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        a->element = e;
+        a->value = nullptr;
+        const BYTE *q = u->ScanTo(p, end, kStopEq);
+        if ((size_t)(q - p) > kLongestString || !(a->name = Widened(p, (size_t)(q - p), map, (size_t)(end - p)))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        p = q;
+        // "=" and '"' are the only bytes of their classes.
+        if (p == end || *p != '=') {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        if (p == end || *p != '"') {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        q = u->ScanTo(p, end, kStopQuote);
+        if ((size_t)(q - p) > kLongestString || !(a->value = Widened(p, (size_t)(q - p), map, (size_t)(end - p)))) {
+            hr = E_OUTOFMEMORY;
+            break;
+        }
+        p = q;
+        if (p == end) {
+            hr = E_FAIL;
+            break;
+        }
+        p++;
+        if (p < end && g_zvXMLClasses.c[*p] == ZVXMLC_BLANK)
+            p++;
+    }
+    u->Skip((size_t)(p - start));
+    return hr;
+}
+
 // An end tag's name compared where it stands, without a copy; false when
 // the form needs the copy.
 bool CZvXML_Document::EndTagMatches(bool *matches)
@@ -610,6 +719,22 @@ bool CZvXML_Document::EndTagMatches(bool *matches)
 HRESULT CZvXML_Document::ParseEndTag()
 {
     Enc()->Step();
+    if (m_opened.count) {
+        // The same bytes as the start tag's name, then ">": the name matches
+        // whatever the form (the start tag's name holds no ">").
+        ZvXMLEncodingUtf *e = Enc();
+        const BYTE *name = (const BYTE *)m_opened.items[m_opened.count - 2];
+        size_t bytes = (size_t)(INT_PTR)m_opened.items[m_opened.count - 1];
+        const BYTE *p = e->Here();
+        unsigned unit = e->Wide() ? 2 : 1;
+        if (e->Left() >= bytes + unit && p[bytes] == '>' && (unit == 1 || p[bytes + 1] == 0) &&
+            ZvXMLSameBytes(p, name, bytes)) {
+            e->Skip(bytes + unit); // the main loop would pass the ">" over
+            HRESULT hr = CloseElement();
+            m_current = m_current->content->parent;
+            return hr;
+        }
+    }
     bool same;
     if (EndTagMatches(&same)) {
         if (!same)

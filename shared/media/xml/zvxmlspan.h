@@ -60,6 +60,35 @@ inline void ZvXMLWiden(const BYTE *p, size_t n, WCHAR *out, const WCHAR *map, si
         out[i] = map[p[i]];
 }
 
+// n bytes at a and b the same? Eight at a time, the last eight overlapping.
+inline bool ZvXMLSameBytes(const BYTE *a, const BYTE *b, size_t n)
+{
+    if (n >= 8) {
+        unsigned long long x, y;
+        for (size_t i = 0; i + 8 < n; i += 8) {
+            memcpy(&x, a + i, 8);
+            memcpy(&y, b + i, 8);
+            if (x != y)
+                return false;
+        }
+        memcpy(&x, a + n - 8, 8);
+        memcpy(&y, b + n - 8, 8);
+        return x == y;
+    }
+    if (n >= 4) {
+        unsigned x, y, z, w;
+        memcpy(&x, a, 4);
+        memcpy(&y, b, 4);
+        memcpy(&z, a + n - 4, 4);
+        memcpy(&w, b + n - 4, 4);
+        return x == y && z == w;
+    }
+    for (size_t i = 0; i < n; i++)
+        if (a[i] != b[i])
+            return false;
+    return true;
+}
+
 inline const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClasses)
 {
     StopSet &s = stops_[(DWORD)(stopClasses * 0x85EBCA6Bu) >> 29];
@@ -71,7 +100,21 @@ inline const ZvXMLEncodingUtf8::StopSet &ZvXMLEncodingUtf8::Stops(DWORD stopClas
 inline const BYTE *ZvXMLEncodingUtf8::ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses)
 {
 #if defined(__SSE2__)
-    if (end - p >= 16) {
+    const DWORD nameStops = ZVXML_CLASSBIT(ZVXMLC_BLANK) | ZVXML_CLASSBIT(ZVXMLC_SLASH) |
+                            ZVXML_CLASSBIT(ZVXMLC_GT) | ZVXML_CLASSBIT(ZVXMLC_END);
+    if (stopClasses == nameStops) {
+        // The end of a name: three compares find the bytes up to a blank,
+        // "/" and ">"; the table then passes over controls that are no blanks.
+        const __m128i space = _mm_set1_epi8(' '), slash = _mm_set1_epi8('/'), gt = _mm_set1_epi8('>');
+        for (; end - p >= 16; p += 16) {
+            __m128i v = _mm_loadu_si128((const __m128i *)p);
+            __m128i hit = _mm_or_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, space), space),
+                                       _mm_or_si128(_mm_cmpeq_epi8(v, slash), _mm_cmpeq_epi8(v, gt)));
+            for (unsigned m = (unsigned)_mm_movemask_epi8(hit); m; m &= m - 1)
+                if ((stopClasses >> g_zvXMLClasses.c[p[__builtin_ctz(m)]]) & 1)
+                    return p + __builtin_ctz(m);
+        }
+    } else if (end - p >= 16) {
         const StopSet &s = Stops(stopClasses);
         const int n = s.count;
         if (n > 0) {
@@ -111,11 +154,9 @@ inline bool ZvXMLEncodingUtf8::Span(DWORD stopClasses, const BYTE **start, size_
     return true;
 }
 
-inline void ZvXMLEncodingUtf8::TakeSpan(const BYTE *p, size_t n, WCHAR *out)
+inline const WCHAR *ZvXMLEncodingUtf8::Map() const
 {
-    ZvXMLWiden(p, n, out, page_->map, (size_t)(data_ + size_ - p), true);
-    out[n] = 0;
-    cursor_ += n;
+    return page_->singleByte ? page_->map : nullptr;
 }
 
 inline bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) const
