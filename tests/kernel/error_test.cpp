@@ -318,6 +318,18 @@ TEST_F(ErrorBoxes, HookReplacesTheBoxAndOnlyItsThreadChangesIt)
 using ErrorDumps = ErrorBase;
 
 namespace {
+// An exception of `code` at the capture.
+struct Fault {
+    CONTEXT context = {};
+    EXCEPTION_RECORD record = {};
+    EXCEPTION_POINTERS pointers = {&record, &context};
+    explicit Fault(DWORD code)
+    {
+        RtlCaptureContext(&context);
+        record.ExceptionCode = code;
+    }
+};
+
 // A readable page followed by one that faults on reading.
 struct GuardedPage {
     GuardedPage()
@@ -359,14 +371,12 @@ TEST_F(ErrorDumps, HexLinesShowBytesCharactersAndUnreadableMemory)
 
 TEST_F(ErrorDumps, ExceptionReportHasEverySection)
 {
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
+    Fault f(EXCEPTION_ACCESS_VIOLATION);
+    EXCEPTION_RECORD &record = f.record;
+    EXCEPTION_POINTERS &pointers = f.pointers;
     record.NumberParameters = 2;
     record.ExceptionInformation[0] = 1;
     record.ExceptionInformation[1] = 0x1234;
-    EXCEPTION_POINTERS pointers = {&record, &context};
     static char report[8192];
     ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), "worker", &pointers, 0);
     std::string text(report);
@@ -399,18 +409,14 @@ TEST_F(ErrorDumps, StackWordsShowWhereTheyPoint)
     words[0] = 0x12345678;  // unmapped
     words[1] = reinterpret_cast<UINT_PTR>(&ZvErrorHandler_DumpHex);
     words[2] = 7;
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
+    Fault f(EXCEPTION_BREAKPOINT);
 #ifdef _WIN64
-    context.Rsp = reinterpret_cast<DWORD64>(words);
+    f.context.Rsp = reinterpret_cast<DWORD64>(words);
 #else
-    context.Esp = reinterpret_cast<DWORD>(words);
+    f.context.Esp = reinterpret_cast<DWORD>(words);
 #endif
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_BREAKPOINT;
-    EXCEPTION_POINTERS pointers = {&record, &context};
     static char report[8192];
-    ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), nullptr, &pointers, 16);
+    ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), nullptr, &f.pointers, 16);
     std::string text(report);
     std::vector<std::string> lines;
     for (size_t at = 0, next; (next = text.find("\r\n", at)) != std::string::npos; at = next + 2)
@@ -425,12 +431,8 @@ TEST_F(ErrorDumps, StackWordsShowWhereTheyPoint)
 
 TEST_F(ErrorDumps, FilterReportsInABoxAndPassesMisalignment)
 {
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_INT_DIVIDE_BY_ZERO;
-    EXCEPTION_POINTERS pointers = {&record, &context};
-    EXPECT_EQ(EXCEPTION_EXECUTE_HANDLER, ZvErrorHandler_ExceptionFilter(&pointers, "main"));
+    Fault f(EXCEPTION_INT_DIVIDE_BY_ZERO);
+    EXPECT_EQ(EXCEPTION_EXECUTE_HANDLER, ZvErrorHandler_ExceptionFilter(&f.pointers, "main"));
     ASSERT_EQ(1u, g_logged.size());
     EXPECT_EQ(std::wstring(kContext0) + L"\n\nAn Exception has occurred.", g_logged[0]);
     int lines = 0;
@@ -440,7 +442,7 @@ TEST_F(ErrorDumps, FilterReportsInABoxAndPassesMisalignment)
     EXPECT_EQ(0u, std::wstring(details).find(L"Error Test\r\nException 0xC0000094 (integer divide by zero) IP:0x"))
         << details;
 
-    record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT;
-    EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(&pointers, "main"));
+    f.record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT;
+    EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(&f.pointers, "main"));
     EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(nullptr, "main"));
 }

@@ -50,23 +50,16 @@ std::wstring column(LCID lcid)
 
 TEST(LangColumns, RegionalFormsFallOnTheirLanguageRow)
 {
-    EXPECT_EQ(0x40Au, ZvLang_GetConditionedLCID(0x0C0A));
-    EXPECT_EQ(0x404u, ZvLang_GetConditionedLCID(0x0C04));
-    EXPECT_EQ(0x404u, ZvLang_GetConditionedLCID(0x1404));
-    EXPECT_EQ(0x804u, ZvLang_GetConditionedLCID(0x1004));
-    EXPECT_EQ(0x816u, ZvLang_GetConditionedLCID(0x0816));
-    EXPECT_EQ(0x416u, ZvLang_GetConditionedLCID(0x0416));
-    EXPECT_EQ(0x409u, ZvLang_GetConditionedLCID(0x0809));
-
-    EXPECT_EQ(L"c1", column(0x409));
-    EXPECT_EQ(L"c2", column(0x411));
-    EXPECT_EQ(L"c4", column(0x0C0A));
-    EXPECT_EQ(L"c7", column(0x0C04));
-    EXPECT_EQ(L"c6", column(0x1004));
-    EXPECT_EQ(L"c14", column(0x0416));
-    EXPECT_EQ(L"c15", column(0x0816));
-    EXPECT_EQ(L"c18", column(0x0415));
-    EXPECT_EQ(L"c1", column(0x041F));  // Turkish has no column
+    // a regional form, the language row it falls on, the column it reads
+    const struct { LCID lcid, row; const wchar_t *column; } rows[] = {
+        {0x0C0A, 0x40A, L"c4"}, {0x0C04, 0x404, L"c7"}, {0x1404, 0x404, L"c7"}, {0x1004, 0x804, L"c6"},
+        {0x0816, 0x816, L"c15"}, {0x0416, 0x416, L"c14"}, {0x0809, 0x409, L"c1"}, {0x0409, 0x409, L"c1"},
+        {0x0411, 0x411, L"c2"}, {0x0415, 0x415, L"c18"},
+        {0x041F, 0x41F, L"c1"}};  // Turkish has no column
+    for (const auto &r : rows) {
+        EXPECT_EQ(r.row, ZvLang_GetConditionedLCID(r.lcid)) << std::hex << r.lcid;
+        EXPECT_EQ(r.column, column(r.lcid)) << std::hex << r.lcid;
+    }
 }
 
 TEST(LangColumns, LanguageChangeRecomputesTheColumn)
