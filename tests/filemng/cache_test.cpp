@@ -6,7 +6,9 @@
 #include "filemng/fiodiscovery.h"
 #include "filemng/zvprofile.h"
 #include "zvpaths.h"
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace fiotest;
@@ -354,47 +356,29 @@ TEST(FioDiscovery, CacheIsReplacedWholeAndWritesWaitForTheSharedMutex)
     ASSERT_EQ(S_OK, mgr->SetPluginList(l, 0, 0, nullptr));
     ZvFioStrSet(&At(l, 0)->DialogName, L"Alpha, third");
     At(l, 0)->dwRecordFlags |= ZVFIO_RF_DIRTY;
-    struct Holder {
-        std::wstring name;
-        HANDLE held = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        HANDLE release = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        static DWORD WINAPI Run(void *p)
-        {
-            Holder *h = (Holder *)p;
-            HANDLE m = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, h->name.c_str());
-            WaitForSingleObject(m, INFINITE);
-            SetEvent(h->held);
-            WaitForSingleObject(h->release, INFINITE);
-            ReleaseMutex(m);
-            CloseHandle(m);
-            return 0;
-        }
-    } holder;
-    holder.name = mgr->sharedMutexName();
-    HANDLE thread = CreateThread(nullptr, 0, Holder::Run, &holder, 0, nullptr);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(holder.held, 10000));
-    struct Writer {
-        CZvFileIOManager *mgr;
-        HRESULT hr = E_PENDING;
-        static DWORD WINAPI Run(void *p)
-        {
-            Writer *w = (Writer *)p;
-            w->hr = w->mgr->UpdatePluginCache(0);
-            return 0;
-        }
-    } writer{mgr};
-    HANDLE writing = CreateThread(nullptr, 0, Writer::Run, &writer, 0, nullptr);
-    EXPECT_EQ((DWORD)WAIT_TIMEOUT, WaitForSingleObject(writing, 300)) << "wrote while another held the mutex";
+    // another holds the mutex until told to let go
+    HANDLE held = CreateEventW(nullptr, TRUE, FALSE, nullptr), letGo = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::thread holder([&, name = std::wstring(mgr->sharedMutexName())] {
+        HANDLE m = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, name.c_str());
+        WaitForSingleObject(m, INFINITE);
+        SetEvent(held);
+        WaitForSingleObject(letGo, INFINITE);
+        ReleaseMutex(m);
+        CloseHandle(m);
+    });
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(held, 10000));
+    std::atomic<HRESULT> update{E_PENDING};
+    std::thread writer([&] { update = mgr->UpdatePluginCache(0); });
+    Sleep(300);
+    EXPECT_EQ(E_PENDING, update.load()) << "wrote while another held the mutex";
     EXPECT_EQ(L"Alpha, renamed", Ini(fx.cache, GuidText(kClassA), L"DialogName"));
-    SetEvent(holder.release);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(writing, 10000));
-    EXPECT_EQ(S_OK, writer.hr);
+    SetEvent(letGo);
+    writer.join();
+    holder.join();
+    EXPECT_EQ(S_OK, update.load());
     EXPECT_EQ(L"Alpha, third", Ini(fx.cache, GuidText(kClassA), L"DialogName"));
-    WaitForSingleObject(thread, 10000);
-    CloseHandle(thread);
-    CloseHandle(writing);
-    CloseHandle(holder.held);
-    CloseHandle(holder.release);
+    CloseHandle(held);
+    CloseHandle(letGo);
     app->CleanUp();
     app->Release();
 }

@@ -79,6 +79,20 @@ TEST(FioManagerCore, ManagerOnlyCreationAnswersEverySlot)
     EXPECT_EQ(S_OK, mgr->GetGPUAcceleration(&back));
     EXPECT_EQ(0, memcmp(&acc, &back, sizeof acc));
 
+    // bad arguments
+    long reserved = 0;
+    EXPECT_EQ(E_POINTER, ZVFileIO_CreateInstance(nullptr, nullptr, 0, nullptr, reserved));
+    EXPECT_EQ(E_POINTER, ZVFileIO_CreateSurrogateManagerInstance(nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(S_OK, mgr->GetMetric(1, nullptr)); // nowhere to put it, and still S_OK
+    EXPECT_EQ(S_OK, mgr->GetMetric(100, nullptr));
+    EXPECT_EQ(S_OK, mgr->GetMetricString(100, nullptr, 0, nullptr));
+    EXPECT_EQ(E_INVALIDARG, mgr->SetMetricBinary(100, nullptr, 8));
+    EXPECT_EQ(E_POINTER, mgr->GetLogger(nullptr));
+    CZvFileIOManager *impl = static_cast<CZvFileIOManager *>(mgr);
+    EXPECT_EQ(E_INVALIDARG, impl->GrovelSpecifiedPlugins(nullptr, 0, nullptr));
+    EXPECT_EQ(E_POINTER, impl->GrovelPlugins2(nullptr, 0, nullptr));
+    EXPECT_EQ(S_OK, impl->UpdatePluginCache(0)); // no list: nothing to write
+
     EXPECT_EQ(S_OK, mgr->CleanUp());
     EXPECT_EQ(S_OK, mgr->CleanUp()); // a second clean-up does nothing
     EXPECT_EQ(0u, mgr->Release());
@@ -179,7 +193,7 @@ TEST(FioManagerCore, MetricTableAndFile)
     mgr->Release();
 }
 
-TEST(FioManagerCore, LoggerOwnership)
+TEST(FioManagerCore, LoggerOwnershipAndCreationFlag)
 {
     DataFolder data;
     IZvFileIOMgrForApp *mgr = CreateBare();
@@ -200,26 +214,20 @@ TEST(FioManagerCore, LoggerOwnership)
     EXPECT_EQ(E_FAIL, mgr->GetLogger(&got));
     EXPECT_EQ(nullptr, got);
     mgr->Release();
-}
 
-TEST(FioManagerCore, LoggerFromCreationFlag)
-{
-    DataFolder data;
+    // one the manager makes from the creation flag writes its start line
     _ZVFIO_KEYED_INFO info = {};
     std::wstring path = data.dir.file(L"fio.log");
     wcscpy(info.szLogPath, path.c_str());
-    IZvFileIOMgrForApp *mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
+    mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
     ASSERT_NE(nullptr, mgr);
-    IZvLogger *got = nullptr;
     EXPECT_EQ(S_OK, mgr->GetLogger(&got));
     ASSERT_NE(nullptr, got);
     got->Release();
     mgr->Release();
     std::vector<unsigned char> bytes;
     ASSERT_TRUE(zvtest::ReadFileBytes(path, bytes));
-    std::string text(bytes.begin(), bytes.end());
-    EXPECT_NE(std::string::npos, text.find("*** Start of FileIO Manager log ***"));
-
+    EXPECT_NE(std::string::npos, std::string(bytes.begin(), bytes.end()).find("*** Start of FileIO Manager log ***"));
     // a log that can't be opened leaves the manager without a logger
     wcscpy(info.szLogPath, data.dir.file(L"no\\such\\folder\\fio.log").c_str());
     mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
@@ -279,25 +287,5 @@ TEST(FioManagerCore, SurrogateManagerCreation)
     EXPECT_EQ(2, v);
     EXPECT_EQ(S_OK, mgr->CleanUp());
     EXPECT_EQ(nullptr, g_pZvFioSurrogateTable);
-    mgr->Release();
-}
-
-TEST(FioManagerCore, BadArguments)
-{
-    long reserved = 0;
-    EXPECT_EQ(E_POINTER, ZVFileIO_CreateInstance(nullptr, nullptr, 0, nullptr, reserved));
-    EXPECT_EQ(E_POINTER, ZVFileIO_CreateSurrogateManagerInstance(nullptr, 0, nullptr, nullptr));
-    DataFolder data;
-    IZvFileIOMgrForApp *mgr = CreateBare();
-    ASSERT_NE(nullptr, mgr);
-    EXPECT_EQ(S_OK, mgr->GetMetric(1, nullptr)); // nowhere to put it, and still S_OK
-    EXPECT_EQ(S_OK, mgr->GetMetric(100, nullptr));
-    EXPECT_EQ(S_OK, mgr->GetMetricString(100, nullptr, 0, nullptr));
-    EXPECT_EQ(E_INVALIDARG, mgr->SetMetricBinary(100, nullptr, 8));
-    EXPECT_EQ(E_POINTER, mgr->GetLogger(nullptr));
-    CZvFileIOManager *impl = static_cast<CZvFileIOManager *>(mgr);
-    EXPECT_EQ(E_INVALIDARG, impl->GrovelSpecifiedPlugins(nullptr, 0, nullptr));
-    EXPECT_EQ(E_POINTER, impl->GrovelPlugins2(nullptr, 0, nullptr));
-    EXPECT_EQ(S_OK, impl->UpdatePluginCache(0)); // no list: nothing to write
     mgr->Release();
 }

@@ -11,6 +11,7 @@
 #include "../../plugins/testkit/testkit.h"
 #include <stdio.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace fiotest;
@@ -274,15 +275,7 @@ struct InProcess : BareManager {
         impl->GrovelPlugins1(&list, raw.data(), (LONG)raw.size(), 0, nullptr);
         impl->SetPluginList(list, 0, 0, nullptr);
     }
-    ZVFIO_PLUGININFO *find(const GUID &cls)
-    {
-        for (int i = 0; list && i < list->count; ++i) {
-            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-            if (IsEqualGUID(r->clsidPlugin, cls))
-                return r;
-        }
-        return nullptr;
-    }
+    ZVFIO_PLUGININFO *find(const GUID &cls) { return host.record(cls); }
 };
 
 // A first start over the given DLLs with the data files beside the given
@@ -345,23 +338,6 @@ VOID CALLBACK OnDllLoad(ULONG reason, const LoadedData *data, PVOID)
         g_loaderThread = GetCurrentThreadId();
 }
 
-struct Asker {
-    InProcess *env;
-    ZVFIO_PLUGININFO *rec;
-    HANDLE go;
-    HRESULT hr;
-    IZvReadFileClass *cls;
-};
-DWORD WINAPI AskReader(void *arg)
-{
-    Asker *a = (Asker *)arg;
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    WaitForSingleObject(a->go, 10000);
-    a->hr = a->env->impl->getReader(a->rec, &a->cls);
-    CoUninitialize();
-    return 0;
-}
-
 } // namespace
 
 TEST(FioPlugins, LoadingRunsOnTheExecutorOnce)
@@ -383,14 +359,21 @@ TEST(FioPlugins, LoadingRunsOnTheExecutorOnce)
         reg(0, OnDllLoad, nullptr, &cookie);
 
     // two threads of single-threaded apartments ask at once
+    struct Ask {
+        HRESULT hr = E_FAIL;
+        IZvReadFileClass *cls = nullptr;
+    } a, b;
     HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    Asker a = {&env, r, go, E_FAIL, nullptr}, b = a;
-    HANDLE t[2] = {CreateThread(nullptr, 0, AskReader, &a, 0, nullptr),
-                   CreateThread(nullptr, 0, AskReader, &b, 0, nullptr)};
+    auto ask = [&](Ask *into) {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        WaitForSingleObject(go, 10000);
+        into->hr = env.impl->getReader(r, &into->cls);
+        CoUninitialize();
+    };
+    std::thread ta(ask, &a), tb(ask, &b);
     SetEvent(go);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, t, TRUE, 30000));
-    CloseHandle(t[0]);
-    CloseHandle(t[1]);
+    ta.join();
+    tb.join();
     CloseHandle(go);
     if (cookie && unreg)
         unreg(cookie);
