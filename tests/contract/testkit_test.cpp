@@ -117,129 +117,26 @@ TEST(TestkitPlugins, ListingEdgesAndBrokenDlls)
     EXPECT_EQ(Plugin(L"tk_notadll.dll").module, (HMODULE)NULL);
 }
 
-TEST(TestkitPlugins, ReaderIdentifiesAndReadsItsFormatAndRefusesTheRest)
-{
-    zvtest::TempDir dir;
-    std::wstring mine = WriteTestFile(dir, L"a.tkd", TK_MAGIC_DUAL, 1000);
-    std::wstring other = WriteTestFile(dir, L"b.tkd", "RIFF", 1000);
-    Plugin dual(L"tk_dual.dll");
-    IZvReadFileClass *cls = nullptr;
-    ASSERT_EQ(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &cls), S_OK);
-
-    // by bytes, by handle, by path
-    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, TK_MAGIC_DUAL "xxxx", 8, 0), S_OK);
-    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "RIFF", 4, 0), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "TK", 2, 0), ZVERR_UNSUPPORTED_FORMAT);
-    HANDLE h = OpenForRead(mine);
-    EXPECT_EQ(ZvSdk_IsType(cls, ZvSdk_HandleToWire(h), nullptr, 0, 0), S_OK);
-    CloseHandle(h);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"C:\\x\\song.TKD"), S_OK);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"C:\\x.tkd\\song"), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"song.wav"), ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(cls->IdentifyFile(nullptr), E_POINTER);
-    ZVFIO_IDENTIFYINFO shortInfo = {};
-    shortInfo.cbSize = 8;
-    EXPECT_EQ(cls->IdentifyFile(&shortInfo), E_INVALIDARG);
-
-    // open by handle: the handle stays the caller's
-    LONG opened = Counters().get(TK_DLL_DUAL, TK_OPEN);
-    IZvReadFile *file = nullptr;
-    h = OpenForRead(mine);
-    ASSERT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), mine.c_str(), TRUE), S_OK);
-    EXPECT_TRUE(CloseHandle(h));
-    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_OPEN), opened + 1);
-    IZvReadFileClass *back = nullptr;
-    EXPECT_EQ(file->GetClass(&back), S_OK);
-    EXPECT_EQ(back, cls);
-    back->Release();
-    LONG streams = 0;
-    EXPECT_EQ(file->GetStreamCount(&streams), S_OK);
-    EXPECT_EQ(streams, 1);
-    _ZVFILESTREAMFORMATINFOv2 format;
-    EXPECT_EQ(file->GetStreamFormatInfo(&format, 0, 1), S_OK);
-    EXPECT_EQ(format.dwStreamType, (DWORD)ZVFILESTREAMTYPE_AUDIO);
-    EXPECT_EQ(format.llLength, 1000);
-    EXPECT_EQ(file->GetStreamFormatInfo(&format, 1, 1), E_INVALIDARG);
-
-    IZvReadStream *stream = nullptr;
-    ASSERT_EQ(file->OpenStream(&stream, 0, 0, 0, 0), S_OK);
-    IZvReadAudioStream *audio = nullptr;
-    ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
-    std::vector<short> buffer(2 * 100, -1);
-    DWORD got = 0;
-    EXPECT_EQ(audio->ReadSamples(950, 0, LocalToken(buffer.data(), 400), 100, &got), S_OK);
-    EXPECT_EQ(got, 50u); // the stream ends at frame 1000
-    EXPECT_TRUE(RampHolds(buffer.data(), 950, 50));
-    EXPECT_EQ(buffer[100], -1);
-    EXPECT_EQ(audio->ReadSamples(1000, 0, LocalToken(buffer.data(), 400), 100, &got), S_FALSE);
-    EXPECT_EQ(got, 0u);
-    EXPECT_EQ(audio->ReadSamples(0, 0, LocalToken(buffer.data(), 399), 100, &got), ZVERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(audio->ReadSamples(0, -1, LocalToken(buffer.data(), 400), 100, &got), E_INVALIDARG);
-    audio->Release();
-    stream->Release();
-    file->Release();
-
-    // open by name when there is no handle; a moniker tail isn't part of the path
-    std::wstring moniker = mine + L"?take=2";
-    ASSERT_EQ(cls->OpenFile(&file, ~(UINT64)0, GetCurrentProcessId(), moniker.c_str(), TRUE), S_OK);
-    BSTR name = nullptr;
-    EXPECT_EQ(file->GetFileName(&name), S_OK);
-    EXPECT_STREQ(name, moniker.c_str());
-    SysFreeString(name);
-    file->Release();
-
-    h = OpenForRead(other);
-    EXPECT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), other.c_str(), TRUE),
-              ZVERR_UNSUPPORTED_FORMAT);
-    EXPECT_EQ(file, nullptr);
-    CloseHandle(h);
-    EXPECT_EQ(cls->OpenFile(&file, ~(UINT64)0, 0, dir.file(L"missing.tkd").c_str(), TRUE),
-              HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(cls->OpenFile(&file, ~(UINT64)0, 0, nullptr, TRUE), E_INVALIDARG);
-    cls->Release();
-}
-
-TEST(TestkitPlugins, ClassesKeepIdManagerAndFindTheirCompanion)
+// The kit's edge answers; the test reader's format itself is checked by the
+// validator (test_zvfio_validate) and across a process border below.
+TEST(TestkitPlugins, ClassEdgesAndCompanions)
 {
     Plugin dual(L"tk_dual.dll");
     IZvReadFileClass *reader = nullptr;
     ASSERT_EQ(dual.create(CLSID_TkDualReader, IID_IZvReadFileClass, &reader), S_OK);
-    // (the class id a manager sets is read back through the manager in FioPlugins)
+    // (the class id and manager a manager sets are read back in FioPlugins)
     IZvFileIOManager *manager = nullptr;
     EXPECT_EQ(reader->GetManager(&manager), E_FAIL);
     EXPECT_EQ(manager, nullptr);
-
-    ZVFIO_FILECLASS_INFO_TEXT ids[3] = {ZVFIO_INFOTEXT_READEXTENSIONS, ZVFIO_INFOTEXT_PLUGINNAME,
-                                        (ZVFIO_FILECLASS_INFO_TEXT)99};
-    BSTR texts[3];
-    ASSERT_EQ(reader->GetInfoText(ids, 3, texts), S_OK);
-    EXPECT_STREQ(texts[0], L"*.tkd");
-    EXPECT_STREQ(texts[1], L"Testkit Dual Reader");
-    EXPECT_EQ(texts[2], nullptr);
-    for (BSTR t : texts)
-        SysFreeString(t);
+    ZVFIO_FILECLASS_INFO_TEXT ids[1] = {ZVFIO_INFOTEXT_READEXTENSIONS};
+    BSTR texts[1];
     EXPECT_EQ(reader->GetInfoText(ids, -1, texts), E_INVALIDARG);
 
     IZvRenderFileClass *renderer = nullptr;
     ASSERT_EQ(reader->GetRenderClass(&renderer), S_OK);
-    GUID guid;
-    EXPECT_EQ(renderer->GetClassGuid(&guid), S_OK);
-    EXPECT_TRUE(IsEqualGUID(guid, CLSID_TkDualRenderer));
-    LONG presets = 0;
-    EXPECT_EQ(renderer->GetTemplateCount(&presets), S_OK);
-    EXPECT_EQ(presets, TK_RENDERER_PRESETS);
     PZVTEMPLATE t = nullptr;
-    ASSERT_EQ(renderer->GetTemplate(&t, 1), S_OK);
-    EXPECT_TRUE(IsEqualGUID(t->rendererClass, CLSID_TkDualRenderer));
-    EXPECT_EQ(renderer->CheckTemplate(t), S_OK);
-    DWORD usable = 9;
-    EXPECT_EQ(renderer->GetTemplateInfo(t, (BYTE *)&usable, 4, 0x17), S_OK);
-    EXPECT_EQ(usable, 1u);
-    EXPECT_EQ(renderer->GetTemplateInfo(t, (BYTE *)&usable, 2, 3), ZVERR_BUFFER_TOO_SMALL);
-    free(t);
     EXPECT_EQ(renderer->GetTemplate(&t, TK_RENDERER_PRESETS), E_INVALIDARG);
     EXPECT_EQ(t, nullptr);
-
     IZvRenderFile *out = nullptr;
     EXPECT_EQ(renderer->CreateFile(&out, L"", nullptr, 1, 0), E_INVALIDARG);
     EXPECT_EQ(out, nullptr);
