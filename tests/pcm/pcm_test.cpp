@@ -4,6 +4,7 @@
 // files that must end in the system's codes.
 #include <gtest/gtest.h>
 #include "testutil.h"
+#include "readstream.h"
 #include "zvplugin_sdk.h"
 #include "zvplugin_view.h"
 #include "audio/waveformat.h"
@@ -150,12 +151,7 @@ HRESULT Open(IZvReadFileClass *cls, const std::wstring &path, Opened &o)
     return S_OK;
 }
 
-_zvmemorytoken Local(void *data, DWORD size)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+using zvtest::LocalToken;
 
 // All frames, read with buffers of changing odd sizes.
 HRESULT ReadAll(IZvReadAudioStream *audio, unsigned align, LONGLONG frames, std::vector<BYTE> &out)
@@ -168,7 +164,7 @@ HRESULT ReadAll(IZvReadAudioStream *audio, unsigned align, LONGLONG frames, std:
         DWORD want = sizes[i % 6];
         buffer.assign((size_t)want * align, 0xCD);
         DWORD got = 0;
-        HRESULT hr = audio->ReadSamples((DWORD)at, (LONG)(at >> 32), Local(buffer.data(), (DWORD)buffer.size()),
+        HRESULT hr = audio->ReadSamples((DWORD)at, (LONG)(at >> 32), LocalToken(buffer.data(), (DWORD)buffer.size()),
                                         want, &got);
         if (FAILED(hr))
             return hr;
@@ -325,7 +321,7 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
     for (int i = 0; i < 50; i++) {
         LONGLONG at = rng() % o.frames;
         DWORD want = 1 + rng() % 4096, got = 0;
-        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, Local(buffer.data(), (DWORD)buffer.size()), want, &got), S_OK);
+        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), want, &got), S_OK);
         ASSERT_EQ(got, (DWORD)std::min<LONGLONG>(want, o.frames - at));
         ASSERT_EQ(memcmp(buffer.data(), expected.data() + at * align, (size_t)got * align), 0) << at;
         LONGLONG next = -1;
@@ -333,12 +329,12 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
         EXPECT_EQ(next, at + got);
     }
     DWORD got = 99;
-    EXPECT_EQ(o.audio->ReadSamples((DWORD)o.frames, 0, Local(buffer.data(), 64), 1, &got), S_FALSE);
+    EXPECT_EQ(o.audio->ReadSamples((DWORD)o.frames, 0, LocalToken(buffer.data(), 64), 1, &got), S_FALSE);
     EXPECT_EQ(got, 0u);
-    EXPECT_EQ(o.audio->ReadSamples(0, 1, Local(buffer.data(), 64), 1, &got), S_FALSE);
-    EXPECT_EQ(o.audio->ReadSamples(0, -1, Local(buffer.data(), 64), 1, &got), E_INVALIDARG);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), align * 10 - 1), 10, &got), ZVERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), 64), 1, nullptr), E_POINTER);
+    EXPECT_EQ(o.audio->ReadSamples(0, 1, LocalToken(buffer.data(), 64), 1, &got), S_FALSE);
+    EXPECT_EQ(o.audio->ReadSamples(0, -1, LocalToken(buffer.data(), 64), 1, &got), E_INVALIDARG);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), align * 10 - 1), 10, &got), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), 64), 1, nullptr), E_POINTER);
 
     // a mapping token with the data at an offset
     _zvmemorytoken mapped;
@@ -371,7 +367,7 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
     EXPECT_EQ(length, (LONGLONG)attributes.nFileSizeLow);
     // after Close the file gives no more samples, and says so
     EXPECT_EQ(o.file->Close(), S_OK);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), (DWORD)buffer.size()), 10, &got), E_UNEXPECTED);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), 10, &got), E_UNEXPECTED);
 }
 
 TEST(PcmDecode, OpensByNameWithAMonikerTailWhenGivenNoHandle)
@@ -422,16 +418,13 @@ ZVTEST_CHILD(pcm_foreign)
     IZvReadFile *file = nullptr;
     if (cls->OpenFile(&file, handle, pid, L"w16.wav", TRUE) != S_OK)
         return 4;
-    IZvReadStream *stream = nullptr;
-    IZvReadAudioStream *audio = nullptr;
-    if (file->OpenStream(&stream, 0, 0, 0, 0) != S_OK ||
-        stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio) != S_OK)
+    IZvReadAudioStream *audio = zvtest::OpenAudio(file);
+    if (!audio)
         return 5;
     DWORD got1 = 0, got2 = 0;
     HRESULT hr1 = audio->ReadSamples(0, 0, mapped, frames, &got1);
     HRESULT hr2 = audio->ReadSamples(frames, 0, local, frames, &got2);
     audio->Release();
-    stream->Release();
     file->Release();
     if (hr1 != S_OK || got1 != frames)
         return 6;
