@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 #include "testutil.h"
+#include "readstream.h"
 #include "zvproxy.h"
 #include "filemng/zvmemtoken.h"
 #include "../../plugins/sdk/zvplugin_sdk.h"
@@ -68,12 +69,7 @@ HANDLE OpenForRead(const std::wstring &path)
                        OPEN_EXISTING, 0, NULL);
 }
 
-_zvmemorytoken LocalToken(void *data, DWORD size)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+using zvtest::LocalToken;
 
 bool RampHolds(const short *samples, LONGLONG first, DWORD frames)
 {
@@ -226,10 +222,8 @@ TEST(TestkitPlugins, ContractCallsCrossIntoAPluginProcess)
     LONGLONG length = 0;
     EXPECT_EQ(file->GetLength(&length), S_OK);
     EXPECT_EQ(length, 8);
-    IZvReadStream *stream = nullptr;
-    ASSERT_EQ(file->OpenStream(&stream, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0), S_OK);
-    IZvReadAudioStream *audio = nullptr;
-    ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
+    IZvReadAudioStream *audio = zvtest::OpenAudio(file, 0, ZVFILESTREAMTYPE_AUDIO);
+    ASSERT_NE(audio, nullptr);
     _ZVFILESTREAMFORMATINFOv2 format = {};
     EXPECT_EQ(audio->GetStreamFormatInfo(&format), S_OK);
     EXPECT_EQ(format.cbSize, (DWORD)ZVFILESTREAMFORMATINFO_SIZE);
@@ -261,7 +255,6 @@ TEST(TestkitPlugins, ContractCallsCrossIntoAPluginProcess)
     UnmapViewOfFile(view);
     CloseHandle(mapping);
     audio->Release();
-    stream->Release();
     file->Release();
 
     // template records come back as blocks of this process's heap
