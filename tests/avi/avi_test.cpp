@@ -11,6 +11,7 @@
 #include "media/zvmeta.h"
 #include "video/yuv.h"
 #include "testutil.h"
+#include "readstream.h"
 #include "../media/mediatest.h"
 
 namespace {
@@ -246,29 +247,15 @@ HRESULT Open(const std::wstring &path, Reader *r)
     return hr;
 }
 
-template <class Itf> Itf *OpenAs(IZvReadFile *file, LONG index, REFIID iid)
-{
-    IZvReadStream *s = nullptr;
-    Itf *out = nullptr;
-    if (SUCCEEDED(file->OpenStream(&s, index, 0, 0, 0))) {
-        s->QueryInterface(iid, (void **)&out);
-        s->Release();
-    }
-    return out;
-}
+using zvtest::OpenStreamAs;
 
-_zvmemorytoken Token(Bytes &b)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, b.data(), (DWORD)b.size(), ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+_zvmemorytoken Token(Bytes &b) { return zvtest::LocalToken(b.data(), (DWORD)b.size()); }
 
 // Up to `limit` frames of a video stream one after another, as stored (stride
 // 0) or with RGB rows `stride` apart; the frame header; the first failure.
 HRESULT ReadFrames(IZvReadFile *file, LONG index, LONG stride, Bytes *all, BITMAPINFOHEADER *h, LONGLONG limit)
 {
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(file, index, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(file, index, IID_IZvReadVideoStream);
     if (!v)
         return E_NOINTERFACE;
     _ZVFILESTREAMFORMATINFOv2 info = {};
@@ -292,7 +279,7 @@ HRESULT ReadFrames(IZvReadFile *file, LONG index, LONG stride, Bytes *all, BITMA
 // reads straddle the file's chunks.
 HRESULT ReadAudio(IZvReadFile *file, LONG index, Bytes *all)
 {
-    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(file, index, IID_IZvReadAudioStream);
+    IZvReadAudioStream *a = OpenStreamAs<IZvReadAudioStream>(file, index, IID_IZvReadAudioStream);
     if (!a)
         return E_NOINTERFACE;
     DWORD align = 0;
@@ -514,7 +501,7 @@ TEST(AviReader, OpenDmlFilePastOneGiB)
     LONG streams = 0;
     r.file->GetStreamCount(&streams);
     ASSERT_EQ(streams, 2);
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
     ASSERT_NE(v, nullptr);
     _ZVFILESTREAMFORMATINFOv2 info = {};
     info.cbSize = sizeof info;
@@ -535,7 +522,7 @@ TEST(AviReader, OpenDmlFilePastOneGiB)
     }
     v->Release();
     // the audio in large blocks: it runs across both parts of the file
-    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(r.file, 1, IID_IZvReadAudioStream);
+    IZvReadAudioStream *a = OpenStreamAs<IZvReadAudioStream>(r.file, 1, IID_IZvReadAudioStream);
     ASSERT_NE(a, nullptr);
     LONGLONG total = 0;
     a->GetSampleCount(&total);
@@ -574,7 +561,7 @@ ZVTEST_CHILD(avi_foreign)
     Reader r;
     if (!AviClass() || AviClass()->OpenFile(&r.file, _strtoui64(argv[0], nullptr, 16), pid, L"f.avi", FALSE) != S_OK)
         return 3;
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
     if (!v)
         return 4;
     HRESULT hr = S_OK;
