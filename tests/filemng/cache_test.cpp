@@ -4,7 +4,6 @@
 #include "fiotest.h"
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
-#include "filemng/zvprofile.h"
 #include "zvpaths.h"
 #include <atomic>
 #include <string>
@@ -277,7 +276,7 @@ TEST(FioDiscovery, AtMostSixteenClassesPerDll)
     ZvFioFreeRecordList(l);
 }
 
-TEST(FioDiscovery, ExtensionListsAndProfile)
+TEST(FioDiscovery, ExtensionListsAreNormalised)
 {
     WCHAR *n = ZvFioNormaliseExtList(L"  *.wav ;*.bwf;\t*.w64  ");
     EXPECT_STREQ(L"*.wav;*.bwf;*.w64", n);
@@ -285,34 +284,6 @@ TEST(FioDiscovery, ExtensionListsAndProfile)
     n = ZvFioNormaliseExtList(L"");
     EXPECT_STREQ(L"", n);
     ZvFioStrFree(n);
-
-    zvtest::TempDir tmp;
-    CZvProfile p(tmp.path().c_str(), L"prof");
-    EXPECT_EQ(tmp.file(L"prof.ini"), std::wstring(p.Path()));
-    EXPECT_STREQ(L"main", p.Section());
-    EXPECT_FALSE(p.FileExists());
-    wchar_t buf[64];
-    EXPECT_FALSE(p.GetString(L"k", nullptr, buf, 64));
-    EXPECT_STREQ(L"", buf);
-    EXPECT_TRUE(p.SetString(L"empty", L""));
-    EXPECT_TRUE(p.GetString(L"empty", nullptr, buf, 64)); // an empty value exists
-    EXPECT_STREQ(L"", buf);
-    p.SetClassId(nullptr, kClassA, L"A");
-    p.SetClassId(nullptr, kClassB, L"B");
-    p.SetString(L"{not-a-guid}", L"x");
-    GUID ids[4];
-    EXPECT_EQ(2, p.GetClassIds(nullptr, ids, 4));
-    EXPECT_TRUE(IsEqualGUID(kClassA, ids[0]));
-    EXPECT_EQ(1, p.GetClassIds(nullptr, ids, 1));
-    p.SetClassId(L"one", kReaderA, nullptr);
-    EXPECT_EQ(1, p.GetClassIds(L"one", ids, 4));
-    EXPECT_TRUE(IsEqualGUID(kReaderA, ids[0]));
-    EXPECT_EQ(7, p.GetInt(L"none", 7));
-    EXPECT_TRUE(p.ClearSection());
-    EXPECT_EQ(0, p.GetClassIds(nullptr, ids, 4));
-    EXPECT_TRUE(p.FileExists());
-    EXPECT_TRUE(p.DeleteFile());
-    EXPECT_FALSE(p.FileExists());
 }
 
 TEST(FioDiscovery, CacheIsReplacedWholeAndWritesWaitForTheSharedMutex)
