@@ -12,6 +12,7 @@
 #include "media/riff.h"
 #include <algorithm>
 #include <random>
+#include <sstream>
 #include <stdio.h>
 #include <string>
 #include <vector>
@@ -61,34 +62,27 @@ ZVSAMPLETYPE TypeByName(const std::string &t)
     return ZVSAMPLE_NONE;
 }
 
+// The files of manifest.txt: file raw container type bytes channels rate.
 const std::vector<Fixture> &Fixtures()
 {
-    static std::vector<Fixture> list;
-    static bool read = false;
-    if (read)
-        return list;
-    read = true;
-    std::wstring dir = FixtureDir();
-    std::vector<unsigned char> text;
-    if (dir.empty() || !zvtest::ReadFileBytes(dir + L"manifest.txt", text))
-        return list;
-    text.push_back(0);
-    char *save = nullptr;
-    for (char *line = strtok_r((char *)text.data(), "\n", &save); line; line = strtok_r(nullptr, "\n", &save)) {
-        char file[128], raw[128], container[16], type[8];
-        unsigned bytes, channels, rate;
-        if (sscanf(line, "%127s %127s %15s %7s %u %u %u", file, raw, container, type, &bytes, &channels, &rate) != 7)
-            continue;
+    static std::vector<Fixture> list = [] {
+        std::vector<Fixture> out;
+        std::wstring dir = FixtureDir();
+        std::vector<unsigned char> text;
+        if (dir.empty() || !zvtest::ReadFileBytes(dir + L"manifest.txt", text))
+            return out;
+        std::istringstream in(std::string(text.begin(), text.end()));
+        std::string file, raw, container, type;
         Fixture f;
-        f.path = dir + std::wstring(file, file + strlen(file));
-        f.raw = dir + std::wstring(raw, raw + strlen(raw));
-        f.container = ContainerIndex(container);
-        f.type = TypeByName(type);
-        f.bytes = bytes;
-        f.channels = channels;
-        f.rate = rate;
-        list.push_back(f);
-    }
+        while (in >> file >> raw >> container >> type >> f.bytes >> f.channels >> f.rate) {
+            f.path = dir + std::wstring(file.begin(), file.end());
+            f.raw = dir + std::wstring(raw.begin(), raw.end());
+            f.container = ContainerIndex(container);
+            f.type = TypeByName(type);
+            out.push_back(f);
+        }
+        return out;
+    }();
     return list;
 }
 
