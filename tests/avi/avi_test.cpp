@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <string.h>
+#include <sstream>
 #include <string>
 #include <vector>
 #include "zvhandlecount.h"
@@ -426,18 +427,11 @@ TEST(AviReader, FilesMadeByFfmpeg)
     ASSERT_NE(AviClass(), nullptr);
     Bytes manifest;
     ASSERT_TRUE(zvtest::ReadFileBytes(dir + L"manifest.txt", manifest));
-    std::string text(manifest.begin(), manifest.end());
-    int files = 0;
-    for (size_t pos = 0, eol; pos < text.size(); pos = eol + 1) {
-        eol = std::min(text.find('\n', pos), text.size());
-        char name[64], pix[32];
-        int w, h, frames, audio;
-        if (sscanf(text.substr(pos, eol - pos).c_str(), "%63s %d %d %d %31s %d", name, &w, &h, &frames, pix,
-                   &audio) != 6)
-            continue;
+    std::istringstream in(std::string(manifest.begin(), manifest.end()));
+    int files = 0, w, h, frames, audio;
+    for (std::string name, pix; in >> name >> w >> h >> frames >> pix >> audio; ++files) {
         SCOPED_TRACE(name);
-        ++files;
-        std::wstring path = dir + std::wstring(name, name + strlen(name)), base = path.substr(0, path.size() - 4);
+        std::wstring path = dir + std::wstring(name.begin(), name.end()), base = path.substr(0, path.size() - 4);
         Reader r;
         ASSERT_EQ(Open(path, &r), S_OK);
         LONG streams = 0;
