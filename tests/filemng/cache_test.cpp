@@ -251,20 +251,21 @@ TEST(FioDiscovery, AtMostSixteenClassesPerDll)
     std::wstring a = fx.dll(L"plugA.dll");
     const std::wstring &c = fx.cache;
     std::wstring mod = std::to_wstring(ZvDosGetDateTimeUTC(a.c_str()));
-    WritePrivateProfileStringW(L"plugA", L"Path", a.c_str(), c.c_str());
-    WritePrivateProfileStringW(L"plugA", L"ModTime", mod.c_str(), c.c_str());
+    auto put = [&](const std::wstring &section, const wchar_t *key, const std::wstring &value) {
+        WritePrivateProfileStringW(section.c_str(), key, value.c_str(), c.c_str());
+    };
+    put(L"plugA", L"Path", a);
+    put(L"plugA", L"ModTime", mod);
     for (int i = 0; i < 18; ++i) {
         GUID g = kClassA;
         g.Data4[7] = (BYTE)(0x40 + i);
         std::wstring id = GuidText(g);
-        WritePrivateProfileStringW(L"plugA", id.c_str(), L"name", c.c_str());
-        std::wstring s = L"plugA." + id;
-        WritePrivateProfileStringW(s.c_str(), L"Access", L"0", c.c_str());
-        WritePrivateProfileStringW(s.c_str(), L"Flags", L"0", c.c_str());
-        WritePrivateProfileStringW(s.c_str(), L"StreamType", L"0", c.c_str());
-        WritePrivateProfileStringW(id.c_str(), L"ModTime", mod.c_str(), c.c_str());
-        WritePrivateProfileStringW(id.c_str(), L"LangID", L"0", c.c_str());
-        WritePrivateProfileStringW(id.c_str(), L"DialogName", L"name", c.c_str());
+        put(L"plugA", id.c_str(), L"name");
+        for (const wchar_t *key : {L"Access", L"Flags", L"StreamType"})
+            put(L"plugA." + id, key, L"0");
+        put(id, L"ModTime", mod);
+        put(id, L"LangID", L"0");
+        put(id, L"DialogName", L"name");
     }
     WritePrivateProfileStringW(nullptr, nullptr, nullptr, c.c_str());
     tZVLIST *l = NewList();

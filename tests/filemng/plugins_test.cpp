@@ -72,18 +72,21 @@ ZVTEST_CHILD(fio_start)
     DWORD flags = (DWORD)strtoul(argv[0], nullptr, 10) | ZVFIO_CREATE_BESIDEPROGRAM;
     wchar_t result[MAX_PATH];
     MultiByteToWideChar(CP_ACP, 0, argv[1], -1, result, MAX_PATH);
+    auto put = [&](const std::wstring &section, const wchar_t *key, const std::wstring &value) {
+        WritePrivateProfileStringW(section.c_str(), key, value.c_str(), result);
+    };
     TestkitCounters keep; // the scope comes from the parent
     IZvFileIOMgrForApp *mgr = nullptr;
     long reserved = 0;
     HRESULT hr = ZVFileIO_CreateInstance(&mgr, nullptr, flags, nullptr, reserved);
     wchar_t text[64];
     swprintf(text, 64, L"0x%08lX", (unsigned long)hr);
-    WritePrivateProfileStringW(L"summary", L"hr", text, result);
+    put(L"summary", L"hr", text);
     if (FAILED(hr) || !mgr)
         return 3;
     tZVLIST *list = static_cast<CZvFileIOManager *>(mgr)->pluginList();
     int n = list ? list->count : 0;
-    WritePrivateProfileStringW(L"summary", L"count", std::to_wstring(n).c_str(), result);
+    put(L"summary", L"count", std::to_wstring(n));
     int loaded = 0;
     for (int i = 0; i < n; ++i) {
         ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
@@ -91,19 +94,18 @@ ZVTEST_CHILD(fio_start)
         std::wstring section = r->szName[0] ? r->szName : ZvGetFileNamePtrW(r->szPath);
         bool inProcess = GetModuleHandleW(r->szPath) != nullptr;
         loaded += inProcess;
-        WritePrivateProfileStringW(section.c_str(), L"flags", std::to_wstring(r->dwRecordFlags).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"reader", std::to_wstring(r->nReaderState).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"renderer", std::to_wstring(r->nRendererState).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"loaded", inProcess ? L"1" : L"0", result);
-        WritePrivateProfileStringW(section.c_str(), L"dialog", r->DialogName ? r->DialogName : L"", result);
-        WritePrivateProfileStringW(section.c_str(), L"ext",
-                                   r->ExtReader ? r->ExtReader : r->ExtRenderer ? r->ExtRenderer : L"", result);
-        WritePrivateProfileStringW(section.c_str(), L"merit", std::to_wstring(r->MeritValue).c_str(), result);
+        put(section, L"flags", std::to_wstring(r->dwRecordFlags));
+        put(section, L"reader", std::to_wstring(r->nReaderState));
+        put(section, L"renderer", std::to_wstring(r->nRendererState));
+        put(section, L"loaded", inProcess ? L"1" : L"0");
+        put(section, L"dialog", r->DialogName ? r->DialogName : L"");
+        put(section, L"ext", r->ExtReader ? r->ExtReader : r->ExtRenderer ? r->ExtRenderer : L"");
+        put(section, L"merit", std::to_wstring(r->MeritValue));
     }
-    WritePrivateProfileStringW(L"summary", L"loaded", std::to_wstring(loaded).c_str(), result);
+    put(L"summary", L"loaded", std::to_wstring(loaded));
     LONG readers = 0;
     mgr->GetReaderCount(&readers);
-    WritePrivateProfileStringW(L"summary", L"readers", std::to_wstring(readers).c_str(), result);
+    put(L"summary", L"readers", std::to_wstring(readers));
     WritePrivateProfileStringW(nullptr, nullptr, nullptr, result);
     // loaded classes hold the manager: clean up before the last release
     mgr->CleanUp();
