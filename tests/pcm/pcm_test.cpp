@@ -209,6 +209,7 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
     }
     EXPECT_EQ(listing->GetPluginClassInfo(6, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
+    EXPECT_EQ(listing->GetPluginClassInfo(0, nullptr), E_POINTER);
     listing->Release();
 
     IUnknown *none = nullptr;
