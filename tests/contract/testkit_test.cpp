@@ -53,22 +53,6 @@ struct Plugin {
     }
 };
 
-std::wstring WriteTestFile(const zvtest::TempDir &dir, const wchar_t *name, const char *magic, DWORD frames)
-{
-    unsigned char bytes[8];
-    memcpy(bytes, magic, 4);
-    memcpy(bytes + 4, &frames, 4);
-    std::wstring path = dir.file(name);
-    zvtest::WriteFileBytes(path, bytes, sizeof(bytes));
-    return path;
-}
-
-HANDLE OpenForRead(const std::wstring &path)
-{
-    return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, NULL,
-                       OPEN_EXISTING, 0, NULL);
-}
-
 using zvtest::LocalToken;
 
 bool RampHolds(const short *samples, LONGLONG first, DWORD frames)
@@ -79,39 +63,6 @@ bool RampHolds(const short *samples, LONGLONG first, DWORD frames)
     return true;
 }
 } // namespace
-
-// The listing's classes, names and access, and the broken DLLs' fate, are
-// checked through the manager's cold start; here the kit's edge answers.
-TEST(TestkitPlugins, ListingEdgesAndBrokenDlls)
-{
-    ASSERT_TRUE(Counters().ok());
-    Plugin dual(L"tk_dual.dll");
-    ASSERT_NE(dual.getClassObject, nullptr);
-    EXPECT_EQ(Counters().get(TK_DLL_DUAL, TK_LAST_PID), (LONG)GetCurrentProcessId());
-    IZvUnsharedFIOPluginInfo *listing = nullptr;
-    ASSERT_EQ(dual.create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), S_OK);
-    LONG count = 0;
-    ASSERT_EQ(listing->GetClassCount(&count), S_OK);
-    ASSERT_EQ(count, 2);
-    ZVFIO_PLUGINCLASSINFO info;
-    EXPECT_EQ(listing->GetPluginClassInfo(2, &info), E_INVALIDARG);
-    EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
-    EXPECT_EQ(listing->GetPluginClassInfo(0, nullptr), E_POINTER);
-    listing->Release();
-
-    // a class the DLL doesn't have
-    Plugin reader(L"tk_reader.dll");
-    IZvReadFileClass *cls = nullptr;
-    EXPECT_EQ(reader.create(CLSID_TkDualReader, IID_IZvReadFileClass, &cls), CLASS_E_CLASSNOTAVAILABLE);
-    EXPECT_EQ(cls, nullptr);
-    // a DLL whose listing fails still serves its class
-    Plugin badlist(L"tk_badlist.dll");
-    EXPECT_EQ(badlist.create(CLSID_ZvPluginInfo, IID_IZvUnsharedFIOPluginInfo, &listing), CLASS_E_CLASSNOTAVAILABLE);
-    ASSERT_EQ(badlist.create(CLSID_TkBadListReader, IID_IZvReadFileClass, &cls), S_OK);
-    cls->Release();
-    EXPECT_EQ(Plugin(L"tk_noentry.dll").getClassObject, nullptr);
-    EXPECT_EQ(Plugin(L"tk_notadll.dll").module, (HMODULE)NULL);
-}
 
 // The kit's edge answers; the test reader's format itself is checked by the
 // validator (test_zvfio_validate) and across a process border below.
@@ -147,27 +98,6 @@ TEST(TestkitPlugins, ClassEdgesAndCompanions)
     reader->Release();
 }
 
-TEST(TestkitPlugins, PreloadReaderNeedsItsModule)
-{
-    zvtest::TempDir dir;
-    std::wstring path = WriteTestFile(dir, L"p.tkp", TK_MAGIC_PRELOAD, 10);
-    if (GetModuleHandleW(L"tk_preloaded.dll"))
-        GTEST_SKIP() << "the preload module is already in this process";
-    Plugin preload(L"tk_preload.dll");
-    EXPECT_EQ(Counters().get(TK_DLL_PRELOAD, TK_PRELOAD_SEEN), 0);
-    IZvReadFileClass *cls = nullptr;
-    ASSERT_EQ(preload.create(CLSID_TkPreloadReader, IID_IZvReadFileClass, &cls), S_OK);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), ZVERR_PLUGIN_NOT_INITIALIZED);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, L"x.tkd"), ZVERR_UNSUPPORTED_FORMAT);
-
-    LONG before = Counters().get(TK_DLL_PRELOADED, TK_ATTACH);
-    Plugin module(L"tk_preloaded.dll");
-    ASSERT_NE(module.module, (HMODULE)NULL);
-    EXPECT_EQ(Counters().get(TK_DLL_PRELOADED, TK_ATTACH), before + 1);
-    EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), S_OK);
-    cls->Release();
-}
-
 // ------------------------------------------------- across a process border
 
 ZVTEST_CHILD(contract_tkdual)
@@ -189,7 +119,9 @@ TEST(TestkitPlugins, ContractCallsCrossIntoAPluginProcess)
 {
     ASSERT_TRUE(SUCCEEDED(contracttest::InitComOnce()));
     zvtest::TempDir dir;
-    std::wstring path = WriteTestFile(dir, L"x.tkd", TK_MAGIC_DUAL, 4096);
+    // the test reader's file: its magic and a frame count of 4096
+    const std::wstring path = dir.file(L"x.tkd");
+    ASSERT_TRUE(zvtest::WriteFileBytes(path, TK_MAGIC_DUAL "\0\x10\0\0", 8));
     LONG attachesBefore = Counters().get(TK_DLL_DUAL, TK_ATTACH);
     contracttest::ChildServer child("contract_tkdual", dir.file(L"object.bin"));
     ASSERT_NE(child.object(), nullptr);
@@ -215,7 +147,7 @@ TEST(TestkitPlugins, ContractCallsCrossIntoAPluginProcess)
     EXPECT_EQ(ZvSdk_IsType(cls, ~(UINT64)0, "OggS", 4, 0), ZVERR_UNSUPPORTED_FORMAT);
     EXPECT_EQ(ZvSdk_IsTypeSlow(cls, path.c_str()), S_OK);
 
-    HANDLE h = OpenForRead(path);
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, NULL, OPEN_EXISTING, 0, NULL);
     IZvReadFile *file = nullptr;
     ASSERT_EQ(cls->OpenFile(&file, ZvSdk_HandleToWire(h), GetCurrentProcessId(), path.c_str(), TRUE), S_OK);
     CloseHandle(h);
