@@ -190,8 +190,8 @@ HRESULT OpenAndRead(CZvFileIOManager *mgr, const std::wstring &path, LONGLONG *f
                 break;
             }
             DWORD got = 0;
-            hr = audio->ReadSamples((DWORD)*frames, (LONG)(*frames >> 32), LocalToken(buffer.data(), (DWORD)buffer.size()),
-                                    per, &got);
+            hr = audio->ReadSamples((DWORD)*frames, (LONG)(*frames >> 32),
+                                    LocalToken(buffer.data(), (DWORD)buffer.size()), per, &got);
             if (FAILED(hr) || got == 0 || hr == S_FALSE)
                 break;
             *frames += got;
