@@ -153,7 +153,8 @@ TEST(ZvPathsDisplay, EllipsisByCharacters)
     EXPECT_EQ(L"scene12.wav", text(ZvFilenameFormat(path, out, MAX_PATH, 40))) << "the name without its folder";
     EXPECT_EQ(L"sce....wav", text(ZvFilenameFormat(path, out, MAX_PATH, 10))) << "start and extension around the dots";
     EXPECT_EQ(L"avery...", text(ZvFilenameFormat(L"C:\\x\\averyveryverylongname", out, MAX_PATH, 8)));
-    EXPECT_EQ(L"sc...", text(ZvFilenameFormat(path, out, MAX_PATH, 5))) << "an extension longer than the room is cut too";
+    EXPECT_EQ(L"sc...", text(ZvFilenameFormat(path, out, MAX_PATH, 5)))
+        << "an extension longer than the room is cut too";
 }
 
 TEST(ZvPathsDisplay, EllipsisByPixels)
