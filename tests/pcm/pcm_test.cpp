@@ -316,7 +316,8 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
     for (int i = 0; i < 50; i++) {
         LONGLONG at = rng() % o.frames;
         DWORD want = 1 + rng() % 4096, got = 0;
-        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), want, &got), S_OK);
+        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), want, &got),
+                  S_OK);
         ASSERT_EQ(got, (DWORD)std::min<LONGLONG>(want, o.frames - at));
         ASSERT_EQ(memcmp(buffer.data(), expected.data() + at * align, (size_t)got * align), 0) << at;
         LONGLONG next = -1;

@@ -138,7 +138,8 @@ struct Renderer : ::testing::TestWithParam<int> {
         for (int i = 0; at < frames; i++) {
             DWORD n = pieces[i % 5] < frames - at ? pieces[i % 5] : frames - at;
             DWORD written = 0;
-            ASSERT_EQ(file->WriteSamples(0, LocalToken((void *)(data.data() + at * align), n * align), n, &written), S_OK);
+            ASSERT_EQ(file->WriteSamples(0, LocalToken((void *)(data.data() + at * align), n * align), n, &written),
+                      S_OK);
             ASSERT_EQ(written, n);
             at += n;
         }
@@ -160,7 +161,8 @@ struct Renderer : ::testing::TestWithParam<int> {
         out.assign((size_t)info.llLength * format->blockAlign, 0);
         DWORD got = 0;
         if (info.llLength > 0) {
-            EXPECT_EQ(audio->ReadSamples(0, 0, LocalToken(out.data(), (DWORD)out.size()), (DWORD)info.llLength, &got), S_OK);
+            EXPECT_EQ(audio->ReadSamples(0, 0, LocalToken(out.data(), (DWORD)out.size()), (DWORD)info.llLength, &got),
+                      S_OK);
         }
         EXPECT_EQ(got, (DWORD)info.llLength);
         audio->Release();
