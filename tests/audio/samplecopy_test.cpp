@@ -300,6 +300,7 @@ TEST(SampleCopyRule, EmptyCountsWriteNothing)
     EXPECT_EQ(ZvAudio_Copy(&be, out, &mp3, in, 0, 1.0f), S_OK);
     _zvwaveformat_wfxcopyhelper wbe(be), wunp(unp);
     EXPECT_EQ(ZvAudio_Copy(wbe, out, wunp, in, 0, 1.0f), S_OK);
+    EXPECT_EQ(ZvAudio_Copy(&be, out, &unp, in, 1, 1.0f), E_NOTIMPL);
     EXPECT_EQ(out[0], 0x5A);
 }
 
