@@ -84,23 +84,23 @@ TEST(FormatNames, VideoTablesAndFourCCText)
     EXPECT_STREQ(ZvVideo_GetInterlaceTypeName(-1), L"Undefined");
 }
 
+// Texts partly from the kernel's string resources, with the forms they
+// give (singular, surround layouts).
 TEST(FormatNames, SampleTypesChannelsAndAttributeLines)
 {
     wchar_t buf[64];
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S24, buf, 64), L"24 Bit");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S24IN32, buf, 64), L"24 Bit (Unpacked)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S8, buf, 64), L"8 Bit (Signed)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_F64, buf, 64), L"64 Bit (IEEE Float)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S32BE, buf, 64), L"32 Bit (MAC)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_RA24, buf, 64), L"24 Bit (RA)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_NONE, buf, 64), L"");
-
-    EXPECT_STREQ(ZvAudio_GetChannelsText(3, 0, buf, 64), L"3 Channel");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(2, 0, buf, 64), L"Stereo");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(6, 0x60F, buf, 64), L"5.1");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(4, 0xF, buf, 64), L"3/0 (L, C, R) + LFE");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(5, 0x37, buf, 64), L"3/2 (L, C, R, Ls, Rs)");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(2, 0x30, buf, 64), L"2 Channel");
+    const struct { ZVSAMPLETYPE type; const wchar_t *text; } types[] = {
+        {ZVSAMPLE_S24, L"24 Bit"}, {ZVSAMPLE_S24IN32, L"24 Bit (Unpacked)"}, {ZVSAMPLE_S8, L"8 Bit (Signed)"},
+        {ZVSAMPLE_F64, L"64 Bit (IEEE Float)"}, {ZVSAMPLE_S32BE, L"32 Bit (MAC)"}, {ZVSAMPLE_RA24, L"24 Bit (RA)"},
+        {ZVSAMPLE_NONE, L""}, {ZVSAMPLE_S16, L"16 Bit"}};
+    for (const auto &t : types)
+        EXPECT_STREQ(ZvAudio_GetSampleTypeText(t.type, buf, 64), t.text) << t.type;
+    const struct { int channels; DWORD mask; const wchar_t *text; } layouts[] = {
+        {3, 0, L"3 Channel"}, {2, 0, L"Stereo"}, {6, 0x60F, L"5.1"}, {4, 0xF, L"3/0 (L, C, R) + LFE"},
+        {5, 0x37, L"3/2 (L, C, R, Ls, Rs)"}, {2, 0x30, L"2 Channel"}, {1, 0, L"Mono"}, {1, 0x8, L"1 Channel"},
+        {2, 0xC, L"1/0 (C) + LFE"}, {8, 0xFF, L"7.1"}};
+    for (const auto &l : layouts)
+        EXPECT_STREQ(ZvAudio_GetChannelsText(l.channels, l.mask, buf, 64), l.text) << l.channels << " " << l.mask;
 
     // the rate in locale form, the parts joined by the list separator
     wchar_t rate[32], sep[8], want[96];
@@ -128,31 +128,16 @@ TEST(FormatNames, SampleTypesChannelsAndAttributeLines)
 TEST(FormatNames, TagTextFromOwnTagsAndThePlatformList)
 {
     wchar_t buf[64];
-    EXPECT_EQ(ZvAudio_GetTagText(0xFE00, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"PCM (unpacked)");
-    EXPECT_EQ(ZvAudio_GetTagText(0xFE01, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"PCM (signed)");
-    EXPECT_EQ(ZvAudio_GetTagText(0xBEEF, buf, 64), S_FALSE);
-    EXPECT_STREQ(buf, L"Unknown");
+    const struct { UINT tag; HRESULT hr; const wchar_t *text; } tags[] = {
+        {0xFE00, S_OK, L"PCM (unpacked)"}, {0xFE01, S_OK, L"PCM (signed)"}, {0xFE02, S_OK, L"PCM (big endian)"},
+        {3, S_OK, L"PCM (float)"}, {0xBEEF, S_FALSE, L"Unknown"}};
+    for (const auto &t : tags) {
+        EXPECT_EQ(ZvAudio_GetTagText(t.tag, buf, 64), t.hr) << t.tag;
+        EXPECT_STREQ(buf, t.text);
+    }
     // A codec the platform may or may not list: a name either way.
     EXPECT_TRUE(SUCCEEDED(ZvAudio_GetTagText(0x2, buf, 64)));
     EXPECT_NE(buf[0], 0);
-}
-
-// Texts that come from the kernel's string resources, with the forms the
-// resources give them (singular, surround layouts, a cut text).
-TEST(FormatNames, UserTextsFromTheStringResources)
-{
-    wchar_t buf[64];
-    EXPECT_STREQ(ZvAudio_GetChannelsText(1, 0, buf, 64), L"Mono");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(1, 0x8, buf, 64), L"1 Channel") << "one channel, singular";
-    EXPECT_STREQ(ZvAudio_GetChannelsText(2, 0xC, buf, 64), L"1/0 (C) + LFE");
-    EXPECT_STREQ(ZvAudio_GetChannelsText(8, 0xFF, buf, 64), L"7.1");
-    EXPECT_EQ(ZvAudio_GetTagText(0xFE02, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"PCM (big endian)");
-    EXPECT_EQ(ZvAudio_GetTagText(3, buf, 64), S_OK);
-    EXPECT_STREQ(buf, L"PCM (float)");
-    EXPECT_STREQ(ZvAudio_GetSampleTypeText(ZVSAMPLE_S16, buf, 64), L"16 Bit");
     // a text cut by the buffer stays terminated
     EXPECT_EQ(ZvAudio_GetTagText(0xBEEF, buf, 4), ZVERR_BUFFER_TOO_SMALL);
     EXPECT_STREQ(buf, L"Unk");

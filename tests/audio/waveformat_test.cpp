@@ -4,6 +4,9 @@
 
 namespace {
 
+const ZVSAMPLETYPE kLinear[] = {ZVSAMPLE_U8, ZVSAMPLE_S16, ZVSAMPLE_S24, ZVSAMPLE_S32, ZVSAMPLE_F32, ZVSAMPLE_F64,
+                                ZVSAMPLE_S24IN32, ZVSAMPLE_S8, ZVSAMPLE_S16BE, ZVSAMPLE_S24BE, ZVSAMPLE_S32BE};
+
 WAVEFORMATEX Plain(WORD tag, DWORD rate, WORD bits, WORD channels, WORD align = 0)
 {
     WAVEFORMATEX w = {};
@@ -31,24 +34,15 @@ WAVEFORMATEXTENSIBLE Ext(DWORD subTag, WORD bits, WORD valid, WORD channels, DWO
 
 TEST(WaveFormatTypes, TagAndBitsGiveTheTableType)
 {
-    EXPECT_EQ(ZvAudio_GetSampleType2(1, 8), ZVSAMPLE_U8);
-    EXPECT_EQ(ZvAudio_GetSampleType2(1, 20), ZVSAMPLE_S24);
-    EXPECT_EQ(ZvAudio_GetSampleType2(1, 12), ZVSAMPLE_NONE);
-    EXPECT_EQ(ZvAudio_GetSampleType2(3, 64), ZVSAMPLE_F64);
-    EXPECT_EQ(ZvAudio_GetSampleType2(3, 16), ZVSAMPLE_NONE);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE00, 24), ZVSAMPLE_S24IN32);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE01, 8), ZVSAMPLE_S8);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE01, 16), ZVSAMPLE_S16);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE02, 8), ZVSAMPLE_U8);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE02, 24), ZVSAMPLE_S24BE);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE02, 40), ZVSAMPLE_NONE);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0xFE03, 24), ZVSAMPLE_RA24);
-    EXPECT_EQ(ZvAudio_GetSampleType2(0x55, 16), ZVSAMPLE_NONE);
+    const struct { UINT tag, bits; ZVSAMPLETYPE type; } rows[] = {
+        {1, 8, ZVSAMPLE_U8}, {1, 20, ZVSAMPLE_S24}, {1, 12, ZVSAMPLE_NONE}, {3, 64, ZVSAMPLE_F64},
+        {3, 16, ZVSAMPLE_NONE}, {0xFE00, 24, ZVSAMPLE_S24IN32}, {0xFE01, 8, ZVSAMPLE_S8},
+        {0xFE01, 16, ZVSAMPLE_S16}, {0xFE02, 8, ZVSAMPLE_U8}, {0xFE02, 24, ZVSAMPLE_S24BE},
+        {0xFE02, 40, ZVSAMPLE_NONE}, {0xFE03, 24, ZVSAMPLE_RA24}, {0x55, 16, ZVSAMPLE_NONE}};
+    for (const auto &r : rows)
+        EXPECT_EQ(ZvAudio_GetSampleType2(r.tag, r.bits), r.type) << std::hex << r.tag << " " << std::dec << r.bits;
 
-    const ZVSAMPLETYPE linear[] = {ZVSAMPLE_U8, ZVSAMPLE_S16, ZVSAMPLE_S24, ZVSAMPLE_S32,
-                                   ZVSAMPLE_F32, ZVSAMPLE_F64, ZVSAMPLE_S24IN32, ZVSAMPLE_S8,
-                                   ZVSAMPLE_S16BE, ZVSAMPLE_S24BE, ZVSAMPLE_S32BE};
-    for (ZVSAMPLETYPE t : linear) {
+    for (ZVSAMPLETYPE t : kLinear) {
         UINT tag = ZvAudio_FormatTagFromSampleType(t);
         UINT bits = ZvAudio_BitsFromSampleType(t);
         EXPECT_EQ(ZvAudio_GetSampleType2(tag, bits), t) << t;
@@ -258,10 +252,7 @@ TEST(WaveFormatRecord, CopyDestinationsChooseTheForm)
     EXPECT_EQ(f.ToWfx(&room.Format, sizeof(room), 9), nullptr);
 
     // Every linear type survives the trip through both platform forms.
-    const ZVSAMPLETYPE linear[] = {ZVSAMPLE_U8, ZVSAMPLE_S16, ZVSAMPLE_S24, ZVSAMPLE_S32,
-                                   ZVSAMPLE_F32, ZVSAMPLE_F64, ZVSAMPLE_S24IN32, ZVSAMPLE_S8,
-                                   ZVSAMPLE_S16BE, ZVSAMPLE_S24BE, ZVSAMPLE_S32BE};
-    for (ZVSAMPLETYPE t : linear) {
+    for (ZVSAMPLETYPE t : kLinear) {
         for (int dest : {ZVWFX_COPY_PLAIN, ZVWFX_COPY_EXTENSIBLE}) {
             _zvwaveformat g;
             g.Init(96000, t, 2);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <string.h>
+#include <sstream>
 #include <string>
 #include <vector>
 #include "zvhandlecount.h"
@@ -11,6 +12,7 @@
 #include "media/zvmeta.h"
 #include "video/yuv.h"
 #include "testutil.h"
+#include "readstream.h"
 #include "../media/mediatest.h"
 
 namespace {
@@ -246,29 +248,15 @@ HRESULT Open(const std::wstring &path, Reader *r)
     return hr;
 }
 
-template <class Itf> Itf *OpenAs(IZvReadFile *file, LONG index, REFIID iid)
-{
-    IZvReadStream *s = nullptr;
-    Itf *out = nullptr;
-    if (SUCCEEDED(file->OpenStream(&s, index, 0, 0, 0))) {
-        s->QueryInterface(iid, (void **)&out);
-        s->Release();
-    }
-    return out;
-}
+using zvtest::OpenStreamAs;
 
-_zvmemorytoken Token(Bytes &b)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, b.data(), (DWORD)b.size(), ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+_zvmemorytoken Token(Bytes &b) { return zvtest::LocalToken(b.data(), (DWORD)b.size()); }
 
 // Up to `limit` frames of a video stream one after another, as stored (stride
 // 0) or with RGB rows `stride` apart; the frame header; the first failure.
 HRESULT ReadFrames(IZvReadFile *file, LONG index, LONG stride, Bytes *all, BITMAPINFOHEADER *h, LONGLONG limit)
 {
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(file, index, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(file, index, IID_IZvReadVideoStream);
     if (!v)
         return E_NOINTERFACE;
     _ZVFILESTREAMFORMATINFOv2 info = {};
@@ -292,7 +280,7 @@ HRESULT ReadFrames(IZvReadFile *file, LONG index, LONG stride, Bytes *all, BITMA
 // reads straddle the file's chunks.
 HRESULT ReadAudio(IZvReadFile *file, LONG index, Bytes *all)
 {
-    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(file, index, IID_IZvReadAudioStream);
+    IZvReadAudioStream *a = OpenStreamAs<IZvReadAudioStream>(file, index, IID_IZvReadAudioStream);
     if (!a)
         return E_NOINTERFACE;
     DWORD align = 0;
@@ -439,18 +427,11 @@ TEST(AviReader, FilesMadeByFfmpeg)
     ASSERT_NE(AviClass(), nullptr);
     Bytes manifest;
     ASSERT_TRUE(zvtest::ReadFileBytes(dir + L"manifest.txt", manifest));
-    std::string text(manifest.begin(), manifest.end());
-    int files = 0;
-    for (size_t pos = 0, eol; pos < text.size(); pos = eol + 1) {
-        eol = std::min(text.find('\n', pos), text.size());
-        char name[64], pix[32];
-        int w, h, frames, audio;
-        if (sscanf(text.substr(pos, eol - pos).c_str(), "%63s %d %d %d %31s %d", name, &w, &h, &frames, pix,
-                   &audio) != 6)
-            continue;
+    std::istringstream in(std::string(manifest.begin(), manifest.end()));
+    int files = 0, w, h, frames, audio;
+    for (std::string name, pix; in >> name >> w >> h >> frames >> pix >> audio; ++files) {
         SCOPED_TRACE(name);
-        ++files;
-        std::wstring path = dir + std::wstring(name, name + strlen(name)), base = path.substr(0, path.size() - 4);
+        std::wstring path = dir + std::wstring(name.begin(), name.end()), base = path.substr(0, path.size() - 4);
         Reader r;
         ASSERT_EQ(Open(path, &r), S_OK);
         LONG streams = 0;
@@ -514,7 +495,7 @@ TEST(AviReader, OpenDmlFilePastOneGiB)
     LONG streams = 0;
     r.file->GetStreamCount(&streams);
     ASSERT_EQ(streams, 2);
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
     ASSERT_NE(v, nullptr);
     _ZVFILESTREAMFORMATINFOv2 info = {};
     info.cbSize = sizeof info;
@@ -535,7 +516,7 @@ TEST(AviReader, OpenDmlFilePastOneGiB)
     }
     v->Release();
     // the audio in large blocks: it runs across both parts of the file
-    IZvReadAudioStream *a = OpenAs<IZvReadAudioStream>(r.file, 1, IID_IZvReadAudioStream);
+    IZvReadAudioStream *a = OpenStreamAs<IZvReadAudioStream>(r.file, 1, IID_IZvReadAudioStream);
     ASSERT_NE(a, nullptr);
     LONGLONG total = 0;
     a->GetSampleCount(&total);
@@ -574,7 +555,7 @@ ZVTEST_CHILD(avi_foreign)
     Reader r;
     if (!AviClass() || AviClass()->OpenFile(&r.file, _strtoui64(argv[0], nullptr, 16), pid, L"f.avi", FALSE) != S_OK)
         return 3;
-    IZvReadVideoStream *v = OpenAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
+    IZvReadVideoStream *v = OpenStreamAs<IZvReadVideoStream>(r.file, 0, IID_IZvReadVideoStream);
     if (!v)
         return 4;
     HRESULT hr = S_OK;

@@ -4,7 +4,10 @@
 #include "filemng/filemng.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/fioload.h"
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -70,26 +73,14 @@ TEST(FioExecutor, RunsInTheMultithreadedApartment)
     EXPECT_EQ(p.thread, n.nestedThread);
 }
 
-static HRESULT (*g_body)(void *);
-struct SharedHead {
-    CZvFileIOManager *mgr;
-};
-static DWORD WINAPI Requester(void *arg)
-{
-    return (DWORD)((SharedHead *)arg)->mgr->runOnExecutor(g_body, arg);
-}
-
 TEST(FioExecutor, ManyThreadsOneExecutor)
 {
     Bare b;
     ASSERT_NE(nullptr, b.impl);
     struct Shared {
-        CZvFileIOManager *mgr;
-        volatile LONG running;
-        volatile LONG overlap;
-        volatile LONG done;
+        volatile LONG running, overlap, done;
         DWORD threads[8];
-    } s = {b.impl, 0, 0, 0, {}};
+    } s = {0, 0, 0, {}};
     auto body = [](void *arg) -> HRESULT {
         Shared *s = (Shared *)arg;
         if (InterlockedIncrement(&s->running) > 1)
@@ -99,17 +90,13 @@ TEST(FioExecutor, ManyThreadsOneExecutor)
         InterlockedDecrement(&s->running);
         return S_OK;
     };
-    g_body = body;
-    HANDLE t[8];
-    for (HANDLE &h : t)
-        h = CreateThread(nullptr, 0, Requester, &s, 0, nullptr);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(8, t, TRUE, 20000));
-    for (HANDLE h : t) {
-        DWORD code = 1;
-        GetExitCodeThread(h, &code);
-        EXPECT_EQ(0u, code);
-        CloseHandle(h);
-    }
+    std::atomic<int> failed{0};
+    std::vector<std::thread> t;
+    for (int i = 0; i < 8; ++i)
+        t.emplace_back([&] { failed += b.impl->runOnExecutor(body, &s) != S_OK; });
+    for (auto &h : t)
+        h.join();
+    EXPECT_EQ(0, failed.load());
     EXPECT_EQ(8, s.done);
     EXPECT_EQ(0, s.overlap); // one request at a time
     for (DWORD id : s.threads)

@@ -79,6 +79,20 @@ TEST(FioManagerCore, ManagerOnlyCreationAnswersEverySlot)
     EXPECT_EQ(S_OK, mgr->GetGPUAcceleration(&back));
     EXPECT_EQ(0, memcmp(&acc, &back, sizeof acc));
 
+    // bad arguments
+    long reserved = 0;
+    EXPECT_EQ(E_POINTER, ZVFileIO_CreateInstance(nullptr, nullptr, 0, nullptr, reserved));
+    EXPECT_EQ(E_POINTER, ZVFileIO_CreateSurrogateManagerInstance(nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(S_OK, mgr->GetMetric(1, nullptr)); // nowhere to put it, and still S_OK
+    EXPECT_EQ(S_OK, mgr->GetMetric(100, nullptr));
+    EXPECT_EQ(S_OK, mgr->GetMetricString(100, nullptr, 0, nullptr));
+    EXPECT_EQ(E_INVALIDARG, mgr->SetMetricBinary(100, nullptr, 8));
+    EXPECT_EQ(E_POINTER, mgr->GetLogger(nullptr));
+    CZvFileIOManager *impl = static_cast<CZvFileIOManager *>(mgr);
+    EXPECT_EQ(E_INVALIDARG, impl->GrovelSpecifiedPlugins(nullptr, 0, nullptr));
+    EXPECT_EQ(E_POINTER, impl->GrovelPlugins2(nullptr, 0, nullptr));
+    EXPECT_EQ(S_OK, impl->UpdatePluginCache(0)); // no list: nothing to write
+
     EXPECT_EQ(S_OK, mgr->CleanUp());
     EXPECT_EQ(S_OK, mgr->CleanUp()); // a second clean-up does nothing
     EXPECT_EQ(0u, mgr->Release());
@@ -93,35 +107,31 @@ TEST(FioManagerCore, MetricTableAndFile)
     info.metrics.values[12] = 99; // masked out
     IZvFileIOMgrForApp *mgr = CreateBare(0, &info);
     ASSERT_NE(nullptr, mgr);
-    LONG v = -1;
-    EXPECT_EQ(S_OK, mgr->GetMetric(11, &v));
-    EXPECT_EQ(42, v);
-    EXPECT_EQ(S_OK, mgr->GetMetric(12, &v));
-    EXPECT_EQ(0, v);
+    auto metric = [&](LONG id) {
+        LONG v = -1;
+        EXPECT_EQ(S_OK, mgr->GetMetric(id, &v)) << id;
+        return v;
+    };
+    EXPECT_EQ(42, metric(11));
+    EXPECT_EQ(0, metric(12));
 
     // 90 is nothing
     EXPECT_EQ(S_OK, mgr->SetMetric(90, 7));
-    EXPECT_EQ(S_OK, mgr->GetMetric(90, &v));
-    EXPECT_EQ(0, v);
+    EXPECT_EQ(0, metric(90));
     // 91 and up go to the file
     EXPECT_EQ(S_OK, mgr->SetMetric(91, 1234));
-    EXPECT_EQ(S_OK, mgr->GetMetric(91, &v));
-    EXPECT_EQ(1234, v);
+    EXPECT_EQ(1234, metric(91));
     std::wstring file = data.metricFile();
-    EXPECT_EQ(1234u, GetPrivateProfileIntW(L"Metrics", L"D91", 0, file.c_str()));
+    EXPECT_EQ(L"1234", fiotest::Ini(file, L"Metrics", L"D91"));
     // a stored value equal to the probe default reads back as stored
     EXPECT_EQ(S_OK, mgr->SetMetric(92, 0xF00D));
-    EXPECT_EQ(S_OK, mgr->GetMetric(92, &v));
-    EXPECT_EQ(0xF00D, v);
-    EXPECT_EQ(S_OK, mgr->GetMetric(93, &v)); // missing
-    EXPECT_EQ(0, v);
+    EXPECT_EQ(0xF00D, metric(92));
+    EXPECT_EQ(0, metric(93)); // missing
     // a negative id is a large unsigned one, filed under its absolute value
     EXPECT_EQ(S_OK, mgr->SetMetric(-5, 55));
-    EXPECT_EQ(55u, GetPrivateProfileIntW(L"Metrics", L"D5", 0, file.c_str()));
-    EXPECT_EQ(S_OK, mgr->GetMetric(-5, &v));
-    EXPECT_EQ(55, v);
-    EXPECT_EQ(S_OK, mgr->GetMetric(5, &v)); // the table entry is untouched
-    EXPECT_EQ(0, v);
+    EXPECT_EQ(L"55", fiotest::Ini(file, L"Metrics", L"D5"));
+    EXPECT_EQ(55, metric(-5));
+    EXPECT_EQ(0, metric(5)); // the table entry is untouched
 
     // strings
     wchar_t text[32] = L"x";
@@ -142,44 +152,36 @@ TEST(FioManagerCore, MetricTableAndFile)
     // binary: length/4 numbers, trailing zeros dropped, one kept
     LONG vals[5] = {1, -2, 3, 0, 0};
     EXPECT_EQ(S_OK, mgr->SetMetricBinary(110, (BYTE *)vals, sizeof vals));
-    wchar_t raw[64];
-    GetPrivateProfileStringW(L"Metrics", L"B110", L"", raw, 64, file.c_str());
-    EXPECT_STREQ(L"1,-2,3", raw);
+    EXPECT_EQ(L"1,-2,3", fiotest::Ini(file, L"Metrics", L"B110"));
     LONG zeros[2] = {};
     EXPECT_EQ(S_OK, mgr->SetMetricBinary(111, (BYTE *)zeros, sizeof zeros));
-    GetPrivateProfileStringW(L"Metrics", L"B111", L"", raw, 64, file.c_str());
-    EXPECT_STREQ(L"0", raw);
+    EXPECT_EQ(L"0", fiotest::Ini(file, L"Metrics", L"B111"));
     LONG back[6] = {9, 9, 9, 9, 9, 9};
     EXPECT_EQ(S_OK, mgr->GetMetricBinary(110, (BYTE *)back, sizeof back, &len));
     EXPECT_EQ(sizeof back, len);
-    EXPECT_EQ(1, back[0]);
-    EXPECT_EQ(-2, back[1]);
-    EXPECT_EQ(3, back[2]);
-    EXPECT_EQ(0, back[5]);
+    EXPECT_EQ((std::vector<LONG>{1, -2, 3, 0, 0, 0}), std::vector<LONG>(back, back + 6));
     BYTE odd[6] = {1, 1, 1, 1, 1, 1};
     EXPECT_EQ(S_OK, mgr->GetMetricBinary(110, odd, 6, &len)); // not a multiple of 4: no data
     EXPECT_EQ(0, odd[0]);
 
     // delete by kind
     EXPECT_EQ(S_OK, mgr->DeleteMetric(91, 4));
-    EXPECT_EQ(S_OK, mgr->GetMetric(91, &v));
-    EXPECT_EQ(0, v);
+    EXPECT_EQ(0, metric(91));
     EXPECT_EQ(S_OK, mgr->DeleteMetric(100, 1));
-    EXPECT_EQ(0u, GetPrivateProfileStringW(L"Metrics", L"S100", L"", raw, 64, file.c_str()));
+    EXPECT_EQ(L"<none>", fiotest::Ini(file, L"Metrics", L"S100"));
     EXPECT_EQ(S_OK, mgr->DeleteMetric(110, 3));
-    EXPECT_EQ(0u, GetPrivateProfileStringW(L"Metrics", L"B110", L"", raw, 64, file.c_str()));
+    EXPECT_EQ(L"<none>", fiotest::Ini(file, L"Metrics", L"B110"));
 
     // a mask of zeros changes nothing
     CZvFileIOManager *impl = static_cast<CZvFileIOManager *>(mgr);
     _ZVFIO_INITIALIZATION_METRICS none = {};
     none.values[11] = 5;
     EXPECT_EQ(S_OK, impl->SetMetrics(&none));
-    EXPECT_EQ(S_OK, mgr->GetMetric(11, &v));
-    EXPECT_EQ(42, v);
+    EXPECT_EQ(42, metric(11));
     mgr->Release();
 }
 
-TEST(FioManagerCore, LoggerOwnership)
+TEST(FioManagerCore, LoggerOwnershipAndCreationFlag)
 {
     DataFolder data;
     IZvFileIOMgrForApp *mgr = CreateBare();
@@ -200,26 +202,20 @@ TEST(FioManagerCore, LoggerOwnership)
     EXPECT_EQ(E_FAIL, mgr->GetLogger(&got));
     EXPECT_EQ(nullptr, got);
     mgr->Release();
-}
 
-TEST(FioManagerCore, LoggerFromCreationFlag)
-{
-    DataFolder data;
+    // one the manager makes from the creation flag writes its start line
     _ZVFIO_KEYED_INFO info = {};
     std::wstring path = data.dir.file(L"fio.log");
     wcscpy(info.szLogPath, path.c_str());
-    IZvFileIOMgrForApp *mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
+    mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
     ASSERT_NE(nullptr, mgr);
-    IZvLogger *got = nullptr;
     EXPECT_EQ(S_OK, mgr->GetLogger(&got));
     ASSERT_NE(nullptr, got);
     got->Release();
     mgr->Release();
     std::vector<unsigned char> bytes;
     ASSERT_TRUE(zvtest::ReadFileBytes(path, bytes));
-    std::string text(bytes.begin(), bytes.end());
-    EXPECT_NE(std::string::npos, text.find("*** Start of FileIO Manager log ***"));
-
+    EXPECT_NE(std::string::npos, std::string(bytes.begin(), bytes.end()).find("*** Start of FileIO Manager log ***"));
     // a log that can't be opened leaves the manager without a logger
     wcscpy(info.szLogPath, data.dir.file(L"no\\such\\folder\\fio.log").c_str());
     mgr = CreateBare(ZVFIO_CREATE_LOGGER, &info);
@@ -279,25 +275,5 @@ TEST(FioManagerCore, SurrogateManagerCreation)
     EXPECT_EQ(2, v);
     EXPECT_EQ(S_OK, mgr->CleanUp());
     EXPECT_EQ(nullptr, g_pZvFioSurrogateTable);
-    mgr->Release();
-}
-
-TEST(FioManagerCore, BadArguments)
-{
-    long reserved = 0;
-    EXPECT_EQ(E_POINTER, ZVFileIO_CreateInstance(nullptr, nullptr, 0, nullptr, reserved));
-    EXPECT_EQ(E_POINTER, ZVFileIO_CreateSurrogateManagerInstance(nullptr, 0, nullptr, nullptr));
-    DataFolder data;
-    IZvFileIOMgrForApp *mgr = CreateBare();
-    ASSERT_NE(nullptr, mgr);
-    EXPECT_EQ(S_OK, mgr->GetMetric(1, nullptr)); // nowhere to put it, and still S_OK
-    EXPECT_EQ(S_OK, mgr->GetMetric(100, nullptr));
-    EXPECT_EQ(S_OK, mgr->GetMetricString(100, nullptr, 0, nullptr));
-    EXPECT_EQ(E_INVALIDARG, mgr->SetMetricBinary(100, nullptr, 8));
-    EXPECT_EQ(E_POINTER, mgr->GetLogger(nullptr));
-    CZvFileIOManager *impl = static_cast<CZvFileIOManager *>(mgr);
-    EXPECT_EQ(E_INVALIDARG, impl->GrovelSpecifiedPlugins(nullptr, 0, nullptr));
-    EXPECT_EQ(E_POINTER, impl->GrovelPlugins2(nullptr, 0, nullptr));
-    EXPECT_EQ(S_OK, impl->UpdatePluginCache(0)); // no list: nothing to write
     mgr->Release();
 }

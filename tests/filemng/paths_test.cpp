@@ -5,6 +5,7 @@
 #include "zvcomspy.h"
 #include <shlobj.h>
 #include <string>
+#include <thread>
 
 TEST(ZvPaths, NamePartsAndEdits)
 {
@@ -53,15 +54,13 @@ TEST(ZvPaths, ValidateAndWildcards)
     wchar_t n4[] = L"fine name.txt";
     EXPECT_EQ(1, ZvValidateFileName(n4, TRUE));
 
-    EXPECT_TRUE(ZvIsMatchWildCard(L"*", L"a.b.c"));
-    EXPECT_TRUE(ZvIsMatchWildCard(L"*.txt", L"a.txt"));
-    EXPECT_FALSE(ZvIsMatchWildCard(L"*.txt", L"a.b.txt"));
-    EXPECT_FALSE(ZvIsMatchWildCard(L"*.txt", L"a.TXT")); // case-sensitive
-    EXPECT_TRUE(ZvIsMatchWildCard(L"a?c", L"abc"));
-    EXPECT_FALSE(ZvIsMatchWildCard(L"a?c", L"ac"));
-    EXPECT_TRUE(ZvIsMatchWildCard(L"abc.", L"abc"));
-    EXPECT_TRUE(ZvIsMatchWildCard(L"abc", L"abc."));
-    EXPECT_TRUE(ZvIsMatchWildCard(L"ab*", L"ab"));
+    const struct { const wchar_t *pattern, *name; bool match; } wild[] = {
+        {L"*", L"a.b.c", true},  {L"*.txt", L"a.txt", true}, {L"*.txt", L"a.b.txt", false},
+        {L"*.txt", L"a.TXT", false}, // case-sensitive
+        {L"a?c", L"abc", true},  {L"a?c", L"ac", false},     {L"abc.", L"abc", true},
+        {L"abc", L"abc.", true}, {L"ab*", L"ab", true}};
+    for (const auto &w : wild)
+        EXPECT_EQ(w.match, ZvIsMatchWildCard(w.pattern, w.name) != FALSE) << w.pattern << " " << w.name;
     EXPECT_FALSE(ZvIsMatchWildCard(nullptr, L"x"));
 }
 
@@ -142,40 +141,26 @@ TEST(ZvPaths, SpecialFolders)
 }
 
 // A spy registers for its thread's apartment while it holds it.
-static DWORD WINAPI SpyThread(void *)
-{
-    CMonitored_CoInitializeEx spy;
-    IUnknown *unk = nullptr;
-    if (spy.QueryInterface(IID_IInitializeSpy, (void **)&unk) != S_OK || unk != &spy)
-        return 1;
-    if (spy.QueryInterface(IID_IClassFactory, (void **)&unk) != E_NOINTERFACE || unk)
-        return 2;
-    if (spy.AddRef() != 1 || spy.Release() != 1)
-        return 3;
-    if (FAILED(spy.CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-        return 4;
-    if (spy.Cookie().QuadPart == 0)
-        return 5;
-    CMonitored_CoInitializeEx copy(spy);
-    if (copy.Cookie().QuadPart != spy.Cookie().QuadPart)
-        return 6;
-    spy.CoUninitialize();
-    if (spy.Cookie().QuadPart != 0)
-        return 7;
-    // without a registration the revoke of cookie 0 fails quietly
-    CMonitored_CoInitializeEx never;
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    never.CoUninitialize();
-    return 0;
-}
-
 TEST(ZvComSpy, RegistersForTheApartmentAndCopies)
 {
-    HANDLE t = CreateThread(nullptr, 0, SpyThread, nullptr, 0, nullptr);
-    ASSERT_NE(nullptr, t);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(t, 10000));
-    DWORD code = 99;
-    GetExitCodeThread(t, &code);
-    CloseHandle(t);
-    EXPECT_EQ(0u, code);
+    std::thread([] {
+        CMonitored_CoInitializeEx spy;
+        IUnknown *unk = nullptr;
+        EXPECT_EQ(S_OK, spy.QueryInterface(IID_IInitializeSpy, (void **)&unk));
+        EXPECT_EQ(unk, &spy);
+        EXPECT_EQ(E_NOINTERFACE, spy.QueryInterface(IID_IClassFactory, (void **)&unk));
+        EXPECT_EQ(nullptr, unk);
+        EXPECT_EQ(1u, spy.AddRef());
+        EXPECT_EQ(1u, spy.Release());
+        ASSERT_TRUE(SUCCEEDED(spy.CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+        EXPECT_NE(0, spy.Cookie().QuadPart);
+        CMonitored_CoInitializeEx copy(spy);
+        EXPECT_EQ(spy.Cookie().QuadPart, copy.Cookie().QuadPart);
+        spy.CoUninitialize();
+        EXPECT_EQ(0, spy.Cookie().QuadPart);
+        // without a registration the revoke of cookie 0 fails quietly
+        CMonitored_CoInitializeEx never;
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        never.CoUninitialize();
+    }).join();
 }

@@ -11,6 +11,7 @@
 #include "../../plugins/testkit/testkit.h"
 #include <stdio.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace fiotest;
@@ -71,18 +72,21 @@ ZVTEST_CHILD(fio_start)
     DWORD flags = (DWORD)strtoul(argv[0], nullptr, 10) | ZVFIO_CREATE_BESIDEPROGRAM;
     wchar_t result[MAX_PATH];
     MultiByteToWideChar(CP_ACP, 0, argv[1], -1, result, MAX_PATH);
+    auto put = [&](const std::wstring &section, const wchar_t *key, const std::wstring &value) {
+        WritePrivateProfileStringW(section.c_str(), key, value.c_str(), result);
+    };
     TestkitCounters keep; // the scope comes from the parent
     IZvFileIOMgrForApp *mgr = nullptr;
     long reserved = 0;
     HRESULT hr = ZVFileIO_CreateInstance(&mgr, nullptr, flags, nullptr, reserved);
     wchar_t text[64];
     swprintf(text, 64, L"0x%08lX", (unsigned long)hr);
-    WritePrivateProfileStringW(L"summary", L"hr", text, result);
+    put(L"summary", L"hr", text);
     if (FAILED(hr) || !mgr)
         return 3;
     tZVLIST *list = static_cast<CZvFileIOManager *>(mgr)->pluginList();
     int n = list ? list->count : 0;
-    WritePrivateProfileStringW(L"summary", L"count", std::to_wstring(n).c_str(), result);
+    put(L"summary", L"count", std::to_wstring(n));
     int loaded = 0;
     for (int i = 0; i < n; ++i) {
         ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
@@ -90,19 +94,18 @@ ZVTEST_CHILD(fio_start)
         std::wstring section = r->szName[0] ? r->szName : ZvGetFileNamePtrW(r->szPath);
         bool inProcess = GetModuleHandleW(r->szPath) != nullptr;
         loaded += inProcess;
-        WritePrivateProfileStringW(section.c_str(), L"flags", std::to_wstring(r->dwRecordFlags).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"reader", std::to_wstring(r->nReaderState).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"renderer", std::to_wstring(r->nRendererState).c_str(), result);
-        WritePrivateProfileStringW(section.c_str(), L"loaded", inProcess ? L"1" : L"0", result);
-        WritePrivateProfileStringW(section.c_str(), L"dialog", r->DialogName ? r->DialogName : L"", result);
-        WritePrivateProfileStringW(section.c_str(), L"ext",
-                                   r->ExtReader ? r->ExtReader : r->ExtRenderer ? r->ExtRenderer : L"", result);
-        WritePrivateProfileStringW(section.c_str(), L"merit", std::to_wstring(r->MeritValue).c_str(), result);
+        put(section, L"flags", std::to_wstring(r->dwRecordFlags));
+        put(section, L"reader", std::to_wstring(r->nReaderState));
+        put(section, L"renderer", std::to_wstring(r->nRendererState));
+        put(section, L"loaded", inProcess ? L"1" : L"0");
+        put(section, L"dialog", r->DialogName ? r->DialogName : L"");
+        put(section, L"ext", r->ExtReader ? r->ExtReader : r->ExtRenderer ? r->ExtRenderer : L"");
+        put(section, L"merit", std::to_wstring(r->MeritValue));
     }
-    WritePrivateProfileStringW(L"summary", L"loaded", std::to_wstring(loaded).c_str(), result);
+    put(L"summary", L"loaded", std::to_wstring(loaded));
     LONG readers = 0;
     mgr->GetReaderCount(&readers);
-    WritePrivateProfileStringW(L"summary", L"readers", std::to_wstring(readers).c_str(), result);
+    put(L"summary", L"readers", std::to_wstring(readers));
     WritePrivateProfileStringW(nullptr, nullptr, nullptr, result);
     // loaded classes hold the manager: clean up before the last release
     mgr->CleanUp();
@@ -274,15 +277,7 @@ struct InProcess : BareManager {
         impl->GrovelPlugins1(&list, raw.data(), (LONG)raw.size(), 0, nullptr);
         impl->SetPluginList(list, 0, 0, nullptr);
     }
-    ZVFIO_PLUGININFO *find(const GUID &cls)
-    {
-        for (int i = 0; list && i < list->count; ++i) {
-            ZVFIO_PLUGININFO *r = (ZVFIO_PLUGININFO *)ZvList_GetItem(list, i);
-            if (IsEqualGUID(r->clsidPlugin, cls))
-                return r;
-        }
-        return nullptr;
-    }
+    ZVFIO_PLUGININFO *find(const GUID &cls) { return host.record(cls); }
 };
 
 // A first start over the given DLLs with the data files beside the given
@@ -345,23 +340,6 @@ VOID CALLBACK OnDllLoad(ULONG reason, const LoadedData *data, PVOID)
         g_loaderThread = GetCurrentThreadId();
 }
 
-struct Asker {
-    InProcess *env;
-    ZVFIO_PLUGININFO *rec;
-    HANDLE go;
-    HRESULT hr;
-    IZvReadFileClass *cls;
-};
-DWORD WINAPI AskReader(void *arg)
-{
-    Asker *a = (Asker *)arg;
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    WaitForSingleObject(a->go, 10000);
-    a->hr = a->env->impl->getReader(a->rec, &a->cls);
-    CoUninitialize();
-    return 0;
-}
-
 } // namespace
 
 TEST(FioPlugins, LoadingRunsOnTheExecutorOnce)
@@ -383,14 +361,21 @@ TEST(FioPlugins, LoadingRunsOnTheExecutorOnce)
         reg(0, OnDllLoad, nullptr, &cookie);
 
     // two threads of single-threaded apartments ask at once
+    struct Ask {
+        HRESULT hr = E_FAIL;
+        IZvReadFileClass *cls = nullptr;
+    } a, b;
     HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    Asker a = {&env, r, go, E_FAIL, nullptr}, b = a;
-    HANDLE t[2] = {CreateThread(nullptr, 0, AskReader, &a, 0, nullptr),
-                   CreateThread(nullptr, 0, AskReader, &b, 0, nullptr)};
+    auto ask = [&](Ask *into) {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        WaitForSingleObject(go, 10000);
+        into->hr = env.impl->getReader(r, &into->cls);
+        CoUninitialize();
+    };
+    std::thread ta(ask, &a), tb(ask, &b);
     SetEvent(go);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, t, TRUE, 30000));
-    CloseHandle(t[0]);
-    CloseHandle(t[1]);
+    ta.join();
+    tb.join();
     CloseHandle(go);
     if (cookie && unreg)
         unreg(cookie);

@@ -1,6 +1,7 @@
 #include "mockreader.h"
 #include "filemng/fiodiscovery.h"
 #include "../media/mediatest.h"
+#include "../../plugins/sdk/zvplugin_com.h"
 #include <gtest/gtest.h>
 
 namespace idtest {
@@ -11,59 +12,21 @@ GUID ClassId(DWORD data1)
     return g;
 }
 
-// The smallest reader file object: it knows its name and stream count.
-struct MockFile : IZvReadFile {
-    LONG refs = 1;
-    std::wstring name;
+// The smallest reader file object, from the plug-in kit: it knows its
+// class, its name and its stream count.
+struct MockFile : zvsdk::ReadFileObject {
     LONG streams;
-    MockFile(const wchar_t *n, LONG s) : name(n ? n : L""), streams(s) {}
-    virtual ~MockFile() {}
-    STDMETHODIMP QueryInterface(REFIID riid, void **out) override
+    MockFile(IZvReadFileClass *owner, const wchar_t *n, LONG s) : ReadFileObject(owner, SysAllocString(n)), streams(s)
     {
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IZvReadFile)) {
-            *out = this;
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return (ULONG)InterlockedIncrement(&refs); }
-    STDMETHODIMP_(ULONG) Release() override
-    {
-        LONG n = InterlockedDecrement(&refs);
-        if (n == 0)
-            delete this;
-        return (ULONG)n;
-    }
-    STDMETHODIMP GetClass(IZvReadFileClass **c) override { *c = nullptr; return E_NOTIMPL; }
-    STDMETHODIMP GetFileInfoText(WCHAR *, DWORD, DWORD) override { return E_NOTIMPL; }
-    STDMETHODIMP GetStreamInfoText(WCHAR *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    STDMETHODIMP GetFileInfo(BYTE *, DWORD, DWORD) override { return E_NOTIMPL; }
-    STDMETHODIMP GetStreamInfo(BYTE *, DWORD, LONG, DWORD) override { return E_NOTIMPL; }
-    STDMETHODIMP GetSiblingFile(IZvReadFile **s) override { *s = nullptr; return E_NOTIMPL; }
-    STDMETHODIMP GetFileName(BSTR *n) override
-    {
-        *n = SysAllocString(name.c_str());
-        return S_OK;
-    }
-    STDMETHODIMP GetFileFlags(DWORD *f) override { *f = 0; return S_OK; }
-    STDMETHODIMP GetSiblingCount(LONG *c) override { *c = 0; return S_OK; }
-    STDMETHODIMP GetMetaTypes(DWORD *t) override { *t = 0; return S_OK; }
-    STDMETHODIMP Refresh(DWORD) override { return S_OK; }
     STDMETHODIMP GetLength(LONGLONG *l) override { *l = 0; return S_OK; }
     STDMETHODIMP GetStreamCount(LONG *c) override { *c = streams; return S_OK; }
     STDMETHODIMP GetDefaultStream(DWORD, LONG *s) override { *s = -1; return E_NOTIMPL; }
     STDMETHODIMP GetStreamFormatInfo(_ZVFILESTREAMFORMATINFOv2 *, LONG, DWORD) override { return E_NOTIMPL; }
     STDMETHODIMP GetStreamType(LONG, ZVFILESTREAMTYPE *, DWORD *) override { return E_NOTIMPL; }
     STDMETHODIMP GetStreamName(LONG, BSTR *n) override { *n = nullptr; return E_NOTIMPL; }
-    STDMETHODIMP OpenStream(IZvReadStream **s, LONG, DWORD, DWORD, DWORD) override
-    {
-        *s = nullptr;
-        return E_NOTIMPL;
-    }
+    STDMETHODIMP OpenStream(IZvReadStream **s, LONG, DWORD, DWORD, DWORD) override { *s = nullptr; return E_NOTIMPL; }
     STDMETHODIMP GetStreamLength(LONG, LONGLONG *l) override { *l = 0; return E_NOTIMPL; }
-    STDMETHODIMP GetMeta(IZvReadMeta **m) override { *m = nullptr; return E_NOTIMPL; }
     STDMETHODIMP Close() override { return S_OK; }
 };
 
@@ -107,7 +70,7 @@ STDMETHODIMP MockReader::OpenFile(IZvReadFile **file, UINT64 handle, DWORD, LPCW
     // the handle is the caller's and must be usable during the call
     if ((HANDLE)(LONG_PTR)handle != INVALID_HANDLE_VALUE && GetFileType((HANDLE)(LONG_PTR)handle) != FILE_TYPE_DISK)
         return E_HANDLE;
-    *file = new MockFile(n, streams);
+    *file = new MockFile(this, n, streams);
     return openAnswer;
 }
 

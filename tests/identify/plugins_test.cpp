@@ -8,6 +8,7 @@
 #include "filemng/zvmemtoken.h"
 #include "zverror.h"
 #include "testutil.h"
+#include "readstream.h"
 #include "fiohost.h"
 #include "../../plugins/testkit/testkit.h"
 
@@ -44,12 +45,7 @@ std::vector<unsigned char> TkFile(const char *magic, DWORD frames)
     return b;
 }
 
-_zvmemorytoken Token(void *data, DWORD size)
-{
-    _zvmemorytoken t = {};
-    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+using zvtest::LocalToken;
 
 const std::vector<const wchar_t *> kOnlyReaders = {L"tk_badlist.dll", L"tk_noentry.dll", L"tk_notadll.dll",
                                                    L"tk_preload.dll", L"pcm.dll"};
@@ -76,17 +72,14 @@ TEST(IdentifyPlugins, TestReaderFileIsFoundOpenedAndRead)
     LONG streams = 0;
     EXPECT_EQ(S_OK, file->GetStreamCount(&streams));
     EXPECT_EQ(1, streams);
-    IZvReadStream *s = nullptr;
-    ASSERT_EQ(S_OK, file->OpenStream(&s, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0));
-    IZvReadAudioStream *audio = nullptr;
-    ASSERT_EQ(S_OK, s->QueryInterface(IID_IZvReadAudioStream, (void **)&audio));
+    IZvReadAudioStream *audio = zvtest::OpenAudio(file, 0, ZVFILESTREAMTYPE_AUDIO);
+    ASSERT_NE(nullptr, audio);
     std::vector<short> buffer(2 * 1000);
     DWORD got = 0;
-    EXPECT_EQ(S_OK, audio->ReadSamples(0, 0, Token(buffer.data(), 4000 * 2), 1000, &got));
+    EXPECT_EQ(S_OK, audio->ReadSamples(0, 0, LocalToken(buffer.data(), 4000 * 2), 1000, &got));
     EXPECT_EQ(1000u, got);
     EXPECT_EQ(2 * 999 + 1, buffer[1999]);
     audio->Release();
-    s->Release();
     file->Release();
     // tk_reader was asked by identification (its extension names it) and,
     // having a merit, once more for merit; tk_dual never
@@ -197,8 +190,8 @@ HRESULT OpenAndRead(CZvFileIOManager *mgr, const std::wstring &path, LONGLONG *f
                 break;
             }
             DWORD got = 0;
-            hr = audio->ReadSamples((DWORD)*frames, (LONG)(*frames >> 32), Token(buffer.data(), (DWORD)buffer.size()),
-                                    per, &got);
+            hr = audio->ReadSamples((DWORD)*frames, (LONG)(*frames >> 32),
+                                    LocalToken(buffer.data(), (DWORD)buffer.size()), per, &got);
             if (FAILED(hr) || got == 0 || hr == S_FALSE)
                 break;
             *frames += got;

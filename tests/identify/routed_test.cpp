@@ -7,6 +7,7 @@
 #include "mockreader.h"
 #include "childguard.h"
 #include "fiohost.h"
+#include "readstream.h"
 #include "filemng/fiodiscovery.h"
 #include "filemng/surrogatetable.h"
 #include "filemng/zvmemtoken.h"
@@ -74,15 +75,10 @@ bool NobodyHolds(const std::wstring &path)
 // Reads the whole first stream of an open file with `token` over `buffer`.
 HRESULT ReadAll(IZvReadFile *file, _zvmemorytoken token, BYTE *buffer, std::vector<BYTE> *out)
 {
-    IZvReadStream *s = nullptr;
-    HRESULT hr = file->OpenStream(&s, 0, ZVFILESTREAMTYPE_AUDIO, 0, 0);
-    if (FAILED(hr))
-        return hr;
-    IZvReadAudioStream *audio = nullptr;
-    hr = s->QueryInterface(IID_IZvReadAudioStream, (void **)&audio);
-    s->Release();
-    if (FAILED(hr))
-        return hr;
+    IZvReadAudioStream *audio = zvtest::OpenAudio(file, 0, ZVFILESTREAMTYPE_AUDIO);
+    if (!audio)
+        return E_NOINTERFACE;
+    HRESULT hr = S_OK;
     const DWORD per = token.cbData / 4;
     for (DWORD at = 0;;) {
         DWORD got = 0;
@@ -159,8 +155,7 @@ TEST_F(RoutedPcm, IdentifiedOpenedAndReadInTheSurrogateWithNoHandleLeft)
         ASSERT_EQ(S_OK, w.mgr->OpenReader(wave.c_str(), &file, 0));
         ASSERT_TRUE(file);
         std::vector<BYTE> local(64 * 1024);
-        _zvmemorytoken token;
-        ZvMemoryToken_InitLocal(&token, local.data(), (DWORD)local.size(), ZVMEMTOKEN_KIND_LOCAL);
+        _zvmemorytoken token = zvtest::LocalToken(local.data(), (DWORD)local.size());
         std::vector<BYTE> viaLocal, viaShared;
         EXPECT_EQ(S_OK, ReadAll(file, token, local.data(), &viaLocal));
         EXPECT_TRUE(viaLocal == expected);
@@ -236,8 +231,7 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
         std::vector<BYTE> samples(4 * 20000);
         for (size_t i = 0; i < samples.size(); ++i)
             samples[i] = (BYTE)((i * 2654435761u) >> 13);
-        _zvmemorytoken token;
-        ZvMemoryToken_InitLocal(&token, samples.data(), (DWORD)samples.size(), ZVMEMTOKEN_KIND_LOCAL);
+        _zvmemorytoken token = zvtest::LocalToken(samples.data(), (DWORD)samples.size());
         DWORD written = 0;
         EXPECT_EQ(S_OK, file->WriteSamples(0, token, 20000, &written));
         EXPECT_EQ(20000u, written);
@@ -250,7 +244,7 @@ TEST_F(RoutedPcm, RenderedInTheSurrogate)
         IZvReadFile *reader = nullptr;
         ASSERT_EQ(S_OK, w.mgr->OpenReader(path.c_str(), &reader, 0));
         std::vector<BYTE> local(64 * 1024), back;
-        ZvMemoryToken_InitLocal(&token, local.data(), (DWORD)local.size(), ZVMEMTOKEN_KIND_LOCAL);
+        token = zvtest::LocalToken(local.data(), (DWORD)local.size());
         EXPECT_EQ(S_OK, ReadAll(reader, token, local.data(), &back));
         EXPECT_TRUE(back == samples);
         reader->Close();

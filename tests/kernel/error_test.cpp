@@ -2,8 +2,9 @@
 #include <gtest/gtest.h>
 #include "zverror.h"
 #include "zvprintf.h"
+#include "testutil.h"
 #include <oleauto.h>
-#include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,27 +13,7 @@ namespace {
 
 const wchar_t kContext0[] = L"An error occurred during the current operation.";
 
-std::string fixturePath(const char *name)
-{
-    const char *source = getenv("ZV_SOURCE_DIR");
-    std::string root;
-    if (source && *source) {
-        root = source;
-        if (root[0] == '/')
-            root = "Z:" + root;
-    } else {
-        // Built on the host: its root folder is drive Z: under Wine.
-        root = std::string("Z:") + __FILE__;
-        root = root.substr(0, root.rfind("tests"));
-    }
-    for (char &c : root)
-        if (c == '/')
-            c = '\\';
-    if (!root.empty() && root.back() != '\\')
-        root += '\\';
-    return root + "tests\\kernel\\fixtures\\" + name;
-}
-
+// Text with "\\n" for each line break, as the fixture files write it.
 std::wstring widen(const std::string &s)
 {
     std::wstring out;
@@ -47,21 +28,21 @@ std::wstring widen(const std::string &s)
     return out;
 }
 
-std::vector<std::vector<std::string>> readFixture(const char *name)
+// The tab-separated rows of a file in tests/kernel/fixtures of the source
+// tree that ZV_SOURCE_DIR names; lines starting with "#" are comments.
+std::vector<std::vector<std::string>> readFixture(const wchar_t *name)
 {
+    std::vector<unsigned char> bytes;
+    zvtest::ReadFileBytes(zvtest::HostDirFromEnv("ZV_SOURCE_DIR") + L"tests\\kernel\\fixtures\\" + name, bytes);
+    std::istringstream in(std::string(bytes.begin(), bytes.end()));
     std::vector<std::vector<std::string>> rows;
-    std::ifstream in(fixturePath(name));
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#')
             continue;
         std::vector<std::string> fields;
-        size_t start = 0, tab;
-        while ((tab = line.find('\t', start)) != std::string::npos) {
-            fields.push_back(line.substr(start, tab - start));
-            start = tab + 1;
-        }
-        fields.push_back(line.substr(start));
+        std::istringstream cells(line);
+        for (std::string cell; std::getline(cells, cell, '\t');)
+            fields.push_back(cell);
         rows.push_back(fields);
     }
     return rows;
@@ -98,8 +79,8 @@ using ErrorTexts = ErrorBase;
 
 TEST_F(ErrorTexts, EveryResultGivesItsTextForContextZero)
 {
-    auto rows = readFixture("result_texts.txt");
-    ASSERT_GE(rows.size(), 150u) << fixturePath("result_texts.txt");
+    auto rows = readFixture(L"result_texts.txt");
+    ASSERT_GE(rows.size(), 150u) << "tests/kernel/fixtures/result_texts.txt under ZV_SOURCE_DIR";
     ASSERT_TRUE(ZvPrintF_AddToken(L"AppName", L"Test App"));
     for (const auto &row : rows) {
         ASSERT_EQ(3u, row.size());
@@ -117,7 +98,7 @@ TEST_F(ErrorTexts, EveryResultGivesItsTextForContextZero)
 
 TEST_F(ErrorTexts, ContextsByNumberTextOrFirstRow)
 {
-    auto rows = readFixture("context_texts.txt");
+    auto rows = readFixture(L"context_texts.txt");
     ASSERT_GE(rows.size(), 50u);
     for (const auto &row : rows)
         EXPECT_EQ(widen(row[1]), ZvErrorHandler_GetContextString(strtoul(row[0].c_str(), nullptr, 10))) << row[0];
@@ -318,6 +299,18 @@ TEST_F(ErrorBoxes, HookReplacesTheBoxAndOnlyItsThreadChangesIt)
 using ErrorDumps = ErrorBase;
 
 namespace {
+// An exception of `code` at the capture.
+struct Fault {
+    CONTEXT context = {};
+    EXCEPTION_RECORD record = {};
+    EXCEPTION_POINTERS pointers = {&record, &context};
+    explicit Fault(DWORD code)
+    {
+        RtlCaptureContext(&context);
+        record.ExceptionCode = code;
+    }
+};
+
 // A readable page followed by one that faults on reading.
 struct GuardedPage {
     GuardedPage()
@@ -359,14 +352,12 @@ TEST_F(ErrorDumps, HexLinesShowBytesCharactersAndUnreadableMemory)
 
 TEST_F(ErrorDumps, ExceptionReportHasEverySection)
 {
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
+    Fault f(EXCEPTION_ACCESS_VIOLATION);
+    EXCEPTION_RECORD &record = f.record;
+    EXCEPTION_POINTERS &pointers = f.pointers;
     record.NumberParameters = 2;
     record.ExceptionInformation[0] = 1;
     record.ExceptionInformation[1] = 0x1234;
-    EXCEPTION_POINTERS pointers = {&record, &context};
     static char report[8192];
     ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), "worker", &pointers, 0);
     std::string text(report);
@@ -399,18 +390,14 @@ TEST_F(ErrorDumps, StackWordsShowWhereTheyPoint)
     words[0] = 0x12345678;  // unmapped
     words[1] = reinterpret_cast<UINT_PTR>(&ZvErrorHandler_DumpHex);
     words[2] = 7;
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
+    Fault f(EXCEPTION_BREAKPOINT);
 #ifdef _WIN64
-    context.Rsp = reinterpret_cast<DWORD64>(words);
+    f.context.Rsp = reinterpret_cast<DWORD64>(words);
 #else
-    context.Esp = reinterpret_cast<DWORD>(words);
+    f.context.Esp = reinterpret_cast<DWORD>(words);
 #endif
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_BREAKPOINT;
-    EXCEPTION_POINTERS pointers = {&record, &context};
     static char report[8192];
-    ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), nullptr, &pointers, 16);
+    ZvErrorHandler_DumpExceptionRecord(report, sizeof(report), nullptr, &f.pointers, 16);
     std::string text(report);
     std::vector<std::string> lines;
     for (size_t at = 0, next; (next = text.find("\r\n", at)) != std::string::npos; at = next + 2)
@@ -425,12 +412,8 @@ TEST_F(ErrorDumps, StackWordsShowWhereTheyPoint)
 
 TEST_F(ErrorDumps, FilterReportsInABoxAndPassesMisalignment)
 {
-    CONTEXT context = {};
-    RtlCaptureContext(&context);
-    EXCEPTION_RECORD record = {};
-    record.ExceptionCode = EXCEPTION_INT_DIVIDE_BY_ZERO;
-    EXCEPTION_POINTERS pointers = {&record, &context};
-    EXPECT_EQ(EXCEPTION_EXECUTE_HANDLER, ZvErrorHandler_ExceptionFilter(&pointers, "main"));
+    Fault f(EXCEPTION_INT_DIVIDE_BY_ZERO);
+    EXPECT_EQ(EXCEPTION_EXECUTE_HANDLER, ZvErrorHandler_ExceptionFilter(&f.pointers, "main"));
     ASSERT_EQ(1u, g_logged.size());
     EXPECT_EQ(std::wstring(kContext0) + L"\n\nAn Exception has occurred.", g_logged[0]);
     int lines = 0;
@@ -440,7 +423,7 @@ TEST_F(ErrorDumps, FilterReportsInABoxAndPassesMisalignment)
     EXPECT_EQ(0u, std::wstring(details).find(L"Error Test\r\nException 0xC0000094 (integer divide by zero) IP:0x"))
         << details;
 
-    record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT;
-    EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(&pointers, "main"));
+    f.record.ExceptionCode = EXCEPTION_DATATYPE_MISALIGNMENT;
+    EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(&f.pointers, "main"));
     EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, ZvErrorHandler_ExceptionFilter(nullptr, "main"));
 }

@@ -50,23 +50,16 @@ std::wstring column(LCID lcid)
 
 TEST(LangColumns, RegionalFormsFallOnTheirLanguageRow)
 {
-    EXPECT_EQ(0x40Au, ZvLang_GetConditionedLCID(0x0C0A));
-    EXPECT_EQ(0x404u, ZvLang_GetConditionedLCID(0x0C04));
-    EXPECT_EQ(0x404u, ZvLang_GetConditionedLCID(0x1404));
-    EXPECT_EQ(0x804u, ZvLang_GetConditionedLCID(0x1004));
-    EXPECT_EQ(0x816u, ZvLang_GetConditionedLCID(0x0816));
-    EXPECT_EQ(0x416u, ZvLang_GetConditionedLCID(0x0416));
-    EXPECT_EQ(0x409u, ZvLang_GetConditionedLCID(0x0809));
-
-    EXPECT_EQ(L"c1", column(0x409));
-    EXPECT_EQ(L"c2", column(0x411));
-    EXPECT_EQ(L"c4", column(0x0C0A));
-    EXPECT_EQ(L"c7", column(0x0C04));
-    EXPECT_EQ(L"c6", column(0x1004));
-    EXPECT_EQ(L"c14", column(0x0416));
-    EXPECT_EQ(L"c15", column(0x0816));
-    EXPECT_EQ(L"c18", column(0x0415));
-    EXPECT_EQ(L"c1", column(0x041F));  // Turkish has no column
+    // a regional form, the language row it falls on, the column it reads
+    const struct { LCID lcid, row; const wchar_t *column; } rows[] = {
+        {0x0C0A, 0x40A, L"c4"}, {0x0C04, 0x404, L"c7"}, {0x1404, 0x404, L"c7"}, {0x1004, 0x804, L"c6"},
+        {0x0816, 0x816, L"c15"}, {0x0416, 0x416, L"c14"}, {0x0809, 0x409, L"c1"}, {0x0409, 0x409, L"c1"},
+        {0x0411, 0x411, L"c2"}, {0x0415, 0x415, L"c18"},
+        {0x041F, 0x41F, L"c1"}};  // Turkish has no column
+    for (const auto &r : rows) {
+        EXPECT_EQ(r.row, ZvLang_GetConditionedLCID(r.lcid)) << std::hex << r.lcid;
+        EXPECT_EQ(r.column, column(r.lcid)) << std::hex << r.lcid;
+    }
 }
 
 TEST(LangColumns, LanguageChangeRecomputesTheColumn)
@@ -141,12 +134,10 @@ TEST(LangStrings, NumberedStringsFallBackToEnglishAndStripTheMarker)
     EXPECT_EQ(ZvLang_EmptyString(), ZvGetString(nullptr, 0x6000));
 
     wchar_t buffer[64];
-    EXPECT_EQ(4, ZvLoadString(lang, 0x6002, buffer, 64));
-    EXPECT_STREQ(L"Word", buffer);
-    EXPECT_EQ(4, ZvLoadString(lang, 0x6000, buffer, 5));
-    EXPECT_STREQ(L"Engl", buffer);
-    EXPECT_EQ(0, ZvLoadString(lang, 0x60FF, buffer, 64));
-    EXPECT_STREQ(L"", buffer);
+    auto told = [&](int n) { return std::to_wstring(n) + L":" + buffer; };
+    EXPECT_EQ(L"4:Word", told(ZvLoadString(lang, 0x6002, buffer, 64)));
+    EXPECT_EQ(L"4:Engl", told(ZvLoadString(lang, 0x6000, buffer, 5)));
+    EXPECT_EQ(L"0:", told(ZvLoadString(lang, 0x60FF, buffer, 64)));
     EXPECT_EQ(0, ZvLoadString(lang, 0x6000, nullptr, 64));
 
     // German, then a regional German, then a language with no table.
@@ -196,23 +187,17 @@ TEST(LangPool, RingWrapsAndRefusesOversizedRequests)
 TEST(LangInat, SelectorsAndSeparators)
 {
     wchar_t buffer[64];
+    auto told = [&](int n) { return std::to_wstring(n) + L":" + buffer; };
     ZvLang_GetInternationals(nullptr, 0);
-    EXPECT_EQ(1, ZvGetInat(ZVINAT_TC_WHOLE, buffer));
-    EXPECT_STREQ(L":", buffer);
-    EXPECT_EQ(1, ZvGetInat(ZVINAT_TC_DROP, buffer));
-    EXPECT_STREQ(L",", buffer);
-    EXPECT_EQ(0, ZvGetInat(7, buffer));
-    EXPECT_STREQ(L"", buffer);
-    EXPECT_EQ(0, ZvGetInatN(ZVINAT_TIMESEP, buffer, 1));
-    EXPECT_STREQ(L"", buffer);
+    EXPECT_EQ(L"1::", told(ZvGetInat(ZVINAT_TC_WHOLE, buffer)));
+    EXPECT_EQ(L"1:,", told(ZvGetInat(ZVINAT_TC_DROP, buffer)));
+    EXPECT_EQ(L"0:", told(ZvGetInat(7, buffer)));
+    EXPECT_EQ(L"0:", told(ZvGetInatN(ZVINAT_TIMESEP, buffer, 1)));
     EXPECT_EQ(static_cast<int>(GetSystemDefaultLCID()), ZvGetInat(ZVINAT_SYSLANGUAGE, nullptr));
     // The refresh also sets the tokens of timecode and music time labels.
-    EXPECT_EQ(11, ZvPrintF_GetToken(L"SMPTE.Label.Drop", buffer, 64));
-    EXPECT_STREQ(L"hr:mn:sc,fr", buffer);
-    EXPECT_GT(ZvPrintF_GetToken(L"SMPTE.Label.NonDrop.Full", buffer, 64), 0);
-    EXPECT_STREQ(L"hours:minutes:seconds.frames", buffer);
-    EXPECT_GT(ZvPrintF_GetToken(L"MusicTime.Label", buffer, 64), 0);
-    EXPECT_STREQ(L"ms.bt.tk", buffer);
+    EXPECT_EQ(L"11:hr:mn:sc,fr", told(ZvPrintF_GetToken(L"SMPTE.Label.Drop", buffer, 64)));
+    EXPECT_EQ(L"28:hours:minutes:seconds.frames", told(ZvPrintF_GetToken(L"SMPTE.Label.NonDrop.Full", buffer, 64)));
+    EXPECT_EQ(L"8:ms.bt.tk", told(ZvPrintF_GetToken(L"MusicTime.Label", buffer, 64)));
 
     ZVINTERNATIONALS small = {};
     EXPECT_EQ(12, ZvLang_GetInternationals(&small, 12));
@@ -444,26 +429,18 @@ TEST(LangSetting, UserLanguageRoundTrip)
 
 TEST(LangHandleInfo, NamesTagsAndDirection)
 {
-    LangHandle japanese(1041);
+    LangHandle japanese(1041), english(0x409), traditional(0x404), arabic(0x401);
     wchar_t buffer[64];
-    EXPECT_EQ(8, ZvLang_LocalizeUserName(japanese, L"Ken", L"Sato", buffer, 64));
-    EXPECT_STREQ(L"Sato Ken", buffer);
-    LangHandle english(0x409);
-    EXPECT_EQ(8, ZvLang_LocalizeUserName(english, L"Ken", L"Sato", buffer, 64));
-    EXPECT_STREQ(L"Ken Sato", buffer);
+    // what a call returns and the text it leaves
+    auto told = [&](int n) { return std::to_wstring(n) + L":" + buffer; };
+    EXPECT_EQ(L"8:Sato Ken", told(ZvLang_LocalizeUserName(japanese, L"Ken", L"Sato", buffer, 64)));
+    EXPECT_EQ(L"8:Ken Sato", told(ZvLang_LocalizeUserName(english, L"Ken", L"Sato", buffer, 64)));
     EXPECT_EQ(3, ZvLang_LocalizeUserName(english, L"Ken", L"Sato", buffer, 4));
-
-    EXPECT_EQ(0, ZvLang_GetLangllCC(japanese, buffer, 64));
-    EXPECT_STREQ(L"ja-JP", buffer);
-    LangHandle traditional(0x404);
-    EXPECT_EQ(0, ZvLang_GetLangllCC(traditional, buffer, 64));
-    EXPECT_STREQ(L"zh-CN", buffer);
-    EXPECT_EQ(1, ZvLang_GetLangllCC(english, buffer, 64));
-    EXPECT_STREQ(L"", buffer);
-
+    EXPECT_EQ(L"0:ja-JP", told(ZvLang_GetLangllCC(japanese, buffer, 64)));
+    EXPECT_EQ(L"0:zh-CN", told(ZvLang_GetLangllCC(traditional, buffer, 64)));
+    EXPECT_EQ(L"1:", told(ZvLang_GetLangllCC(english, buffer, 64)));
     EXPECT_TRUE(ZvLang_GetLangAbbrev(english, buffer, 64));
     EXPECT_STREQ(L"ENU", buffer);
-    LangHandle arabic(0x401);
     EXPECT_TRUE(ZvLang_UseRTL(arabic));
     EXPECT_FALSE(ZvLang_UseRTL(english));
     EXPECT_FALSE(ZvLang_UseRTL(nullptr));

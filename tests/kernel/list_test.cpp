@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include "zvlist.h"
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <random>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -609,34 +611,23 @@ TEST(ZvListMisc, OwnerUserDataAndBadHandles)
     EXPECT_FALSE(ZvList_IsList((void *)16, sizeof(tZVLIST)));
 }
 
-namespace {
-DWORD WINAPI hammer(void *param)
-{
-    tZVLIST *l = (tZVLIST *)param;
-    for (int i = 0; i < 2000; i++) {
-        int at;
-        if (FAILED(ZvList_AllocAndInsertItem(l, &i, sizeof i, 0, &at)))
-            return 1;
-        if (i % 3 == 0 && FAILED(ZvList_DeleteList(l, 0, 1, TRUE)))
-            return 1;
-    }
-    return 0;
-}
-} // namespace
-
 TEST(ZvListMisc, ThreadSafeListUnderContention)
 {
     tZVLIST *l = make(0, 0, 0, ZVLIST_HEAPITEMS | ZVLIST_THREADSAFE);
-    HANDLE threads[4];
-    for (HANDLE &t : threads)
-        t = CreateThread(nullptr, 0, hammer, l, 0, nullptr);
-    WaitForMultipleObjects(4, threads, TRUE, INFINITE);
-    for (HANDLE t : threads) {
-        DWORD code = 9;
-        GetExitCodeThread(t, &code);
-        EXPECT_EQ(code, 0u);
-        CloseHandle(t);
-    }
+    std::atomic<int> failed{0};
+    auto hammer = [&] {
+        for (int i = 0; i < 2000; i++) {
+            int at;
+            failed += FAILED(ZvList_AllocAndInsertItem(l, &i, sizeof i, 0, &at));
+            failed += i % 3 == 0 && FAILED(ZvList_DeleteList(l, 0, 1, TRUE));
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; t++)
+        threads.emplace_back(hammer);
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(failed.load(), 0);
     EXPECT_EQ(l->count, 4 * (2000 - 667));
     EXPECT_EQ(ZvList_Destroy(l), S_OK);
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 #include <set>
+#include <thread>
 #include "testutil.h"
 #include "zvlog.h"
 #include "zvproxy.h"
@@ -40,21 +41,26 @@ bool Exists(const std::wstring &path)
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+// Each writer test has a log and a file name in a folder of its own.
+class LogWriter : public ::testing::Test {
+protected:
+    zvtest::TempDir dir;
+    std::wstring path = dir.file(L"test.log");
+    CLog log;
+};
+
 } // namespace
 
-TEST(LogWriter, InitRejectsBadArgumentsAndUnopenedLogRefusesWrites)
+TEST_F(LogWriter, InitRejectsBadArgumentsAndUnopenedLogRefusesWrites)
 {
-    zvtest::TempDir dir;
-    CLog log;
     EXPECT_EQ(log.Init(nullptr, 4, 0, 0), E_INVALIDARG);
-    EXPECT_EQ(log.Init(dir.file(L"a.log").c_str(), 0, 0, 0), E_INVALIDARG);
+    EXPECT_EQ(log.Init(path.c_str(), 0, 0, 0), E_INVALIDARG);
     EXPECT_EQ(log.Write(4, L"x.cpp", 1, L"never"), ZVERR_INIT_FAILED);
     EXPECT_EQ(log.Init(dir.file(L"missing\\a.log").c_str(), 4, 0, 0), ZVERR_FILE_OPEN);
     EXPECT_EQ(log.Write(4, L"x.cpp", 1, L"never"), ZVERR_INIT_FAILED);
-    EXPECT_FALSE(Exists(dir.file(L"a.log")));
+    EXPECT_FALSE(Exists(path));
 
     // Init works again after Shutdown, and a new session appends.
-    std::wstring path = dir.file(L"a.log");
     ASSERT_EQ(log.Init(path.c_str(), 0x10, 0, 0), S_OK);
     EXPECT_EQ(log.Write(0x10, nullptr, 0, L"first"), S_OK);
     log.Shutdown();
@@ -65,11 +71,8 @@ TEST(LogWriter, InitRejectsBadArgumentsAndUnopenedLogRefusesWrites)
     EXPECT_STREQ(log.GetLogFileName(), path.c_str());
 }
 
-TEST(LogWriter, LevelsTagsAndDecorations)
+TEST_F(LogWriter, LevelsTagsAndDecorations)
 {
-    zvtest::TempDir dir;
-    std::wstring path = dir.file(L"levels.log");
-    CLog log;
     // Only warnings are written; level 3 shares a bit and has no tag of its own.
     ASSERT_EQ(log.Init(path.c_str(), 0x10002, 0, 0), S_OK);
     EXPECT_EQ(log.Write(4, L"a.cpp", 1, L"info dropped"), S_OK);
@@ -114,11 +117,8 @@ TEST(LogWriter, LevelsTagsAndDecorations)
     EXPECT_EQ(lines[1].substr(23), "        short.c(12345): x");
 }
 
-TEST(LogWriter, LongAndWideTextIsCutAndKept)
+TEST_F(LogWriter, LongAndWideTextIsCutAndKept)
 {
-    zvtest::TempDir dir;
-    std::wstring path = dir.file(L"long.log");
-    CLog log;
     ASSERT_EQ(log.Init(path.c_str(), 0x10, 0, 0), S_OK);
     std::wstring big(2000, L'x');
     EXPECT_EQ(log.Write(0x10, nullptr, 0, L"%ls", big.c_str()), S_OK);
@@ -131,12 +131,9 @@ TEST(LogWriter, LongAndWideTextIsCutAndKept)
     EXPECT_EQ(lines[1], "caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC");
 }
 
-TEST(LogWriter, RollOverKeepsExactlyOnePreviousGeneration)
+TEST_F(LogWriter, RollOverKeepsExactlyOnePreviousGeneration)
 {
-    zvtest::TempDir dir;
-    std::wstring path = dir.file(L"roll.log");
     std::wstring previous = path + L".previous";
-    CLog log;
     ASSERT_EQ(log.Init(path.c_str(), 0x10, 1000, 0x20), S_OK);
     // 30 lines of 100 bytes with CR LF: the log rolls over about every ten.
     for (int i = 0; i < 30; i++) {
@@ -169,11 +166,8 @@ TEST(LogWriter, RollOverKeepsExactlyOnePreviousGeneration)
     EXPECT_EQ(ReadShared(previous), current);
 }
 
-TEST(LogWriter, BlockedRollOverKeepsLogging)
+TEST_F(LogWriter, BlockedRollOverKeepsLogging)
 {
-    zvtest::TempDir dir;
-    std::wstring path = dir.file(L"blocked.log");
-    CLog log;
     ASSERT_EQ(log.Init(path.c_str(), 0x10, 10, 0x40), S_OK);
     ASSERT_EQ(log.Write(0x10, nullptr, 0, L"0123456789abc"), S_OK);
     // A reader without delete sharing keeps the log from being renamed:
@@ -187,33 +181,16 @@ TEST(LogWriter, BlockedRollOverKeepsLogging)
     EXPECT_EQ(Lines(ReadShared(path)), (std::vector<std::string>{"0123456789abc", "still here"}));
 }
 
-namespace {
-struct WriterArgs {
-    CLog *log;
-    int id;
-};
-DWORD WINAPI WriterThread(void *p)
+TEST_F(LogWriter, TwoThreadsLoseAndInterleaveNothing)
 {
-    WriterArgs *a = (WriterArgs *)p;
-    for (int i = 0; i < 10000; i++)
-        a->log->Write(0x10, nullptr, 0, L"thread %d line %05d %ls", a->id, i, L"payload-payload-payload");
-    return 0;
-}
-} // namespace
-
-TEST(LogWriter, TwoThreadsLoseAndInterleaveNothing)
-{
-    zvtest::TempDir dir;
-    std::wstring path = dir.file(L"threads.log");
-    CLog log;
     ASSERT_EQ(log.Init(path.c_str(), 0x10, 0, 0), S_OK);
-    WriterArgs args[2] = {{&log, 1}, {&log, 2}};
-    HANDLE threads[2];
-    for (int t = 0; t < 2; t++)
-        threads[t] = CreateThread(nullptr, 0, WriterThread, &args[t], 0, nullptr);
-    WaitForMultipleObjects(2, threads, TRUE, INFINITE);
-    for (HANDLE h : threads)
-        CloseHandle(h);
+    auto writer = [this](int id) {
+        for (int i = 0; i < 10000; i++)
+            log.Write(0x10, nullptr, 0, L"thread %d line %05d %ls", id, i, L"payload-payload-payload");
+    };
+    std::thread one(writer, 1), two(writer, 2);
+    one.join();
+    two.join();
     log.Shutdown();
     std::vector<std::string> lines = Lines(ReadShared(path));
     ASSERT_EQ(lines.size(), 20000u);

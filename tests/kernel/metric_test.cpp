@@ -140,26 +140,24 @@ TEST_F(ZvMetricTest, NumbersBoundsAndNames)
 TEST_F(ZvMetricTest, Texts)
 {
     wchar_t b[16];
+    // the length the read gives and the text it leaves
+    auto text = [&](int id, int size, const wchar_t *dflt, BOOL emptyIsValue) {
+        b[0] = L'x';
+        int n = ZvGetMetricStringEx(m_, id, b, size, dflt, emptyIsValue);
+        return std::to_wstring(n) + L":" + b;
+    };
     EXPECT_EQ(ZvSetMetricString(m_, 3, L"hello"), S_OK);
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 3, b, 16, L"default", FALSE), 5);
-    EXPECT_STREQ(b, L"hello");
-    EXPECT_EQ(ZvGetMetricStringEx(m_, -3, b, 16, nullptr, FALSE), 5);
-    // Too long for the buffer: the default stands in.
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 3, b, 4, L"dflt", FALSE), 3);
-    EXPECT_STREQ(b, L"dfl");
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 4, b, 16, L"default", FALSE), 7);
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 4, b, 16, nullptr, FALSE), 0);
-    EXPECT_STREQ(b, L"");
+    EXPECT_EQ(text(3, 16, L"default", FALSE), L"5:hello");
+    EXPECT_EQ(text(-3, 16, nullptr, FALSE), L"5:hello");
+    EXPECT_EQ(text(3, 4, L"dflt", FALSE), L"3:dfl"); // too long for the buffer: the default stands in
+    EXPECT_EQ(text(4, 16, L"default", FALSE), L"7:default");
+    EXPECT_EQ(text(4, 16, nullptr, FALSE), L"0:");
 
     EXPECT_EQ(ZvSetMetricString(m_, 5, L""), S_OK);
-    b[0] = L'x';
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 5, b, 16, L"default", TRUE), 0);
-    EXPECT_STREQ(b, L"");
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 5, b, 16, L"default", FALSE), 7);
-    EXPECT_STREQ(b, L"default");
+    EXPECT_EQ(text(5, 16, L"default", TRUE), L"0:");
+    EXPECT_EQ(text(5, 16, L"default", FALSE), L"7:default");
     EXPECT_EQ(ZvSetMetricString(m_, 6, L"abc"), S_OK); // fills the buffer exactly
-    EXPECT_EQ(ZvGetMetricStringEx(m_, 6, b, 4, nullptr, FALSE), 3);
-    EXPECT_STREQ(b, L"abc");
+    EXPECT_EQ(text(6, 4, nullptr, FALSE), L"3:abc");
 
     const wchar_t multi[] = L"one\0two\0";
     EXPECT_EQ(ZvSetMetricMultiString(m_, 3, multi, 9), S_OK);

@@ -137,29 +137,24 @@ TEST(ZvPathsDisplay, EllipsisByCharacters)
 {
     const wchar_t *path = L"C:\\Projects\\Film\\Audio\\Takes\\scene12.wav";
     wchar_t out[MAX_PATH];
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(path, out, MAX_PATH, 100));
-    EXPECT_STREQ(path, out) << "a path that fits stays";
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(path, out, MAX_PATH, 32));
-    EXPECT_STREQ(L"C:\\...\\Audio\\Takes\\scene12.wav", out) << "whole folders go first";
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(path, out, MAX_PATH, 20));
-    EXPECT_STREQ(L"C:\\...\\scene12.wav", out);
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(path, out, MAX_PATH, 12));
-    EXPECT_STREQ(L"C:\\...\\sc...", out) << "then the name's end";
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(path, out, MAX_PATH, 2));
-    EXPECT_STREQ(L"..", out);
-    ASSERT_EQ(S_OK, ZvCalcPathEllipsis(L"\\\\server\\share\\alpha\\b\\c.txt", out, MAX_PATH, 26));
-    EXPECT_STREQ(L"\\\\server\\share\\...\\b\\c.txt", out);
+    // the text a call leaves, or its failure
+    auto text = [&](HRESULT hr) { return hr == S_OK ? std::wstring(out) : L"failed " + std::to_wstring(hr); };
+    EXPECT_EQ(path, text(ZvCalcPathEllipsis(path, out, MAX_PATH, 100))) << "a path that fits stays";
+    EXPECT_EQ(L"C:\\...\\Audio\\Takes\\scene12.wav", text(ZvCalcPathEllipsis(path, out, MAX_PATH, 32)))
+        << "whole folders go first";
+    EXPECT_EQ(L"C:\\...\\scene12.wav", text(ZvCalcPathEllipsis(path, out, MAX_PATH, 20)));
+    EXPECT_EQ(L"C:\\...\\sc...", text(ZvCalcPathEllipsis(path, out, MAX_PATH, 12))) << "then the name's end";
+    EXPECT_EQ(L"..", text(ZvCalcPathEllipsis(path, out, MAX_PATH, 2)));
+    EXPECT_EQ(L"\\\\server\\share\\...\\b\\c.txt",
+              text(ZvCalcPathEllipsis(L"\\\\server\\share\\alpha\\b\\c.txt", out, MAX_PATH, 26)));
     EXPECT_EQ(ZVERR_BUFFER_TOO_SMALL, ZvCalcPathEllipsis(path, out, 10, 32));
     EXPECT_EQ(E_POINTER, ZvCalcPathEllipsis(nullptr, out, MAX_PATH, 32));
 
-    ASSERT_EQ(S_OK, ZvFilenameFormat(path, out, MAX_PATH, 40));
-    EXPECT_STREQ(L"scene12.wav", out) << "the name without its folder";
-    ASSERT_EQ(S_OK, ZvFilenameFormat(path, out, MAX_PATH, 10));
-    EXPECT_STREQ(L"sce....wav", out) << "start and extension around the dots";
-    ASSERT_EQ(S_OK, ZvFilenameFormat(L"C:\\x\\averyveryverylongname", out, MAX_PATH, 8));
-    EXPECT_STREQ(L"avery...", out);
-    ASSERT_EQ(S_OK, ZvFilenameFormat(path, out, MAX_PATH, 5));
-    EXPECT_STREQ(L"sc...", out) << "an extension longer than the room is cut too";
+    EXPECT_EQ(L"scene12.wav", text(ZvFilenameFormat(path, out, MAX_PATH, 40))) << "the name without its folder";
+    EXPECT_EQ(L"sce....wav", text(ZvFilenameFormat(path, out, MAX_PATH, 10))) << "start and extension around the dots";
+    EXPECT_EQ(L"avery...", text(ZvFilenameFormat(L"C:\\x\\averyveryverylongname", out, MAX_PATH, 8)));
+    EXPECT_EQ(L"sc...", text(ZvFilenameFormat(path, out, MAX_PATH, 5)))
+        << "an extension longer than the room is cut too";
 }
 
 TEST(ZvPathsDisplay, EllipsisByPixels)

@@ -4,6 +4,7 @@
 // files that must end in the system's codes.
 #include <gtest/gtest.h>
 #include "testutil.h"
+#include "readstream.h"
 #include "zvplugin_sdk.h"
 #include "zvplugin_view.h"
 #include "audio/waveformat.h"
@@ -11,6 +12,7 @@
 #include "media/riff.h"
 #include <algorithm>
 #include <random>
+#include <sstream>
 #include <stdio.h>
 #include <string>
 #include <vector>
@@ -60,34 +62,27 @@ ZVSAMPLETYPE TypeByName(const std::string &t)
     return ZVSAMPLE_NONE;
 }
 
+// The files of manifest.txt: file raw container type bytes channels rate.
 const std::vector<Fixture> &Fixtures()
 {
-    static std::vector<Fixture> list;
-    static bool read = false;
-    if (read)
-        return list;
-    read = true;
-    std::wstring dir = FixtureDir();
-    std::vector<unsigned char> text;
-    if (dir.empty() || !zvtest::ReadFileBytes(dir + L"manifest.txt", text))
-        return list;
-    text.push_back(0);
-    char *save = nullptr;
-    for (char *line = strtok_r((char *)text.data(), "\n", &save); line; line = strtok_r(nullptr, "\n", &save)) {
-        char file[128], raw[128], container[16], type[8];
-        unsigned bytes, channels, rate;
-        if (sscanf(line, "%127s %127s %15s %7s %u %u %u", file, raw, container, type, &bytes, &channels, &rate) != 7)
-            continue;
+    static std::vector<Fixture> list = [] {
+        std::vector<Fixture> out;
+        std::wstring dir = FixtureDir();
+        std::vector<unsigned char> text;
+        if (dir.empty() || !zvtest::ReadFileBytes(dir + L"manifest.txt", text))
+            return out;
+        std::istringstream in(std::string(text.begin(), text.end()));
+        std::string file, raw, container, type;
         Fixture f;
-        f.path = dir + std::wstring(file, file + strlen(file));
-        f.raw = dir + std::wstring(raw, raw + strlen(raw));
-        f.container = ContainerIndex(container);
-        f.type = TypeByName(type);
-        f.bytes = bytes;
-        f.channels = channels;
-        f.rate = rate;
-        list.push_back(f);
-    }
+        while (in >> file >> raw >> container >> type >> f.bytes >> f.channels >> f.rate) {
+            f.path = dir + std::wstring(file.begin(), file.end());
+            f.raw = dir + std::wstring(raw.begin(), raw.end());
+            f.container = ContainerIndex(container);
+            f.type = TypeByName(type);
+            out.push_back(f);
+        }
+        return out;
+    }();
     return list;
 }
 
@@ -150,12 +145,7 @@ HRESULT Open(IZvReadFileClass *cls, const std::wstring &path, Opened &o)
     return S_OK;
 }
 
-_zvmemorytoken Local(void *data, DWORD size)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+using zvtest::LocalToken;
 
 // All frames, read with buffers of changing odd sizes.
 HRESULT ReadAll(IZvReadAudioStream *audio, unsigned align, LONGLONG frames, std::vector<BYTE> &out)
@@ -168,7 +158,7 @@ HRESULT ReadAll(IZvReadAudioStream *audio, unsigned align, LONGLONG frames, std:
         DWORD want = sizes[i % 6];
         buffer.assign((size_t)want * align, 0xCD);
         DWORD got = 0;
-        HRESULT hr = audio->ReadSamples((DWORD)at, (LONG)(at >> 32), Local(buffer.data(), (DWORD)buffer.size()),
+        HRESULT hr = audio->ReadSamples((DWORD)at, (LONG)(at >> 32), LocalToken(buffer.data(), (DWORD)buffer.size()),
                                         want, &got);
         if (FAILED(hr))
             return hr;
@@ -219,6 +209,7 @@ TEST(PcmModule, ListsThreeReaderClassesUnderTheTableIdsThenTheirRenderers)
     }
     EXPECT_EQ(listing->GetPluginClassInfo(6, &info), E_INVALIDARG);
     EXPECT_EQ(listing->GetPluginClassInfo(-1, &info), E_INVALIDARG);
+    EXPECT_EQ(listing->GetPluginClassInfo(0, nullptr), E_POINTER);
     listing->Release();
 
     IUnknown *none = nullptr;
@@ -325,7 +316,8 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
     for (int i = 0; i < 50; i++) {
         LONGLONG at = rng() % o.frames;
         DWORD want = 1 + rng() % 4096, got = 0;
-        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, Local(buffer.data(), (DWORD)buffer.size()), want, &got), S_OK);
+        ASSERT_EQ(o.audio->ReadSamples((DWORD)at, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), want, &got),
+                  S_OK);
         ASSERT_EQ(got, (DWORD)std::min<LONGLONG>(want, o.frames - at));
         ASSERT_EQ(memcmp(buffer.data(), expected.data() + at * align, (size_t)got * align), 0) << at;
         LONGLONG next = -1;
@@ -333,12 +325,12 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
         EXPECT_EQ(next, at + got);
     }
     DWORD got = 99;
-    EXPECT_EQ(o.audio->ReadSamples((DWORD)o.frames, 0, Local(buffer.data(), 64), 1, &got), S_FALSE);
+    EXPECT_EQ(o.audio->ReadSamples((DWORD)o.frames, 0, LocalToken(buffer.data(), 64), 1, &got), S_FALSE);
     EXPECT_EQ(got, 0u);
-    EXPECT_EQ(o.audio->ReadSamples(0, 1, Local(buffer.data(), 64), 1, &got), S_FALSE);
-    EXPECT_EQ(o.audio->ReadSamples(0, -1, Local(buffer.data(), 64), 1, &got), E_INVALIDARG);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), align * 10 - 1), 10, &got), ZVERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), 64), 1, nullptr), E_POINTER);
+    EXPECT_EQ(o.audio->ReadSamples(0, 1, LocalToken(buffer.data(), 64), 1, &got), S_FALSE);
+    EXPECT_EQ(o.audio->ReadSamples(0, -1, LocalToken(buffer.data(), 64), 1, &got), E_INVALIDARG);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), align * 10 - 1), 10, &got), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), 64), 1, nullptr), E_POINTER);
 
     // a mapping token with the data at an offset
     _zvmemorytoken mapped;
@@ -371,7 +363,7 @@ TEST(PcmDecode, RandomAccessEndsAndArguments)
     EXPECT_EQ(length, (LONGLONG)attributes.nFileSizeLow);
     // after Close the file gives no more samples, and says so
     EXPECT_EQ(o.file->Close(), S_OK);
-    EXPECT_EQ(o.audio->ReadSamples(0, 0, Local(buffer.data(), (DWORD)buffer.size()), 10, &got), E_UNEXPECTED);
+    EXPECT_EQ(o.audio->ReadSamples(0, 0, LocalToken(buffer.data(), (DWORD)buffer.size()), 10, &got), E_UNEXPECTED);
 }
 
 TEST(PcmDecode, OpensByNameWithAMonikerTailWhenGivenNoHandle)
@@ -422,16 +414,13 @@ ZVTEST_CHILD(pcm_foreign)
     IZvReadFile *file = nullptr;
     if (cls->OpenFile(&file, handle, pid, L"w16.wav", TRUE) != S_OK)
         return 4;
-    IZvReadStream *stream = nullptr;
-    IZvReadAudioStream *audio = nullptr;
-    if (file->OpenStream(&stream, 0, 0, 0, 0) != S_OK ||
-        stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio) != S_OK)
+    IZvReadAudioStream *audio = zvtest::OpenAudio(file);
+    if (!audio)
         return 5;
     DWORD got1 = 0, got2 = 0;
     HRESULT hr1 = audio->ReadSamples(0, 0, mapped, frames, &got1);
     HRESULT hr2 = audio->ReadSamples(frames, 0, local, frames, &got2);
     audio->Release();
-    stream->Release();
     file->Release();
     if (hr1 != S_OK || got1 != frames)
         return 6;

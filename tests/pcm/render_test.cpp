@@ -6,6 +6,7 @@
 // where render_sox.sh checks them against sox's reading.
 #include <gtest/gtest.h>
 #include "testutil.h"
+#include "readstream.h"
 #include "zvplugin_sdk.h"
 #include "audio/waveformat.h"
 #include "templates/zvtemplate.h"
@@ -106,12 +107,7 @@ std::vector<BYTE> Signal(ZVSAMPLETYPE type, unsigned channels, unsigned frames)
     return out;
 }
 
-_zvmemorytoken Local(void *data, DWORD size)
-{
-    _zvmemorytoken t;
-    ZvMemoryToken_InitLocal(&t, data, size, ZVMEMTOKEN_KIND_LOCAL);
-    return t;
-}
+using zvtest::LocalToken;
 
 struct Renderer : ::testing::TestWithParam<int> {
     IZvRenderFileClass *cls = nullptr;
@@ -142,7 +138,8 @@ struct Renderer : ::testing::TestWithParam<int> {
         for (int i = 0; at < frames; i++) {
             DWORD n = pieces[i % 5] < frames - at ? pieces[i % 5] : frames - at;
             DWORD written = 0;
-            ASSERT_EQ(file->WriteSamples(0, Local((void *)(data.data() + at * align), n * align), n, &written), S_OK);
+            ASSERT_EQ(file->WriteSamples(0, LocalToken((void *)(data.data() + at * align), n * align), n, &written),
+                      S_OK);
             ASSERT_EQ(written, n);
             at += n;
         }
@@ -155,10 +152,8 @@ struct Renderer : ::testing::TestWithParam<int> {
     {
         IZvReadFile *file = nullptr;
         ASSERT_EQ(reader->OpenFile(&file, ZvSdk_HandleToWire(INVALID_HANDLE_VALUE), 0, path.c_str(), FALSE), S_OK);
-        IZvReadStream *stream = nullptr;
-        ASSERT_EQ(file->OpenStream(&stream, 0, 0, 0, 0), S_OK);
-        IZvReadAudioStream *audio = nullptr;
-        ASSERT_EQ(stream->QueryInterface(IID_IZvReadAudioStream, (void **)&audio), S_OK);
+        IZvReadAudioStream *audio = zvtest::OpenAudio(file);
+        ASSERT_NE(audio, nullptr);
         _ZVFILESTREAMFORMATINFOv2 info = {};
         info.cbSize = sizeof info;
         ASSERT_EQ(audio->GetStreamFormatInfo(&info), S_OK);
@@ -166,11 +161,11 @@ struct Renderer : ::testing::TestWithParam<int> {
         out.assign((size_t)info.llLength * format->blockAlign, 0);
         DWORD got = 0;
         if (info.llLength > 0) {
-            EXPECT_EQ(audio->ReadSamples(0, 0, Local(out.data(), (DWORD)out.size()), (DWORD)info.llLength, &got), S_OK);
+            EXPECT_EQ(audio->ReadSamples(0, 0, LocalToken(out.data(), (DWORD)out.size()), (DWORD)info.llLength, &got),
+                      S_OK);
         }
         EXPECT_EQ(got, (DWORD)info.llLength);
         audio->Release();
-        stream->Release();
         file->Release();
     }
 
@@ -343,10 +338,10 @@ TEST_P(Renderer, RefusalsAndAbort)
     ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), S_OK);
     BYTE four[4] = {};
     DWORD written = 7;
-    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 2, &written), ZVERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(file->WriteSamples(0, LocalToken(four, 4), 2, &written), ZVERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(written, 0u);
-    EXPECT_EQ(file->WriteSamples(1, Local(four, 4), 1, &written), E_INVALIDARG);
-    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 1, &written), S_OK);
+    EXPECT_EQ(file->WriteSamples(1, LocalToken(four, 4), 1, &written), E_INVALIDARG);
+    EXPECT_EQ(file->WriteSamples(0, LocalToken(four, 4), 1, &written), S_OK);
     // Metadata streams cut short or of no link are refused; AIFF takes no link.
     const bool aiff = wcsstr(kind.ext, L"aif") != nullptr;
     IStream *s = nullptr;
@@ -360,7 +355,7 @@ TEST_P(Renderer, RefusalsAndAbort)
     s->Release();
     EXPECT_EQ(file->Abort(), S_OK);
     EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(file->WriteSamples(0, Local(four, 4), 1, &written), E_UNEXPECTED);
+    EXPECT_EQ(file->WriteSamples(0, LocalToken(four, 4), 1, &written), E_UNEXPECTED);
     EXPECT_EQ(file->Close(), S_OK);
     file->Release();
 
@@ -399,7 +394,7 @@ TEST_P(Renderer, MutatedTemplates)
             ASSERT_EQ(cls->CreateFile(&file, path.c_str(), t, ZVFIO_STREAMMASK_AUDIO, 0), S_OK);
             BYTE frames[8 * 4 * 3] = {1, 2, 3};
             DWORD n = 0;
-            EXPECT_EQ(file->WriteSamples(0, Local(frames, sizeof frames), 3, &n), S_OK);
+            EXPECT_EQ(file->WriteSamples(0, LocalToken(frames, sizeof frames), 3, &n), S_OK);
             EXPECT_EQ(file->Close(), S_OK);
             file->Release();
             const _zvwaveformat *f = ZvTemplateAt<_zvwaveformat>(t, ZVT_OFS_AUDIO_FORMAT);

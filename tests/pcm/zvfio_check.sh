@@ -55,34 +55,9 @@ zvfio chunks "$(win "$fixtures/manifest.txt")" 2>"$work/err.txt"; rc=$?
 [ $rc -eq 1 ] && grep -q "0x8004E016" "$work/err.txt"; check "not a chunk file: 0x8004E016" $?
 zvfio chunks >/dev/null 2>&1; [ $? -eq 2 ]; check "no file: usage, exit 2" $?
 zvfio nonsense >/dev/null 2>&1; [ $? -eq 2 ]; check "unknown command: exit 2" $?
-zvfio repair --help | grep -q "^usage: zvfio repair"; check "help of a command" $?
-# through the manager: the reader's format, a decode equal to sox's, and
-# the three readers and renderers of pcm.dll listed and loaded
+# through the manager: the reader's format in words
 out=$(zvfio info "$(win "$fixtures/a16.aiff")"); rc=$?
 [ $rc -eq 0 ] && printf "%s\n" "$out" | grep -q "44100 Hz, 2 channels, 16-bit int"; check "info: the decoded format" $?
 out=$(zvfio info "$(win "$fixtures/a24.aiff")"); rc=$?
 [ $rc -eq 0 ] && printf "%s\n" "$out" | grep -q "48000 Hz, 1 channel, 24-bit int"; check "info: one channel, singular" $?
-zvfio read --raw "$(win "$work/a16.raw")" "$(win "$fixtures/a16.aiff")" >/dev/null
-cmp -s "$work/a16.raw" "$fixtures/a16.aiff.raw"; check "read --raw gives sox's decode" $?
-zvfio plugins --load --json > "$work/plugins.json"
-python3 - "$work/plugins.json" <<'PY'
-import json, sys
-pcm = [p for p in json.load(open(sys.argv[1])) if p['path'].lower().endswith('\\pcm.dll')]
-readers = sorted(p['reader'] for p in pcm if p['kind'] == 'reader')
-assert readers == ['{0A30C422-B91B-11D3-A484-00105A24AA37}', '{3CBBA9C2-75AD-11D3-A483-00105A24AA37}',
-                   '{605F1174-83E4-4420-85A1-B5A4DC1EA028}'], pcm
-assert sorted(p['renderer'] for p in pcm if p['kind'] == 'renderer') == [
-    '{7C1E5B2A-3D4F-4A8B-9E21-6F0B5C3D8A14}', '{7C1E5B2B-3D4F-4A8B-9E21-6F0B5C3D8A14}',
-    '{7C1E5B2C-3D4F-4A8B-9E21-6F0B5C3D8A14}'], pcm
-assert all(p['state'] == 'loaded' for p in pcm), pcm
-PY
-check "the manager lists and loads the three readers and renderers of pcm.dll" $?
-zvfio templates --json wav > "$work/templates.json"
-python3 - "$work/templates.json" <<'PY'
-import json, sys
-presets = [(t['format'], t['source']) for t in json.load(open(sys.argv[1]))]
-assert presets == [('44100 Hz, 16-bit, 2 channels', 'preset'), ('48000 Hz, 24-bit, 2 channels', 'preset'),
-                   ('96000 Hz, 32-bit float, 2 channels', 'preset')], presets
-PY
-check "the wave renderer's presets through the manager" $?
 exit $fail

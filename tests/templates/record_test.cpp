@@ -150,11 +150,9 @@ TEST(TemplateRecord, FilesLoadBackByteForByte)
     short536[528] = 0;
     ASSERT_TRUE(zvtest::WriteFileBytes(path, short536.data(), short536.size()));
     EXPECT_EQ(ZvFio_LoadRawUserTemplate(nullptr, path.c_str(), &t), E_ZVTEMPLATE_BAD);
-    IStream *s = StreamOf(short536);
-    EXPECT_EQ(ZvFio_LoadTemplateData(&t, s, ZVTEMPLATE_VERSION_V2, nullptr), S_OK);
+    EXPECT_EQ(LoadStream(short536, &t), S_OK);
     EXPECT_EQ(t->dwSize, 536u);
     ZvFio_ReleaseTemplate(t);
-    s->Release();
     EXPECT_EQ(ZvFio_LoadRawUserTemplate(nullptr, dir.file(L"missing.zvt2").c_str(), &t), ZVERR_FILE_OPEN);
 
     // a plug-in that refuses the template
@@ -171,19 +169,13 @@ TEST(TemplateRecord, StreamVersions)
     o.t = MakeVectorRecord(5, L"S", L"");
     Bytes b = RecordBytes(o.t);
     tagZVTEMPLATExV2 *t = nullptr;
-    IStream *s = StreamOf(b);
-    EXPECT_EQ(ZvFio_LoadTemplateData(&t, s, ZVTEMPLATE_VERSION_V1, nullptr), E_ZVTEMPLATE_BAD);
-    s->Release();
+    EXPECT_EQ(LoadStream(b, &t, ZVTEMPLATE_VERSION_V1), E_ZVTEMPLATE_BAD);
     b[7] = 3;
-    s = StreamOf(b);
-    EXPECT_EQ(ZvFio_LoadTemplateData(&t, s, 0x3000000, nullptr), E_ZVTEMPLATE_BAD);
-    s->Release();
+    EXPECT_EQ(LoadStream(b, &t, 0x3000000), E_ZVTEMPLATE_BAD);
     b[7] = 2;
     b.resize(b.size() - 1);
-    s = StreamOf(b);
-    EXPECT_EQ(ZvFio_LoadTemplateData(&t, s, ZVTEMPLATE_VERSION_V2, nullptr), E_ZVTEMPLATE_BAD);
+    EXPECT_EQ(LoadStream(b, &t), E_ZVTEMPLATE_BAD);
     EXPECT_EQ(t, nullptr);
-    s->Release();
 }
 
 TEST(TemplateRecord, OldFormIsLifted)
@@ -207,9 +199,7 @@ TEST(TemplateRecord, OldFormIsLifted)
 
     FakeRenderer cls;
     Owned lifted;
-    IStream *s = StreamOf(WriteV1(spec));
-    ASSERT_EQ(ZvFio_LoadTemplateData(&lifted.t, s, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
-    s->Release();
+    ASSERT_EQ(LoadStream(WriteV1(spec), &lifted.t, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
     tagZVTEMPLATExV2 *t = lifted.t;
     EXPECT_EQ(t->dwVersion, ZVTEMPLATE_VERSION_V2 | 0x42);
     EXPECT_STREQ(ZvFio_GetTemplateName(t), L"Old one");
@@ -239,11 +229,8 @@ TEST(TemplateRecord, OldFormIsLifted)
     Bytes v1b = WriteV1(spec);
     v1b[4] = 0;
     Owned a, b;
-    IStream *sa = StreamOf(v1), *sb = StreamOf(v1b);
-    ASSERT_EQ(ZvFio_LoadTemplateData(&a.t, sa, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
-    ASSERT_EQ(ZvFio_LoadTemplateData(&b.t, sb, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
-    sa->Release();
-    sb->Release();
+    ASSERT_EQ(LoadStream(v1, &a.t, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
+    ASSERT_EQ(LoadStream(v1b, &b.t, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
     EXPECT_TRUE(ZvFio_IsUpliftedV1Template(a.t));
     EXPECT_TRUE(IsEqualGUID(a.t->templateId, b.t->templateId));
     wchar_t expect[40];
@@ -253,16 +240,12 @@ TEST(TemplateRecord, OldFormIsLifted)
     // a plug-in's transformation replaces the record; its failure fails the load
     cls.transformResult = S_OK;
     Owned c;
-    sa = StreamOf(v1);
-    ASSERT_EQ(ZvFio_LoadTemplateData(&c.t, sa, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
-    sa->Release();
+    ASSERT_EQ(LoadStream(v1, &c.t, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
     EXPECT_EQ(c.t->dwPresetId, 77u);
     cls.transformResult = E_ACCESSDENIED;
     tagZVTEMPLATExV2 *failed = nullptr;
-    sa = StreamOf(v1);
-    EXPECT_EQ(ZvFio_LoadTemplateData(&failed, sa, ZVTEMPLATE_VERSION_V2, &cls), E_ACCESSDENIED);
+    EXPECT_EQ(LoadStream(v1, &failed, ZVTEMPLATE_VERSION_V2, &cls), E_ACCESSDENIED);
     EXPECT_EQ(failed, nullptr);
-    sa->Release();
 
     // an old file on disk is lifted on load
     zvtest::TempDir dir;
@@ -276,15 +259,11 @@ TEST(TemplateRecord, OldFormIsLifted)
     spec.audioData.clear();
     spec.videoData.clear();
     Owned plain;
-    sa = StreamOf(WriteV1(spec));
-    ASSERT_EQ(ZvFio_LoadTemplateData(&plain.t, sa, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
-    sa->Release();
+    ASSERT_EQ(LoadStream(WriteV1(spec), &plain.t, ZVTEMPLATE_VERSION_V2, &cls), S_OK);
     EXPECT_TRUE(IsEqualGUID(plain.t->templateId, GUID_NULL));
     EXPECT_TRUE(IsEqualGUID(plain.t->rendererClass, GUID_NULL));
     spec.format2.clear();
-    sa = StreamOf(WriteV1(spec));
-    EXPECT_EQ(ZvFio_LoadTemplateData(&failed, sa, ZVTEMPLATE_VERSION_V2, &cls), E_UNEXPECTED);
-    sa->Release();
+    EXPECT_EQ(LoadStream(WriteV1(spec), &failed, ZVTEMPLATE_VERSION_V2, &cls), E_UNEXPECTED);
 }
 
 TEST(TemplateList, StreamRoundTrip)
@@ -495,17 +474,15 @@ TEST(TemplateRecord, InfoValues)
     Owned o;
     ASSERT_EQ(S_OK, ZvFio_InitBasicAudioTemplate(&o.t, &fmt));
     EXPECT_EQ(o.t->dwSize, 540u);
+    const struct { DWORD id, value; } infos[] = {
+        {ZVTI_SAMPLE_RATE, 96000}, {ZVTI_BITS, 32}, {ZVTI_FORMAT_TAG, WAVE_FORMAT_IEEE_FLOAT},
+        {ZVTI_CHANNEL_MASK, 0x3F}, // the default mask of six channels
+        {ZVTI_AUDIO_BITRATE, 96000u * 6 * 4 * 8}};
     DWORD v = 0;
-    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_SAMPLE_RATE));
-    EXPECT_EQ(v, 96000u);
-    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_BITS));
-    EXPECT_EQ(v, 32u);
-    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_FORMAT_TAG));
-    EXPECT_EQ(v, (DWORD)WAVE_FORMAT_IEEE_FLOAT);
-    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_CHANNEL_MASK));
-    EXPECT_EQ(v, 0x3Fu); // the default mask of six channels
-    EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_AUDIO_BITRATE));
-    EXPECT_EQ(v, 96000u * 6 * 4 * 8);
+    for (const auto &i : infos) {
+        EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, i.id)) << i.id;
+        EXPECT_EQ(v, i.value) << i.id;
+    }
     *ZvTemplateAt<DWORD>(o.t, ZVT_OFS_AUDIO_FLAGS) = ZVTEMPLATE_AUDIO_RATE_UNUSABLE;
     EXPECT_EQ(S_OK, ZvFio_GetTemplateInfo(o.t, 1, &v, 4, ZVTI_AUDIO_BITRATE));
     EXPECT_EQ(v, 0u);

@@ -124,9 +124,7 @@ TEST(TemplateFuzz, DamagedFilesStreamsAndLists)
                 ASSERT_TRUE(zvtest::WriteFileBytes(path, b.data(), b.size()));
                 hr = ZvFio_LoadRawUserTemplate(&cls, path.c_str(), &t);
             } else {
-                IStream *s = StreamOf(b);
-                hr = ZvFio_LoadTemplateData(&t, s, ZVTEMPLATE_VERSION_V2, &cls);
-                s->Release();
+                hr = LoadStream(b, &t, ZVTEMPLATE_VERSION_V2, &cls);
             }
         } else {
             tZVLIST *back = nullptr;

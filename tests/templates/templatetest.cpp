@@ -89,6 +89,14 @@ IStream *StreamOf(const Bytes &bytes)
     return s;
 }
 
+HRESULT LoadStream(const Bytes &bytes, tagZVTEMPLATExV2 **t, DWORD version, IZvRenderFileClass *cls)
+{
+    IStream *s = StreamOf(bytes);
+    HRESULT hr = ZvFio_LoadTemplateData(t, s, version, cls);
+    s->Release();
+    return hr;
+}
+
 STDMETHODIMP FakeRenderer::TransformTemplate(PZVTEMPLATE *result, PCZVTEMPLATE source, DWORD mode)
 {
     transformCalls++;

@@ -31,6 +31,9 @@ struct V1Spec {
 };
 Bytes WriteV1(const V1Spec &spec);
 IStream *StreamOf(const Bytes &bytes);
+// ZvFio_LoadTemplateData from a stream of the bytes.
+HRESULT LoadStream(const Bytes &bytes, tagZVTEMPLATExV2 **t, DWORD version = ZVTEMPLATE_VERSION_V2,
+                   IZvRenderFileClass *cls = nullptr);
 
 // Renderer class with one GUID that answers GetTemplateInfo(23) with a
 // chosen value and optionally transforms lifted templates.
