@@ -303,6 +303,19 @@ void MakeDecode(Decode *d, int standard, bool limited, int bits)
     d->cgu = Q(m.gu * gc, d->shift);
     d->cgv = Q(m.gv * gc, d->shift);
     d->cbu = Q(m.bu * gc, d->shift);
+    d->eight = bits == 8;
+    if (d->eight) {
+        d->ky8 = (uint16_t)Q(gy, 14);
+        d->kr8 = (uint16_t)Q(m.rv * gc, 14);
+        d->kgu8 = (uint16_t)Q(-m.gu * gc, 14);
+        d->kgv8 = (uint16_t)Q(-m.gv * gc, 14);
+        d->kb8 = (uint16_t)Q(m.bu * gc, 14);
+        // at neutral chroma every channel is (Yt - Yt(yoff) + 32) >> 6
+        int yt0 = (d->yoff * d->ky8) >> 8;
+        d->br8 = (int16_t)(32 - yt0 - ((128 * d->kr8) >> 8));
+        d->bg8 = (int16_t)(32 - yt0 + ((128 * d->kgu8) >> 8) + ((128 * d->kgv8) >> 8));
+        d->bb8 = (int16_t)(32 - yt0 - ((128 * d->kb8) >> 8));
+    }
     // float destination: 0 to 1
     double fy = (limited ? 1.0 / 219.0 : 1.0 / 255.0) * wordGain;
     double fc = (limited ? 1.0 / 224.0 : 219.0 / (224.0 * 255.0)) * wordGain;

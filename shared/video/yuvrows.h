@@ -37,11 +37,22 @@ void StoreRow(const Frame &f, int row, const int32_t *y, const int32_t *u, const
 
 // Coefficients of YUV to 8-bit RGB, scaled by 2^shift: R = (cy (Y - yoff)
 // + crv V' + round) >> shift and so on, with V' = V - mid.
+//
+// 8-bit sources use instead the arithmetic of 16-bit vector lanes: a
+// sample's term is (s k) >> 8 with k its gain times 2^14 (unsigned, below
+// 2^16), so terms count in 2^-6, and each channel adds a bias that takes off
+// the luma offset and the terms of neutral chroma and rounds:
+// R = (Yt + Vr + br) >> 6, G = (Yt - Ug - Vg + bg) >> 6, B = (Yt + Ub + bb)
+// >> 6, clamped. Yt, Vr + br, Ub + bb and bg - Ug - Vg all fit 16 signed
+// bits, so a saturating final sum clamps the same way.
 struct Decode {
     int32_t yoff, mid;
     int32_t cy, crv, cgu, cgv, cbu;
     int shift;
     float fy, frv, fgu, fgv, fbu;   // the float destination's gains
+    bool eight;
+    uint16_t ky8, kr8, kgu8, kgv8, kb8;   // kgu8, kgv8: gains of G's negative terms
+    int16_t br8, bg8, bb8;
 };
 void MakeDecode(Decode *d, int standard, bool limited, int bits);
 

@@ -14,96 +14,105 @@ namespace zvyuv {
 
 namespace {
 
-// Each 32-bit lane holds a pixel pair: luma words (Y0, Y1) in one vector,
-// the pair's chroma words (U, V) in another. Products come from madd with a
-// zero partner word, so no lane ever changes place until the pixels are
-// put together; the even and odd pixels of each pair run side by side.
+// Words a and b in every 32-bit lane, a in the low one.
 inline __m256i pair(int a, int b)
 {
     return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
 }
 
-// The samples enter eight times as large, so each 32-bit sum is eight times
-// the plain form's and its high word is the plain form's sum shifted right
-// by 13 (the 8-bit layouts' shift): one shift and a word blend give a pair's
-// two pixels in order, and the saturating pack is the plain form's clamp.
-// With samples below 2^11 and coefficients below 2^15 the sums stay far
-// inside 32 bits.
+// The decode: sixteen pixels a step in 16-bit lanes, each sample in the high
+// byte of its word so that mulhi gives the plain form's (s k) >> 8. The
+// lanes hold pixels 0-3 8-11 | 4-7 12-15: the packs and unpacks that
+// interleave the channels then leave pixels 0-7 and 8-15 whole, and the
+// stores need no permute.
 struct Consts {
-    __m256i mid, kYe, kYo, kR, kG, kB, base, alpha;
-    __m128i up;
-    // rgbaOrder swaps the red and blue weights, so the pixels come out in
-    // that order with no swap per step
+    __m256i ky, k0, k2, kgu, kgv, b0, b2, bg, alpha;
+    // byte 0 of a pixel is blue (from U), or red (from V) in RGBA order
     Consts(const Decode &d, bool rgbaOrder)
     {
-        mid = _mm256_set1_epi16((short)d.mid);
-        kYe = pair(d.cy, 0);
-        kYo = pair(0, d.cy);
-        kR = rgbaOrder ? pair(d.cbu, 0) : pair(0, d.crv);
-        kG = pair(d.cgu, d.cgv);
-        kB = rgbaOrder ? pair(0, d.crv) : pair(d.cbu, 0);
-        up = _mm_cvtsi32_si128(16 - d.shift);
-        // rounding and the luma offset, taken off the sum instead of each sample
-        base = _mm256_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
+        ky = _mm256_set1_epi16((short)d.ky8);
+        kgu = _mm256_set1_epi16((short)d.kgu8);
+        kgv = _mm256_set1_epi16((short)d.kgv8);
+        bg = _mm256_set1_epi16(d.bg8);
+        k0 = _mm256_set1_epi16((short)(rgbaOrder ? d.kr8 : d.kb8));
+        b0 = _mm256_set1_epi16(rgbaOrder ? d.br8 : d.bb8);
+        k2 = _mm256_set1_epi16((short)(rgbaOrder ? d.kb8 : d.kr8));
+        b2 = _mm256_set1_epi16(rgbaOrder ? d.bb8 : d.br8);
         alpha = _mm256_set1_epi16(255);
     }
 };
 
-// One channel of a pair vector: even and odd pixels' sums to their words.
-inline __m256i Channel(__m256i ye, __m256i yo, __m256i c)
-{
-    return _mm256_blend_epi16(_mm256_srli_epi32(_mm256_add_epi32(ye, c), 16), _mm256_add_epi32(yo, c), 0xAA);
-}
-
-// The chroma terms of eight pairs, from their (U, V) words.
+// Chroma terms of bytes 0, 1 and 2 of sixteen pixels, from each one's U and V.
 struct Chroma {
-    __m256i r, g, b;
-    Chroma(const Consts &k, __m256i UV)
+    __m256i c0, c1, c2;
+    template <bool rgba> static Chroma Of(const Consts &k, __m256i U, __m256i V)
     {
-        UV = _mm256_sll_epi16(_mm256_sub_epi16(UV, k.mid), k.up);
-        r = _mm256_madd_epi16(UV, k.kR);
-        g = _mm256_madd_epi16(UV, k.kG);
-        b = _mm256_madd_epi16(UV, k.kB);
+        Chroma c;
+        c.c0 = _mm256_add_epi16(_mm256_mulhi_epu16(rgba ? V : U, k.k0), k.b0);
+        c.c2 = _mm256_add_epi16(_mm256_mulhi_epu16(rgba ? U : V, k.k2), k.b2);
+        c.c1 = _mm256_sub_epi16(_mm256_sub_epi16(k.bg, _mm256_mulhi_epu16(U, k.kgu)), _mm256_mulhi_epu16(V, k.kgv));
+        return c;
     }
 };
 
-// Sixteen pixels: Y as pairs of luma words and their pairs' chroma terms.
 inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst)
 {
-    Y = _mm256_sll_epi16(Y, k.up);
-    __m256i ye = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYe), k.base);
-    __m256i yo = _mm256_add_epi32(_mm256_madd_epi16(Y, k.kYo), k.base);
-    __m256i R = Channel(ye, yo, c.r), G = Channel(ye, yo, c.g), B = Channel(ye, yo, c.b);
-    // per lane: B0-7 R0-7 and G0-7 A0-7, then B G R A of pixels 0-3 and 4-7
-    __m256i br = _mm256_packus_epi16(B, R), ga = _mm256_packus_epi16(G, k.alpha);
-    __m256i bg = _mm256_unpacklo_epi8(br, ga), ra = _mm256_unpackhi_epi8(br, ga);
-    __m256i lo = _mm256_unpacklo_epi16(bg, ra), hi = _mm256_unpackhi_epi16(bg, ra);
-    _mm256_storeu_si256((__m256i *)dst, _mm256_permute2x128_si256(lo, hi, 0x20));
-    _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_permute2x128_si256(lo, hi, 0x31));
+    __m256i yt = _mm256_mulhi_epu16(Y, k.ky);
+    __m256i x0 = _mm256_srai_epi16(_mm256_adds_epi16(yt, c.c0), 6);
+    __m256i x1 = _mm256_srai_epi16(_mm256_adds_epi16(yt, c.c1), 6);
+    __m256i x2 = _mm256_srai_epi16(_mm256_adds_epi16(yt, c.c2), 6);
+    __m256i p02 = _mm256_packus_epi16(x0, x2), p1a = _mm256_packus_epi16(x1, k.alpha);
+    __m256i lo = _mm256_unpacklo_epi8(p02, p1a), hi = _mm256_unpackhi_epi8(p02, p1a);
+    _mm256_storeu_si256((__m256i *)dst, _mm256_unpacklo_epi16(lo, hi));
+    _mm256_storeu_si256((__m256i *)(dst + 32), _mm256_unpackhi_epi16(lo, hi));
 }
 
-inline __m256i Widen16(const BYTE *p)
+// Byte picks into the high bytes of the words (-1 zeroes the low ones), in
+// the lanes' pixel order: sixteen luma bytes; eight chroma bytes, each to its
+// pair of pixels; sixteen NV12 chroma bytes (U and V); the chroma bytes of a
+// packed lane (UYVY: U and V; YUYV: U and V).
+#define Z -1
+#define P8(a, b, c, d, e, f, g, h) Z, a, Z, b, Z, c, Z, d, Z, e, Z, f, Z, g, Z, h
+const signed char kPicks[8][32] = {
+    {P8(0, 1, 2, 3, 8, 9, 10, 11), P8(4, 5, 6, 7, 12, 13, 14, 15)},
+    {P8(0, 0, 1, 1, 4, 4, 5, 5), P8(2, 2, 3, 3, 6, 6, 7, 7)},
+    {P8(0, 0, 2, 2, 8, 8, 10, 10), P8(4, 4, 6, 6, 12, 12, 14, 14)},
+    {P8(1, 1, 3, 3, 9, 9, 11, 11), P8(5, 5, 7, 7, 13, 13, 15, 15)},
+    {P8(0, 0, 4, 4, 8, 8, 12, 12), P8(0, 0, 4, 4, 8, 8, 12, 12)},
+    {P8(2, 2, 6, 6, 10, 10, 14, 14), P8(2, 2, 6, 6, 10, 10, 14, 14)},
+    {P8(1, 1, 5, 5, 9, 9, 13, 13), P8(1, 1, 5, 5, 9, 9, 13, 13)},
+    {P8(3, 3, 7, 7, 11, 11, 15, 15), P8(3, 3, 7, 7, 11, 11, 15, 15)},
+};
+#undef P8
+#undef Z
+enum { LUMA, PLANE, NV_U, NV_V, UYVY_U, UYVY_V, YUYV_U, YUYV_V };
+
+inline __m256i Pick(int which)
 {
-    return _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)p));
+    return _mm256_loadu_si256((const __m256i *)kPicks[which]);
 }
 
-} // namespace
-
-int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
-                    bool rgbaOrder)
+inline __m256i Both(const BYTE *p)
 {
-    const Consts k(d, rgbaOrder);
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)p));
+}
+
+template <bool rgba>
+int Pairs16(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2)
+{
+    const Consts k(d, rgba);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8) {
-        // a pair's four bytes: luma in one byte of each word, chroma in the other
-        const __m256i low = _mm256_set1_epi16(0xFF);
+        // after the permute each lane holds pairs 0 1 4 5 | 2 3 6 7, the
+        // luma in one byte of each word
+        const __m256i mu = Pick(f.lumaFirst ? YUYV_U : UYVY_U), mv = Pick(f.lumaFirst ? YUYV_V : UYVY_V);
+        const __m256i high = _mm256_set1_epi16((short)0xFF00);
         const BYTE *p = py + 2 * x0;
         for (; i + 16 <= n; i += 16) {
-            __m256i w = _mm256_loadu_si256((const __m256i *)(p + 2 * i));
-            __m256i Y = f.lumaFirst ? _mm256_and_si256(w, low) : _mm256_srli_epi16(w, 8);
-            __m256i UV = f.lumaFirst ? _mm256_srli_epi16(w, 8) : _mm256_and_si256(w, low);
-            Emit16(k, Y, Chroma(k, UV), dst + 4 * i);
+            __m256i w = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)(p + 2 * i)), 0xD8);
+            __m256i Y = f.lumaFirst ? _mm256_slli_epi16(w, 8) : _mm256_and_si256(w, high);
+            Emit16(k, Y, Chroma::Of<rgba>(k, _mm256_shuffle_epi8(w, mu), _mm256_shuffle_epi8(w, mv)), dst + 4 * i);
         }
         return i;
     }
@@ -114,27 +123,39 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     py += x0;
     // the row below takes the same chroma terms
     const BYTE *py2 = py + f.pitch[0];
+    const __m256i my = Pick(LUMA);
     if (f.kind == SEMIPLANAR) {
+        const __m256i mu = Pick(NV_U), mv = Pick(NV_V);
         pc += x0;
         for (; i + 16 <= n; i += 16) {
-            Chroma c(k, Widen16(pc + i));
-            Emit16(k, Widen16(py + i), c, dst + 4 * i);
+            __m256i uv = Both(pc + i);
+            Chroma c = Chroma::Of<rgba>(k, _mm256_shuffle_epi8(uv, mu), _mm256_shuffle_epi8(uv, mv));
+            Emit16(k, _mm256_shuffle_epi8(Both(py + i), my), c, dst + 4 * i);
             if (dst2)
-                Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i);
+                Emit16(k, _mm256_shuffle_epi8(Both(py2 + i), my), c, dst2 + 4 * i);
         }
         return i;
     }
     const BYTE *pu = f.plane[f.vFirst ? 2 : 1] + (LONGLONG)crow * f.pitch[f.vFirst ? 2 : 1] + x0 / 2;
     const BYTE *pv = f.plane[f.vFirst ? 1 : 2] + (LONGLONG)crow * f.pitch[f.vFirst ? 1 : 2] + x0 / 2;
+    const __m256i mc = Pick(PLANE);
     for (; i + 16 <= n; i += 16) {
-        __m128i u8 = _mm_loadl_epi64((const __m128i *)(pu + i / 2));
-        __m128i v8 = _mm_loadl_epi64((const __m128i *)(pv + i / 2));
-        Chroma c(k, _mm256_cvtepu8_epi16(_mm_unpacklo_epi8(u8, v8)));
-        Emit16(k, Widen16(py + i), c, dst + 4 * i);
+        __m256i U = _mm256_broadcastq_epi64(_mm_loadl_epi64((const __m128i *)(pu + i / 2)));
+        __m256i V = _mm256_broadcastq_epi64(_mm_loadl_epi64((const __m128i *)(pv + i / 2)));
+        Chroma c = Chroma::Of<rgba>(k, _mm256_shuffle_epi8(U, mc), _mm256_shuffle_epi8(V, mc));
+        Emit16(k, _mm256_shuffle_epi8(Both(py + i), my), c, dst + 4 * i);
         if (dst2)
-            Emit16(k, Widen16(py2 + i), c, dst2 + 4 * i);
+            Emit16(k, _mm256_shuffle_epi8(Both(py2 + i), my), c, dst2 + 4 * i);
     }
     return i;
+}
+
+} // namespace
+
+int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
+                    bool rgbaOrder)
+{
+    return rgbaOrder ? Pairs16<true>(d, f, row, x0, n, dst, dst2) : Pairs16<false>(d, f, row, x0, n, dst, dst2);
 }
 
 namespace {
