@@ -69,23 +69,18 @@ inline void Emit16(const Consts &k, __m256i Y, const Chroma &c, BYTE *dst)
 
 // Byte picks into the high bytes of the words (-1 zeroes the low ones), in
 // the lanes' pixel order: sixteen luma bytes; eight chroma bytes, each to its
-// pair of pixels; sixteen NV12 chroma bytes (U and V); the chroma bytes of a
-// packed lane (UYVY: U and V; YUYV: U and V).
+// pair of pixels; sixteen NV12 chroma bytes (U and V).
 #define Z -1
 #define P8(a, b, c, d, e, f, g, h) Z, a, Z, b, Z, c, Z, d, Z, e, Z, f, Z, g, Z, h
-const signed char kPicks[8][32] = {
+const signed char kPicks[4][32] = {
     {P8(0, 1, 2, 3, 8, 9, 10, 11), P8(4, 5, 6, 7, 12, 13, 14, 15)},
     {P8(0, 0, 1, 1, 4, 4, 5, 5), P8(2, 2, 3, 3, 6, 6, 7, 7)},
     {P8(0, 0, 2, 2, 8, 8, 10, 10), P8(4, 4, 6, 6, 12, 12, 14, 14)},
     {P8(1, 1, 3, 3, 9, 9, 11, 11), P8(5, 5, 7, 7, 13, 13, 15, 15)},
-    {P8(0, 0, 4, 4, 8, 8, 12, 12), P8(0, 0, 4, 4, 8, 8, 12, 12)},
-    {P8(2, 2, 6, 6, 10, 10, 14, 14), P8(2, 2, 6, 6, 10, 10, 14, 14)},
-    {P8(1, 1, 5, 5, 9, 9, 13, 13), P8(1, 1, 5, 5, 9, 9, 13, 13)},
-    {P8(3, 3, 7, 7, 11, 11, 15, 15), P8(3, 3, 7, 7, 11, 11, 15, 15)},
 };
 #undef P8
 #undef Z
-enum { LUMA, PLANE, NV_U, NV_V, UYVY_U, UYVY_V, YUYV_U, YUYV_V };
+enum { LUMA, PLANE, NV_U, NV_V };
 
 inline __m256i Pick(int which)
 {
@@ -97,25 +92,47 @@ inline __m256i Both(const BYTE *p)
     return _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)p));
 }
 
+// Packed 4:2:2 (YUYV when lumaFirst): luma in one byte of each word, chroma
+// in the other; after the permute each lane holds pairs 0 1 4 5 | 2 3 6 7.
+// The chroma terms of a pair come from its (U, V) words, then go to both
+// pixels: G's two terms summed with the words swapped, so both hold it.
+template <bool rgba, bool lumaFirst>
+int Packed16(const Consts &k, const Decode &d, const BYTE *p, int n, BYTE *dst)
+{
+    const __m256i high = _mm256_set1_epi16((short)0xFF00);
+    const __m256i kbr = pair(d.kb8, d.kr8), bbr = pair(d.bb8, d.br8), kg = pair(d.kgu8, d.kgv8);
+    // byte picks within each dword: its low word twice, its high word twice,
+    // its words swapped
+    const __m256i at = _mm256_setr_epi8(0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12, 0, 0, 0, 0, 4, 4, 4, 4,
+                                        8, 8, 8, 8, 12, 12, 12, 12);
+    const __m256i even = _mm256_add_epi8(at, _mm256_set1_epi32(0x01000100));
+    const __m256i odd = _mm256_add_epi8(at, _mm256_set1_epi32(0x03020302));
+    const __m256i swap = _mm256_add_epi8(at, _mm256_set1_epi32(0x01000302));
+    const __m256i m0 = rgba ? odd : even, m2 = rgba ? even : odd;
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        __m256i w = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)(p + 2 * i)), 0xD8);
+        __m256i Y = lumaFirst ? _mm256_slli_epi16(w, 8) : _mm256_and_si256(w, high);
+        __m256i C = lumaFirst ? _mm256_and_si256(w, high) : _mm256_slli_epi16(w, 8);
+        __m256i br = _mm256_add_epi16(_mm256_mulhi_epu16(C, kbr), bbr), g = _mm256_mulhi_epu16(C, kg);
+        Chroma c;
+        c.c0 = _mm256_shuffle_epi8(br, m0);
+        c.c2 = _mm256_shuffle_epi8(br, m2);
+        c.c1 = _mm256_sub_epi16(k.bg, _mm256_add_epi16(g, _mm256_shuffle_epi8(g, swap)));
+        Emit16(k, Y, c, dst + 4 * i);
+    }
+    return i;
+}
+
 template <bool rgba>
 int Pairs16(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2)
 {
     const Consts k(d, rgba);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
-    if (f.kind == PACKED8) {
-        // after the permute each lane holds pairs 0 1 4 5 | 2 3 6 7, the
-        // luma in one byte of each word
-        const __m256i mu = Pick(f.lumaFirst ? YUYV_U : UYVY_U), mv = Pick(f.lumaFirst ? YUYV_V : UYVY_V);
-        const __m256i high = _mm256_set1_epi16((short)0xFF00);
-        const BYTE *p = py + 2 * x0;
-        for (; i + 16 <= n; i += 16) {
-            __m256i w = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)(p + 2 * i)), 0xD8);
-            __m256i Y = f.lumaFirst ? _mm256_slli_epi16(w, 8) : _mm256_and_si256(w, high);
-            Emit16(k, Y, Chroma::Of<rgba>(k, _mm256_shuffle_epi8(w, mu), _mm256_shuffle_epi8(w, mv)), dst + 4 * i);
-        }
-        return i;
-    }
+    if (f.kind == PACKED8)
+        return f.lumaFirst ? Packed16<rgba, true>(k, d, py + 2 * x0, n, dst)
+                           : Packed16<rgba, false>(k, d, py + 2 * x0, n, dst);
     const int crow = row >> f.sy;
     if (crow >= f.ch)
         return 0;
