@@ -53,8 +53,10 @@ void RunGroups(void *ctx, int first, int end)
             const BYTE *p = j.src + j.srcStep * (row0 + dy);
             for (int x = 0; x < w; ++x) {
                 const BYTE *q = p + j.bpp * x;
-                y[x] = Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] + 8192) >> 14),
-                             e.maxv);
+                y[x] = f.bits == 8 ? Luma8(e, q[j.ir], q[1], q[j.ib])
+                                   : Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] +
+                                                      8192) >> 14),
+                                           e.maxv);
             }
             bool chromaRow = dy == 0 && (row0 >> f.sy) < f.ch;
             StoreRow(f, row0 + dy, y, chromaRow ? cu : nullptr, chromaRow ? cv : nullptr);
@@ -94,16 +96,16 @@ void RunGroupsVector(void *ctx, int first, int end)
                 done = EncodeRows420AVX2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1);
             // chroma bytes of the pixels done: pairs interleaved, or a plane each
             int c = nv ? done : done / 2;
-            done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
-                                      y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
+            if (done + 8 <= n)
+                done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
+                                          y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
         }
         for (int r = 0; r < 2; ++r) {
             BYTE *yo = r ? y1 : y0;
             const BYTE *p = r ? s1 : s0;
             for (int x = done; yo && x < w; ++x) {
                 const BYTE *q = p + 4 * x;
-                yo[x] = (BYTE)Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] + 8192) >> 14),
-                                    e.maxv);
+                yo[x] = (BYTE)Luma8(e, q[j.ir], q[1], q[j.ib]);
             }
         }
         for (int c = done / 2; chroma && c < f.cw; ++c) {

@@ -76,7 +76,7 @@ __kernel void k6c1f93d2(__global const uchar *p0, __global const uchar *p1, __gl
     o[3] = 255;
 }
 
-/* e: kyr kyg kyb kur kug kub kvr kvg kvb yoff mid maxv; g: width height cw ch
+/* e: kyr kyg kyb kur kug kub kvr kvg kvb yoff mid maxv k8r k8g k8b; g: width height cw ch
    bpp ir ib srcPitch yPitch cPitch semiplanar */
 __kernel void k2e84a07b(__global const uchar *src, __constant int *e, __constant int *g,
                         __global uchar *py, __global uchar *pu, __global uchar *pv)
@@ -96,7 +96,7 @@ __kernel void k2e84a07b(__global const uchar *src, __constant int *e, __constant
             sb += q[ib];
             // each pixel's luma once: by the block that holds it
             if (2 * grp + dy < h && 2 * c + dx < w) {
-                long v = e[9] + (((long)e[0] * q[ir] + e[1] * q[1] + e[2] * q[ib] + 8192) >> 14);
+                long v = (e[12] * q[ir] + e[13] * q[1] + e[14] * q[ib] + 128 + (e[9] << 8)) >> 8;
                 py[(long)(2 * grp + dy) * g[8] + 2 * c + dx] = (uchar)(v < 0 ? 0 : v > e[11] ? e[11] : v);
             }
         }
@@ -173,7 +173,8 @@ HRESULT Encode(const zvyuv::EncodePlan &p)
     for (int r = 0; r < f.height; ++r)
         memcpy(src + rowBytes * r, p.src + p.srcStep * r, rowBytes);
     const zvyuv::Encode &c = p.enc;
-    int e[12] = {c.kyr, c.kyg, c.kyb, c.kur, c.kug, c.kub, c.kvr, c.kvg, c.kvb, c.yoff, c.mid, c.maxv};
+    int e[15] = {c.kyr, c.kyg, c.kyb, c.kur, c.kug, c.kub, c.kvr, c.kvg, c.kvb, c.yoff, c.mid, c.maxv,
+                 c.k8r, c.k8g, c.k8b};
     int g[11] = {f.width, f.height, f.cw, f.ch, p.bpp, p.ir, p.ib, (int)rowBytes, f.pitch[0], f.pitch[1], semi};
     size_t yBytes = (size_t)f.pitch[0] * f.height, cBytes = (size_t)f.pitch[1] * f.ch;
     Buffers b;

@@ -79,11 +79,22 @@ DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 // RGB to YUV, 8-bit RGB in, coefficients scaled by 2^14 and the output's
 // extra bits: Y = yoff + (ky . RGB + 2^13) >> 14; chroma of the sum of 2^k
 // pixels mid + (ku . sum + 2^(13 + k)) >> (14 + k), 64-bit sums.
+//
+// 8-bit destinations take luma at 8-bit weights that sum to round(256 g) (g
+// the range's gain), so vector byte madds keep it exact: Y = (k8 . RGB + 128
+// + 256 yoff) >> 8; and G's chroma weights are minus the sum of the others.
 struct Encode {
     int32_t kyr, kyg, kyb, kur, kug, kub, kvr, kvg, kvb;
     int32_t yoff, mid, maxv;
+    int32_t k8r, k8g, k8b;
 };
 void MakeEncode(Encode *e, int standard, bool limited, int bits);
+
+// Luma of an 8-bit destination.
+inline int32_t Luma8(const Encode &e, int r, int g, int b)
+{
+    return (e.k8r * r + e.k8g * g + e.k8b * b + 128 + (e.yoff << 8)) >> 8;
+}
 
 // Two rows of 8-bit BGRA (or RGBA) pixels to 4:2:0: luma into y0 and y1
 // (y1 null: none for the second row), chroma of the 2x2 blocks into u and v, uvStep bytes

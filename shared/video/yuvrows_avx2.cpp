@@ -177,39 +177,50 @@ int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
 
 namespace {
 
-// Pixels as 32-bit lanes: bytes 0 and 2 as one pair of words (e), byte 1 and
-// alpha as another (o), so each weighted sum is two madds in pixel order.
+// The encode works on the pixels' bytes. Luma: byte madds of the weights
+// against the bytes less 128 (signed), so the words never saturate; each
+// pixel's two words summed. Chroma: with G's weight minus the other two,
+// a block's value is kb (B - G) + kr (R - G) over its sums, and byte madds
+// against ones give a pixel pair's sums of bytes 0 and 2 (picks 0 4 2 6)
+// and of byte 1 twice (picks 1 5 1 5).
 struct EncodeConsts {
-    __m256i ky02, ky13, ku02, ku13, kv02, kv13, ybase, cbase, order, low;
+    __m256i ky, flip, sumPick, ones8, yadd, ku, kv, cbase, order;
     EncodeConsts(const Encode &e, bool rgbaOrder)
     {
+        int w0 = rgbaOrder ? e.k8r : e.k8b, w2 = rgbaOrder ? e.k8b : e.k8r;
         // alpha weighs nothing
-        ky02 = rgbaOrder ? pair(e.kyr, e.kyb) : pair(e.kyb, e.kyr);
-        ku02 = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur);
-        kv02 = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr);
-        ky13 = pair(e.kyg, 0);
-        ku13 = pair(e.kug, 0);
-        kv13 = pair(e.kvg, 0);
-        // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
-        // yoff 2^14) >> 14, and a chroma value is the high word of its sum
-        ybase = _mm256_set1_epi32(8192 + e.yoff * 16384);
+        ky = _mm256_set1_epi32((int)((uint32_t)w0 | (uint32_t)e.k8g << 8 | (uint32_t)w2 << 16));
+        flip = _mm256_set1_epi8((char)0x80);
+        yadd = _mm256_set1_epi16((short)(128 * (w0 + e.k8g + w2) + 128 + (e.yoff << 8)));
+        sumPick = _mm256_setr_epi8(0, 4, 2, 6, 8, 12, 10, 14, 1, 5, 1, 5, 9, 13, 9, 13, 0, 4, 2, 6, 8, 12, 10, 14,
+                                   1, 5, 1, 5, 9, 13, 9, 13);
+        ones8 = _mm256_set1_epi8(1);
+        ku = rgbaOrder ? pair(e.kur, e.kub) : pair(e.kub, e.kur);
+        kv = rgbaOrder ? pair(e.kvr, e.kvb) : pair(e.kvb, e.kvr);
+        // a chroma value is the high word of its sum
         cbase = _mm256_set1_epi32((1 << 15) + e.mid * 65536);
         // dwords 0 4 1 5 of the lanes: the order two packs leave behind
         order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-        low = _mm256_set1_epi32(0x00FF00FF);
     }
 };
 
-// Luma of eight pixels as dwords, from their split words.
-inline __m256i Luma8(const EncodeConsts &k, __m256i e, __m256i o)
+// Eight pixels' luma terms: words w . (byte 0, byte 1) and w . (byte 2, alpha)
+// of the bytes less 128.
+inline __m256i LumaTerms(const EncodeConsts &k, __m256i p)
 {
-    __m256i s = _mm256_add_epi32(_mm256_madd_epi16(e, k.ky02), _mm256_madd_epi16(o, k.ky13));
-    return _mm256_srai_epi32(_mm256_add_epi32(s, k.ybase), 14);
+    return _mm256_maddubs_epi16(k.ky, _mm256_xor_si256(p, k.flip));
+}
+
+// Eight pixels' pair sums: per lane the (byte 0, byte 2) sums of its two
+// pairs, then their byte 1 sums twice.
+inline __m256i PairSums(const EncodeConsts &k, __m256i p)
+{
+    return _mm256_maddubs_epi16(_mm256_shuffle_epi8(p, k.sumPick), k.ones8);
 }
 
 // Sixteen pixels a step; the second row's luma only when two is set (the
-// caller's last row of an odd height has none). Every value is an exact
-// 32-bit sum of the plain form's products, so the results are its own.
+// caller's last row of an odd height has none). The byte madds never
+// saturate and the sums are exact, so every value is the plain form's.
 template <bool two>
 int Encode420(const EncodeConsts &k, const BYTE *row0, const BYTE *row1, int n, BYTE *y0, BYTE *y1, BYTE *u,
               BYTE *v, int uvStep)
@@ -221,26 +232,24 @@ int Encode420(const EncodeConsts &k, const BYTE *row0, const BYTE *row1, int n, 
         __m256i pb0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32));
         __m256i pa1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i));
         __m256i pb1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32));
-        __m256i ea0 = _mm256_and_si256(pa0, k.low), oa0 = _mm256_srli_epi16(pa0, 8);
-        __m256i eb0 = _mm256_and_si256(pb0, k.low), ob0 = _mm256_srli_epi16(pb0, 8);
-        __m256i ea1 = _mm256_and_si256(pa1, k.low), oa1 = _mm256_srli_epi16(pa1, 8);
-        __m256i eb1 = _mm256_and_si256(pb1, k.low), ob1 = _mm256_srli_epi16(pb1, 8);
         // per lane y0 0-3 8-11 | y1 0-3 8-11 and 4-7 12-15 of each: one
-        // permute puts both rows in order
-        __m256i w0 = _mm256_packs_epi32(Luma8(k, ea0, oa0), Luma8(k, eb0, ob0));
-        __m256i w1 = two ? _mm256_packs_epi32(Luma8(k, ea1, oa1), Luma8(k, eb1, ob1)) : w0;
+        // permute puts both rows in order (the sums fit 16 signed bits, and
+        // 16 unsigned once the offset is added)
+        __m256i w0 = _mm256_hadd_epi16(LumaTerms(k, pa0), LumaTerms(k, pb0));
+        __m256i w1 = two ? _mm256_hadd_epi16(LumaTerms(k, pa1), LumaTerms(k, pb1)) : w0;
+        w0 = _mm256_srli_epi16(_mm256_add_epi16(w0, k.yadd), 8);
+        w1 = two ? _mm256_srli_epi16(_mm256_add_epi16(w1, k.yadd), 8) : w0;
         __m256i ys = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), k.order);
         _mm_storeu_si128((__m128i *)(y0 + i), _mm256_castsi256_si128(ys));
         if (two)
             _mm_storeu_si128((__m128i *)(y1 + i), _mm256_extracti128_si256(ys, 1));
-        // block sums in the words: the two rows, then the neighbouring
-        // columns (whole dwords: no word passes 1020); chroma 0 1 4 5 | 2 3 6 7
-        __m256i se = _mm256_hadd_epi32(_mm256_add_epi16(ea0, ea1), _mm256_add_epi16(eb0, eb1));
-        __m256i so = _mm256_hadd_epi32(_mm256_add_epi16(oa0, oa1), _mm256_add_epi16(ob0, ob1));
-        __m256i U = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(se, k.ku02), _mm256_madd_epi16(so, k.ku13)),
-                                     k.cbase);
-        __m256i V = _mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(se, k.kv02), _mm256_madd_epi16(so, k.kv13)),
-                                     k.cbase);
+        // block sums: the rows' pair sums added (no word passes 1020), then
+        // (byte 0 - G, byte 2 - G) of each block; chroma 0 1 4 5 | 2 3 6 7
+        __m256i sa = _mm256_add_epi16(PairSums(k, pa0), PairSums(k, pa1));
+        __m256i sb = _mm256_add_epi16(PairSums(k, pb0), PairSums(k, pb1));
+        __m256i dif = _mm256_sub_epi16(_mm256_unpacklo_epi64(sa, sb), _mm256_unpackhi_epi64(sa, sb));
+        __m256i U = _mm256_add_epi32(_mm256_madd_epi16(dif, k.ku), k.cbase);
+        __m256i V = _mm256_add_epi32(_mm256_madd_epi16(dif, k.kv), k.cbase);
         __m256i uv = _mm256_blend_epi16(_mm256_srli_epi32(U, 16), V, 0xAA);
         __m128i UV = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(uv, uv), k.order));
         if (uvStep == 1) {

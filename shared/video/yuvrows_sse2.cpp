@@ -173,15 +173,15 @@ struct EncodeConsts {
     EncodeConsts(const Encode &e, bool rgbaOrder)
     {
         // alpha weighs nothing
-        ky02 = rgbaOrder ? Pair(e.kyr, e.kyb) : Pair(e.kyb, e.kyr);
+        ky02 = rgbaOrder ? Pair(e.k8r, e.k8b) : Pair(e.k8b, e.k8r);
         ku02 = rgbaOrder ? Pair(e.kur, e.kub) : Pair(e.kub, e.kur);
         kv02 = rgbaOrder ? Pair(e.kvr, e.kvb) : Pair(e.kvb, e.kvr);
-        ky13 = Pair(e.kyg, 0);
+        ky13 = Pair(e.k8g, 0);
         ku13 = Pair(e.kug, 0);
         kv13 = Pair(e.kvg, 0);
-        // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
-        // yoff 2^14) >> 14, and mid + (s + 2^15 >> 16) the same way
-        ybase = _mm_set1_epi32(8192 + e.yoff * 16384);
+        // offsets ride on the rounding: mid + (s + 2^15 >> 16) is (s + 2^15 +
+        // mid 2^16) >> 16
+        ybase = _mm_set1_epi32(128 + e.yoff * 256);
         cbase = _mm_set1_epi32((1 << 15) + e.mid * 65536);
         low = _mm_set1_epi32(0x00FF00FF);
     }
@@ -191,7 +191,7 @@ struct EncodeConsts {
 inline __m128i Luma4(const EncodeConsts &k, __m128i e, __m128i o)
 {
     __m128i s = _mm_add_epi32(_mm_madd_epi16(e, k.ky02), _mm_madd_epi16(o, k.ky13));
-    return _mm_srai_epi32(_mm_add_epi32(s, k.ybase), 14);
+    return _mm_srai_epi32(_mm_add_epi32(s, k.ybase), 8);
 }
 
 // Eight pixels a step; the second row's luma only when two is set. Every
