@@ -73,6 +73,10 @@ bool HasPairsBody(const Frame &f);
 // into it too, with the chroma terms of the first.
 int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
                     bool rgbaOrder);
+// Packed 4:2:2 (UYVY, YUYV): rows from row on in one call, dst a row's step
+// apart; returns the pixels done in each.
+int DecodePackedAVX2(const Decode &d, const Frame &f, int row, int rows, int x0, int n, BYTE *dst,
+                     LONG_PTR dstStep, bool rgbaOrder);
 // The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 

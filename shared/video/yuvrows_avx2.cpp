@@ -97,7 +97,8 @@ inline __m256i Both(const BYTE *p)
 // The chroma terms of a pair come from its (U, V) words, then go to both
 // pixels: G's two terms summed with the words swapped, so both hold it.
 template <bool rgba, bool lumaFirst>
-int Packed16(const Consts &k, const Decode &d, const BYTE *p, int n, BYTE *dst)
+int Packed16(const Consts &k, const Decode &d, const BYTE *p, int pitch, int rows, int n, BYTE *dst,
+             LONG_PTR dstStep)
 {
     const __m256i high = _mm256_set1_epi16((short)0xFF00);
     const __m256i kbr = pair(d.kb8, d.kr8), bbr = pair(d.bb8, d.br8), kg = pair(d.kgu8, d.kgv8);
@@ -109,30 +110,31 @@ int Packed16(const Consts &k, const Decode &d, const BYTE *p, int n, BYTE *dst)
     const __m256i odd = _mm256_add_epi8(at, _mm256_set1_epi32(0x03020302));
     const __m256i swap = _mm256_add_epi8(at, _mm256_set1_epi32(0x01000302));
     const __m256i m0 = rgba ? odd : even, m2 = rgba ? even : odd;
-    int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        __m256i w = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)(p + 2 * i)), 0xD8);
-        __m256i Y = lumaFirst ? _mm256_slli_epi16(w, 8) : _mm256_and_si256(w, high);
-        __m256i C = lumaFirst ? _mm256_and_si256(w, high) : _mm256_slli_epi16(w, 8);
-        __m256i br = _mm256_add_epi16(_mm256_mulhi_epu16(C, kbr), bbr), g = _mm256_mulhi_epu16(C, kg);
-        Chroma c;
-        c.c0 = _mm256_shuffle_epi8(br, m0);
-        c.c2 = _mm256_shuffle_epi8(br, m2);
-        c.c1 = _mm256_sub_epi16(k.bg, _mm256_add_epi16(g, _mm256_shuffle_epi8(g, swap)));
-        Emit16(k, Y, c, dst + 4 * i);
-    }
-    return i;
+    for (int r = 0; r < rows; ++r, p += pitch, dst += dstStep)
+        for (int i = 0; i + 16 <= n; i += 16) {
+            __m256i w = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)(p + 2 * i)), 0xD8);
+            __m256i Y = lumaFirst ? _mm256_slli_epi16(w, 8) : _mm256_and_si256(w, high);
+            __m256i C = lumaFirst ? _mm256_and_si256(w, high) : _mm256_slli_epi16(w, 8);
+            __m256i br = _mm256_add_epi16(_mm256_mulhi_epu16(C, kbr), bbr), g = _mm256_mulhi_epu16(C, kg);
+            Chroma c;
+            c.c0 = _mm256_shuffle_epi8(br, m0);
+            c.c2 = _mm256_shuffle_epi8(br, m2);
+            c.c1 = _mm256_sub_epi16(k.bg, _mm256_add_epi16(g, _mm256_shuffle_epi8(g, swap)));
+            Emit16(k, Y, c, dst + 4 * i);
+        }
+    return n & ~15;
 }
 
 template <bool rgba>
-int Pairs16(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2)
+int Pairs16(const Decode &d, const Frame &f, int row, int rows, int x0, int n, BYTE *dst, LONG_PTR dstStep,
+            BYTE *dst2)
 {
     const Consts k(d, rgba);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8)
-        return f.lumaFirst ? Packed16<rgba, true>(k, d, py + 2 * x0, n, dst)
-                           : Packed16<rgba, false>(k, d, py + 2 * x0, n, dst);
+        return f.lumaFirst ? Packed16<rgba, true>(k, d, py + 2 * x0, f.pitch[0], rows, n, dst, dstStep)
+                           : Packed16<rgba, false>(k, d, py + 2 * x0, f.pitch[0], rows, n, dst, dstStep);
     const int crow = row >> f.sy;
     if (crow >= f.ch)
         return 0;
@@ -172,7 +174,15 @@ int Pairs16(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, 
 int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
                     bool rgbaOrder)
 {
-    return rgbaOrder ? Pairs16<true>(d, f, row, x0, n, dst, dst2) : Pairs16<false>(d, f, row, x0, n, dst, dst2);
+    return rgbaOrder ? Pairs16<true>(d, f, row, 1, x0, n, dst, 0, dst2)
+                     : Pairs16<false>(d, f, row, 1, x0, n, dst, 0, dst2);
+}
+
+int DecodePackedAVX2(const Decode &d, const Frame &f, int row, int rows, int x0, int n, BYTE *dst,
+                     LONG_PTR dstStep, bool rgbaOrder)
+{
+    return rgbaOrder ? Pairs16<true>(d, f, row, rows, x0, n, dst, dstStep, nullptr)
+                     : Pairs16<false>(d, f, row, rows, x0, n, dst, dstStep, nullptr);
 }
 
 namespace {

@@ -107,6 +107,15 @@ void RunRows(void *ctx, int first, int end)
     if (!buf)
         return;
     int32_t *y = buf, *u = buf + j.w + 8, *v = u + j.w + 8;
+    if (j.avx2 && !j.toFloat && j.src.kind == PACKED8) {
+        // packed rows stand alone: one call takes them all
+        int done = DecodePackedAVX2(j.dec, j.src, j.y0 + first, end - first, j.x0, j.pairs,
+                                    j.dst + j.dstStep * first, j.dstStep, j.rgba);
+        for (int r = first; r < end; ++r)
+            FinishRow(j, r, j.dst + j.dstStep * r, done, y, u, v);
+        free(buf);
+        return;
+    }
     for (int r = first; r < end; ++r) {
         BYTE *out = j.dst + j.dstStep * r;
         if (j.toFloat) {
