@@ -74,7 +74,19 @@ void RunGroupsVector(void *ctx, int first, int end)
     const Encode &e = j.enc;
     const int w = f.width;
     const bool nv = f.kind == SEMIPLANAR;
+    const int n = 2 * f.cw < w ? 2 * f.cw : w;
     BYTE scratch[2][64];
+    // the groups with two rows and chroma: one call of the AVX2 body
+    int full = f.height / 2 < f.ch ? f.height / 2 : f.ch, avx = 0;
+    full = full < end ? full : end;
+    if (j.avx2 && first < full) {
+        const int iu = nv ? 1 : f.vFirst ? 2 : 1, iv = nv ? 1 : f.vFirst ? 1 : 2;
+        Planes420 out = {f.plane[0] + (LONG_PTR)2 * first * f.pitch[0],
+                         f.plane[iu] + (LONG_PTR)first * f.pitch[iu],
+                         f.plane[iv] + (LONG_PTR)first * f.pitch[iv] + (nv ? 1 : 0),
+                         f.pitch[0], f.pitch[iu], f.pitch[iv], true, nv ? 2 : 1};
+        avx = EncodeRows420AVX2(e, j.src + j.srcStep * 2 * first, j.srcStep, full - first, n, j.ir == 0, out);
+    }
     for (int g = first; g < end; ++g) {
         int row0 = 2 * g, row1 = row0 + 1 < f.height ? row0 + 1 : row0;
         const BYTE *s0 = j.src + j.srcStep * row0, *s1 = j.src + j.srcStep * row1;
@@ -89,11 +101,8 @@ void RunGroupsVector(void *ctx, int first, int end)
             u = chroma ? f.plane[f.vFirst ? 2 : 1] + (LONG_PTR)g * f.pitch[f.vFirst ? 2 : 1] : scratch[0];
             v = chroma ? f.plane[f.vFirst ? 1 : 2] + (LONG_PTR)g * f.pitch[f.vFirst ? 1 : 2] : scratch[1];
         }
-        int n = 2 * f.cw < w ? 2 * f.cw : w;
-        int done = 0;
+        int done = g < full ? avx : 0;
         if (chroma) {
-            if (j.avx2)
-                done = EncodeRows420AVX2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1);
             // chroma bytes of the pixels done: pairs interleaved, or a plane each
             int c = nv ? done : done / 2;
             if (done + 8 <= n)

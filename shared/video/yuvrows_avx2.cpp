@@ -228,59 +228,64 @@ inline __m256i PairSums(const EncodeConsts &k, __m256i p)
     return _mm256_maddubs_epi16(_mm256_shuffle_epi8(p, k.sumPick), k.ones8);
 }
 
-// Sixteen pixels a step; the second row's luma only when two is set (the
-// caller's last row of an odd height has none). The byte madds never
-// saturate and the sums are exact, so every value is the plain form's.
+// Sixteen pixels a step over groups row pairs; the second row's luma only
+// when two is set (the caller's last row of an odd height has none). The
+// byte madds never saturate and the sums are exact, so every value is the
+// plain form's.
 template <bool two>
-int Encode420(const EncodeConsts &k, const BYTE *row0, const BYTE *row1, int n, BYTE *y0, BYTE *y1, BYTE *u,
-              BYTE *v, int uvStep)
+int Encode420(const EncodeConsts &k, const BYTE *row0, LONG_PTR srcStep, int groups, int n, const Planes420 &out)
 {
     const __m128i planes = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
-    int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        __m256i pa0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i));
-        __m256i pb0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32));
-        __m256i pa1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i));
-        __m256i pb1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32));
-        // per lane y0 0-3 8-11 | y1 0-3 8-11 and 4-7 12-15 of each: one
-        // permute puts both rows in order (the sums fit 16 signed bits, and
-        // 16 unsigned once the offset is added)
-        __m256i w0 = _mm256_hadd_epi16(LumaTerms(k, pa0), LumaTerms(k, pb0));
-        __m256i w1 = two ? _mm256_hadd_epi16(LumaTerms(k, pa1), LumaTerms(k, pb1)) : w0;
-        w0 = _mm256_srli_epi16(_mm256_add_epi16(w0, k.yadd), 8);
-        w1 = two ? _mm256_srli_epi16(_mm256_add_epi16(w1, k.yadd), 8) : w0;
-        __m256i ys = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), k.order);
-        _mm_storeu_si128((__m128i *)(y0 + i), _mm256_castsi256_si128(ys));
-        if (two)
-            _mm_storeu_si128((__m128i *)(y1 + i), _mm256_extracti128_si256(ys, 1));
-        // block sums: the rows' pair sums added (no word passes 1020), then
-        // (byte 0 - G, byte 2 - G) of each block; chroma 0 1 4 5 | 2 3 6 7
-        __m256i sa = _mm256_add_epi16(PairSums(k, pa0), PairSums(k, pa1));
-        __m256i sb = _mm256_add_epi16(PairSums(k, pb0), PairSums(k, pb1));
-        __m256i dif = _mm256_sub_epi16(_mm256_unpacklo_epi64(sa, sb), _mm256_unpackhi_epi64(sa, sb));
-        __m256i U = _mm256_add_epi32(_mm256_madd_epi16(dif, k.ku), k.cbase);
-        __m256i V = _mm256_add_epi32(_mm256_madd_epi16(dif, k.kv), k.cbase);
-        __m256i uv = _mm256_blend_epi16(_mm256_srli_epi32(U, 16), V, 0xAA);
-        __m128i UV = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(uv, uv), k.order));
-        if (uvStep == 1) {
-            UV = _mm_shuffle_epi8(UV, planes);
-            _mm_storel_epi64((__m128i *)(u + i / 2), UV);
-            _mm_storeh_pd((double *)(v + i / 2), _mm_castsi128_pd(UV));
-        } else {
-            _mm_storeu_si128((__m128i *)(u + i), UV);
+    BYTE *y0 = out.y, *u = out.u, *v = out.v;
+    const int uvStep = out.uvStep;
+    for (int g = 0; g < groups; ++g, row0 += 2 * srcStep, y0 += 2 * out.yStep, u += out.uRow, v += out.vRow) {
+        const BYTE *row1 = two ? row0 + srcStep : row0;
+        BYTE *y1 = y0 + out.yStep;
+        for (int i = 0; i + 16 <= n; i += 16) {
+            __m256i pa0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i));
+            __m256i pb0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i + 32));
+            __m256i pa1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i));
+            __m256i pb1 = _mm256_loadu_si256((const __m256i *)(row1 + 4 * i + 32));
+            // per lane y0 0-3 8-11 | y1 0-3 8-11 and 4-7 12-15 of each: one
+            // permute puts both rows in order (the sums fit 16 signed bits, and
+            // 16 unsigned once the offset is added)
+            __m256i w0 = _mm256_hadd_epi16(LumaTerms(k, pa0), LumaTerms(k, pb0));
+            __m256i w1 = two ? _mm256_hadd_epi16(LumaTerms(k, pa1), LumaTerms(k, pb1)) : w0;
+            w0 = _mm256_srli_epi16(_mm256_add_epi16(w0, k.yadd), 8);
+            w1 = two ? _mm256_srli_epi16(_mm256_add_epi16(w1, k.yadd), 8) : w0;
+            __m256i ys = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), k.order);
+            _mm_storeu_si128((__m128i *)(y0 + i), _mm256_castsi256_si128(ys));
+            if (two)
+                _mm_storeu_si128((__m128i *)(y1 + i), _mm256_extracti128_si256(ys, 1));
+            // block sums: the rows' pair sums added (no word passes 1020), then
+            // (byte 0 - G, byte 2 - G) of each block; chroma 0 1 4 5 | 2 3 6 7
+            __m256i sa = _mm256_add_epi16(PairSums(k, pa0), PairSums(k, pa1));
+            __m256i sb = _mm256_add_epi16(PairSums(k, pb0), PairSums(k, pb1));
+            __m256i dif = _mm256_sub_epi16(_mm256_unpacklo_epi64(sa, sb), _mm256_unpackhi_epi64(sa, sb));
+            __m256i U = _mm256_add_epi32(_mm256_madd_epi16(dif, k.ku), k.cbase);
+            __m256i V = _mm256_add_epi32(_mm256_madd_epi16(dif, k.kv), k.cbase);
+            __m256i uv = _mm256_blend_epi16(_mm256_srli_epi32(U, 16), V, 0xAA);
+            __m128i UV = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_packus_epi16(uv, uv), k.order));
+            if (uvStep == 1) {
+                UV = _mm_shuffle_epi8(UV, planes);
+                _mm_storel_epi64((__m128i *)(u + i / 2), UV);
+                _mm_storeh_pd((double *)(v + i / 2), _mm_castsi128_pd(UV));
+            } else {
+                _mm_storeu_si128((__m128i *)(u + i), UV);
+            }
         }
     }
-    return i;
+    return n & ~15;
 }
 
 } // namespace
 
-int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
-                      BYTE *y1, BYTE *u, BYTE *v, int uvStep)
+int EncodeRows420AVX2(const Encode &e, const BYTE *row0, LONG_PTR srcStep, int groups, int n, bool rgbaOrder,
+                      const Planes420 &out)
 {
     const EncodeConsts k(e, rgbaOrder);
-    return y1 ? Encode420<true>(k, row0, row1, n, y0, y1, u, v, uvStep)
-              : Encode420<false>(k, row0, row1, n, y0, y1, u, v, uvStep);
+    return out.y1 ? Encode420<true>(k, row0, srcStep, groups, n, out)
+                  : Encode420<false>(k, row0, srcStep, groups, n, out);
 }
 
 } // namespace zvyuv
