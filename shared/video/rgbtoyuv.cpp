@@ -84,7 +84,7 @@ void RunGroupsVector(void *ctx, int first, int end)
         Planes420 out = {f.plane[0] + (LONG_PTR)2 * first * f.pitch[0],
                          f.plane[iu] + (LONG_PTR)first * f.pitch[iu],
                          f.plane[iv] + (LONG_PTR)first * f.pitch[iv] + (nv ? 1 : 0),
-                         f.pitch[0], f.pitch[iu], f.pitch[iv], true, nv ? 2 : 1};
+                         f.pitch[0], f.pitch[iu], f.pitch[iv], nv ? 2 : 1};
         avx = EncodeRows420AVX2(e, j.src + j.srcStep * 2 * first, j.srcStep, full - first, n, j.ir == 0, out);
     }
     for (int g = first; g < end; ++g) {

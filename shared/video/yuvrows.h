@@ -107,17 +107,17 @@ inline int32_t Luma8(const Encode &e, int r, int g, int b)
 int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep);
 
-// The 4:2:0 planes from a group's first row on: luma rows yStep apart (y1
-// null: one row a group, the caller's last of an odd height), chroma rows
-// uRow and vRow apart, uvStep bytes between a row's samples (2: interleaved).
+// The 4:2:0 planes from a row pair's first row on: luma rows yStep apart,
+// chroma rows uRow and vRow apart, uvStep bytes between a row's samples (2:
+// interleaved).
 struct Planes420 {
     BYTE *y, *u, *v;
     LONG_PTR yStep, uRow, vRow;
-    bool y1;
     int uvStep;
 };
-// The same sixteen pixels a step (AVX2), for groups row pairs in one call,
-// from row0 on, srcStep bytes a row; returns the pixels done in each.
+// The same sixteen pixels a step (AVX2) for groups whole row pairs (two rows
+// and chroma) in one call, from row0 on, srcStep bytes a row; returns the
+// pixels done in each.
 int EncodeRows420AVX2(const Encode &e, const BYTE *row0, LONG_PTR srcStep, int groups, int n, bool rgbaOrder,
                       const Planes420 &out);
 

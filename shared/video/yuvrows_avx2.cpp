@@ -1,6 +1,6 @@
-// AVX2 bodies of the 8-bit row kernels: the SSE2 arithmetic on sixteen pixels
-// a step, so each gives the plain form's integers exactly. Compiled for AVX2
-// alone; called only where the support word and the processor allow it.
+// AVX2 bodies of the 8-bit row kernels, sixteen pixels a step; each gives the
+// plain form's integers exactly. Compiled for AVX2 alone; called only where
+// the support word and the processor allow it.
 #if defined(__i386__)
 #pragma GCC target("avx2,fpmath=sse")
 #else
@@ -8,7 +8,6 @@
 #endif
 #include <immintrin.h>
 #include "video/yuvrows.h"
-#include <string.h>
 
 namespace zvyuv {
 
@@ -228,18 +227,15 @@ inline __m256i PairSums(const EncodeConsts &k, __m256i p)
     return _mm256_maddubs_epi16(_mm256_shuffle_epi8(p, k.sumPick), k.ones8);
 }
 
-// Sixteen pixels a step over groups row pairs; the second row's luma only
-// when two is set (the caller's last row of an odd height has none). The
-// byte madds never saturate and the sums are exact, so every value is the
-// plain form's.
-template <bool two>
+// Sixteen pixels a step over groups row pairs. The byte madds never
+// saturate and the sums are exact, so every value is the plain form's.
 int Encode420(const EncodeConsts &k, const BYTE *row0, LONG_PTR srcStep, int groups, int n, const Planes420 &out)
 {
     const __m128i planes = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
     BYTE *y0 = out.y, *u = out.u, *v = out.v;
     const int uvStep = out.uvStep;
     for (int g = 0; g < groups; ++g, row0 += 2 * srcStep, y0 += 2 * out.yStep, u += out.uRow, v += out.vRow) {
-        const BYTE *row1 = two ? row0 + srcStep : row0;
+        const BYTE *row1 = row0 + srcStep;
         BYTE *y1 = y0 + out.yStep;
         for (int i = 0; i + 16 <= n; i += 16) {
             __m256i pa0 = _mm256_loadu_si256((const __m256i *)(row0 + 4 * i));
@@ -250,13 +246,12 @@ int Encode420(const EncodeConsts &k, const BYTE *row0, LONG_PTR srcStep, int gro
             // permute puts both rows in order (the sums fit 16 signed bits, and
             // 16 unsigned once the offset is added)
             __m256i w0 = _mm256_hadd_epi16(LumaTerms(k, pa0), LumaTerms(k, pb0));
-            __m256i w1 = two ? _mm256_hadd_epi16(LumaTerms(k, pa1), LumaTerms(k, pb1)) : w0;
+            __m256i w1 = _mm256_hadd_epi16(LumaTerms(k, pa1), LumaTerms(k, pb1));
             w0 = _mm256_srli_epi16(_mm256_add_epi16(w0, k.yadd), 8);
-            w1 = two ? _mm256_srli_epi16(_mm256_add_epi16(w1, k.yadd), 8) : w0;
+            w1 = _mm256_srli_epi16(_mm256_add_epi16(w1, k.yadd), 8);
             __m256i ys = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), k.order);
             _mm_storeu_si128((__m128i *)(y0 + i), _mm256_castsi256_si128(ys));
-            if (two)
-                _mm_storeu_si128((__m128i *)(y1 + i), _mm256_extracti128_si256(ys, 1));
+            _mm_storeu_si128((__m128i *)(y1 + i), _mm256_extracti128_si256(ys, 1));
             // block sums: the rows' pair sums added (no word passes 1020), then
             // (byte 0 - G, byte 2 - G) of each block; chroma 0 1 4 5 | 2 3 6 7
             __m256i sa = _mm256_add_epi16(PairSums(k, pa0), PairSums(k, pa1));
@@ -284,8 +279,7 @@ int EncodeRows420AVX2(const Encode &e, const BYTE *row0, LONG_PTR srcStep, int g
                       const Planes420 &out)
 {
     const EncodeConsts k(e, rgbaOrder);
-    return out.y1 ? Encode420<true>(k, row0, srcStep, groups, n, out)
-                  : Encode420<false>(k, row0, srcStep, groups, n, out);
+    return Encode420(k, row0, srcStep, groups, n, out);
 }
 
 } // namespace zvyuv
