@@ -53,8 +53,10 @@ void RunGroups(void *ctx, int first, int end)
             const BYTE *p = j.src + j.srcStep * (row0 + dy);
             for (int x = 0; x < w; ++x) {
                 const BYTE *q = p + j.bpp * x;
-                y[x] = Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] + 8192) >> 14),
-                             e.maxv);
+                y[x] = f.bits == 8 ? Luma8(e, q[j.ir], q[1], q[j.ib])
+                                   : Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] +
+                                                      8192) >> 14),
+                                           e.maxv);
             }
             bool chromaRow = dy == 0 && (row0 >> f.sy) < f.ch;
             StoreRow(f, row0 + dy, y, chromaRow ? cu : nullptr, chromaRow ? cv : nullptr);
@@ -72,7 +74,19 @@ void RunGroupsVector(void *ctx, int first, int end)
     const Encode &e = j.enc;
     const int w = f.width;
     const bool nv = f.kind == SEMIPLANAR;
+    const int n = 2 * f.cw < w ? 2 * f.cw : w;
     BYTE scratch[2][64];
+    // the groups with two rows and chroma: one call of the AVX2 body
+    int full = f.height / 2 < f.ch ? f.height / 2 : f.ch, avx = 0;
+    full = full < end ? full : end;
+    if (j.avx2 && first < full) {
+        const int iu = nv ? 1 : f.vFirst ? 2 : 1, iv = nv ? 1 : f.vFirst ? 1 : 2;
+        Planes420 out = {f.plane[0] + (LONG_PTR)2 * first * f.pitch[0],
+                         f.plane[iu] + (LONG_PTR)first * f.pitch[iu],
+                         f.plane[iv] + (LONG_PTR)first * f.pitch[iv] + (nv ? 1 : 0),
+                         f.pitch[0], f.pitch[iu], f.pitch[iv], nv ? 2 : 1};
+        avx = EncodeRows420AVX2(e, j.src + j.srcStep * 2 * first, j.srcStep, full - first, n, j.ir == 0, out);
+    }
     for (int g = first; g < end; ++g) {
         int row0 = 2 * g, row1 = row0 + 1 < f.height ? row0 + 1 : row0;
         const BYTE *s0 = j.src + j.srcStep * row0, *s1 = j.src + j.srcStep * row1;
@@ -87,23 +101,20 @@ void RunGroupsVector(void *ctx, int first, int end)
             u = chroma ? f.plane[f.vFirst ? 2 : 1] + (LONG_PTR)g * f.pitch[f.vFirst ? 2 : 1] : scratch[0];
             v = chroma ? f.plane[f.vFirst ? 1 : 2] + (LONG_PTR)g * f.pitch[f.vFirst ? 1 : 2] : scratch[1];
         }
-        int n = 2 * f.cw < w ? 2 * f.cw : w;
-        int done = 0;
+        int done = g < full ? avx : 0;
         if (chroma) {
-            if (j.avx2)
-                done = EncodeRows420AVX2(e, s0, s1, n, j.ir == 0, y0, y1, u, v, nv ? 2 : 1);
             // chroma bytes of the pixels done: pairs interleaved, or a plane each
             int c = nv ? done : done / 2;
-            done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
-                                      y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
+            if (done + 8 <= n)
+                done += EncodeRows420SSE2(e, s0 + 4 * done, s1 + 4 * done, n - done, j.ir == 0, y0 + done,
+                                          y1 ? y1 + done : nullptr, u + c, v + c, nv ? 2 : 1);
         }
         for (int r = 0; r < 2; ++r) {
             BYTE *yo = r ? y1 : y0;
             const BYTE *p = r ? s1 : s0;
             for (int x = done; yo && x < w; ++x) {
                 const BYTE *q = p + 4 * x;
-                yo[x] = (BYTE)Clamp(e.yoff + (((int64_t)e.kyr * q[j.ir] + e.kyg * q[1] + e.kyb * q[j.ib] + 8192) >> 14),
-                                    e.maxv);
+                yo[x] = (BYTE)Luma8(e, q[j.ir], q[1], q[j.ib]);
             }
         }
         for (int c = done / 2; chroma && c < f.cw; ++c) {

@@ -17,7 +17,7 @@ const char kSource[] = R"CL(
 enum { PACKED8 = 0, PLANAR = 3, SEMIPLANAR = 4 };
 int clampb(int v) { return v < 0 ? 0 : v > 255 ? 255 : v; }
 
-/* k: yoff mid cy crv cgu cgv cbu shift; g: kind sx sy cw ch width lumaFirst
+/* k: mid ky kr kgu kgv kb br bg bb (the 8-bit terms); g: kind sx sy cw ch width lumaFirst
    x0 y0 w rgba useLut */
 __kernel void k6c1f93d2(__global const uchar *p0, __global const uchar *p1, __global const uchar *p2,
                         int pitch0, int pitch1, int pitch2, __constant int *k, __constant int *g,
@@ -26,7 +26,7 @@ __kernel void k6c1f93d2(__global const uchar *p0, __global const uchar *p1, __gl
     int x = get_global_id(0), r = get_global_id(1);
     if (x >= g[9])
         return;
-    int kind = g[0], px = g[7] + x, row = g[8] + r, mid = k[1];
+    int kind = g[0], px = g[7] + x, row = g[8] + r, mid = k[0];
     int Y, U, V;
     if (kind == PACKED8) {
         int iy = g[6] ? 0 : 1, iu = g[6] ? 1 : 0, iv = g[6] ? 3 : 2, kk = px >> 1;
@@ -60,9 +60,10 @@ __kernel void k6c1f93d2(__global const uchar *p0, __global const uchar *p1, __gl
             }
         }
     }
-    int shift = k[7], ys = (Y - k[0]) * k[2] + (1 << (shift - 1)), uu = U - mid, vv = V - mid;
-    int red = clampb((ys + k[3] * vv) >> shift), green = clampb((ys + k[4] * uu + k[5] * vv) >> shift);
-    int blue = clampb((ys + k[6] * uu) >> shift);
+    int yt = (Y * k[1]) >> 8;
+    int red = clampb((yt + ((V * k[2]) >> 8) + k[6]) >> 6);
+    int green = clampb((yt - ((U * k[3]) >> 8) - ((V * k[4]) >> 8) + k[7]) >> 6);
+    int blue = clampb((yt + ((U * k[5]) >> 8) + k[8]) >> 6);
     if (g[11]) {
         red = lut[red];
         green = lut[green];
@@ -75,7 +76,7 @@ __kernel void k6c1f93d2(__global const uchar *p0, __global const uchar *p1, __gl
     o[3] = 255;
 }
 
-/* e: kyr kyg kyb kur kug kub kvr kvg kvb yoff mid maxv; g: width height cw ch
+/* e: kyr kyg kyb kur kug kub kvr kvg kvb yoff mid maxv k8r k8g k8b; g: width height cw ch
    bpp ir ib srcPitch yPitch cPitch semiplanar */
 __kernel void k2e84a07b(__global const uchar *src, __constant int *e, __constant int *g,
                         __global uchar *py, __global uchar *pu, __global uchar *pv)
@@ -95,7 +96,7 @@ __kernel void k2e84a07b(__global const uchar *src, __constant int *e, __constant
             sb += q[ib];
             // each pixel's luma once: by the block that holds it
             if (2 * grp + dy < h && 2 * c + dx < w) {
-                long v = e[9] + (((long)e[0] * q[ir] + e[1] * q[1] + e[2] * q[ib] + 8192) >> 14);
+                long v = (e[12] * q[ir] + e[13] * q[1] + e[14] * q[ib] + 128 + (e[9] << 8)) >> 8;
                 py[(long)(2 * grp + dy) * g[8] + 2 * c + dx] = (uchar)(v < 0 ? 0 : v > e[11] ? e[11] : v);
             }
         }
@@ -121,7 +122,8 @@ HRESULT Decode(const zvyuv::DecodePlan &p)
     for (int i = 0; i < 3; ++i)
         if (f.plane[i] && f.pitch[i] < 0)
             return E_INVALIDARG;
-    int k[8] = {p.dec.yoff, p.dec.mid, p.dec.cy, p.dec.crv, p.dec.cgu, p.dec.cgv, p.dec.cbu, p.dec.shift};
+    const zvyuv::Decode &d = p.dec;
+    int k[9] = {d.mid, d.ky8, d.kr8, d.kgu8, d.kgv8, d.kb8, d.br8, d.bg8, d.bb8};
     int g[12] = {f.kind, f.sx, f.sy, f.cw, f.ch, f.width, f.lumaFirst, p.x0, p.y0, p.w, p.rgba, p.gamma != 1.0};
     BYTE lut[256];
     zvyuv::GammaTable(p.gamma, lut);
@@ -171,7 +173,8 @@ HRESULT Encode(const zvyuv::EncodePlan &p)
     for (int r = 0; r < f.height; ++r)
         memcpy(src + rowBytes * r, p.src + p.srcStep * r, rowBytes);
     const zvyuv::Encode &c = p.enc;
-    int e[12] = {c.kyr, c.kyg, c.kyb, c.kur, c.kug, c.kub, c.kvr, c.kvg, c.kvb, c.yoff, c.mid, c.maxv};
+    int e[15] = {c.kyr, c.kyg, c.kyb, c.kur, c.kug, c.kub, c.kvr, c.kvg, c.kvb, c.yoff, c.mid, c.maxv,
+                 c.k8r, c.k8g, c.k8b};
     int g[11] = {f.width, f.height, f.cw, f.ch, p.bpp, p.ir, p.ib, (int)rowBytes, f.pitch[0], f.pitch[1], semi};
     size_t yBytes = (size_t)f.pitch[0] * f.height, cBytes = (size_t)f.pitch[1] * f.ch;
     Buffers b;

@@ -303,6 +303,19 @@ void MakeDecode(Decode *d, int standard, bool limited, int bits)
     d->cgu = Q(m.gu * gc, d->shift);
     d->cgv = Q(m.gv * gc, d->shift);
     d->cbu = Q(m.bu * gc, d->shift);
+    d->eight = bits == 8;
+    if (d->eight) {
+        d->ky8 = (uint16_t)Q(gy, 14);
+        d->kr8 = (uint16_t)Q(m.rv * gc, 14);
+        d->kgu8 = (uint16_t)Q(-m.gu * gc, 14);
+        d->kgv8 = (uint16_t)Q(-m.gv * gc, 14);
+        d->kb8 = (uint16_t)Q(m.bu * gc, 14);
+        // at neutral chroma every channel is (Yt - Yt(yoff) + 32) >> 6
+        int yt0 = (d->yoff * d->ky8) >> 8;
+        d->br8 = (int16_t)(32 - yt0 - ((128 * d->kr8) >> 8));
+        d->bg8 = (int16_t)(32 - yt0 + ((128 * d->kgu8) >> 8) + ((128 * d->kgv8) >> 8));
+        d->bb8 = (int16_t)(32 - yt0 - ((128 * d->kb8) >> 8));
+    }
     // float destination: 0 to 1
     double fy = (limited ? 1.0 / 219.0 : 1.0 / 255.0) * wordGain;
     double fc = (limited ? 1.0 / 224.0 : 219.0 / (224.0 * 255.0)) * wordGain;
@@ -328,6 +341,28 @@ void MakeEncode(Encode *en, int standard, bool limited, int bits)
     en->kvr = Q(m.vr * g, s);
     en->kvg = Q(m.vg * g, s);
     en->kvb = Q(m.vb * g, s);
+    // 8-bit luma weights: each rounded down, then the units short of
+    // round(256 g) to the largest remainders
+    const double w[3] = {m.kr * g * 256, m.kg * g * 256, m.kb * g * 256};
+    int32_t k8[3], left = (int32_t)lround(256 * g);
+    for (int i = 0; i < 3; ++i)
+        left -= k8[i] = (int32_t)floor(w[i]);
+    for (; left > 0; --left) {
+        int best = 0;
+        for (int i = 1; i < 3; ++i)
+            if (w[i] - k8[i] > w[best] - k8[best])
+                best = i;
+        k8[best]++;
+    }
+    if (bits == 8) {
+        // G's chroma weights make the rows sum to zero, so the vector bodies
+        // may weigh (B - G) and (R - G)
+        en->kug = -en->kur - en->kub;
+        en->kvg = -en->kvr - en->kvb;
+    }
+    en->k8r = k8[0];
+    en->k8g = k8[1];
+    en->k8b = k8[2];
     en->yoff = (limited ? 16 : 0) << e;
     en->mid = 128 << e;
     en->maxv = (1 << bits) - 1;

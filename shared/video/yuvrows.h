@@ -37,11 +37,22 @@ void StoreRow(const Frame &f, int row, const int32_t *y, const int32_t *u, const
 
 // Coefficients of YUV to 8-bit RGB, scaled by 2^shift: R = (cy (Y - yoff)
 // + crv V' + round) >> shift and so on, with V' = V - mid.
+//
+// 8-bit sources use instead the arithmetic of 16-bit vector lanes: a
+// sample's term is (s k) >> 8 with k its gain times 2^14 (unsigned, below
+// 2^16), so terms count in 2^-6, and each channel adds a bias that takes off
+// the luma offset and the terms of neutral chroma and rounds:
+// R = (Yt + Vr + br) >> 6, G = (Yt - Ug - Vg + bg) >> 6, B = (Yt + Ub + bb)
+// >> 6, clamped. Yt, Vr + br, Ub + bb and bg - Ug - Vg all fit 16 signed
+// bits, so a saturating final sum clamps the same way.
 struct Decode {
     int32_t yoff, mid;
     int32_t cy, crv, cgu, cgv, cbu;
     int shift;
     float fy, frv, fgu, fgv, fbu;   // the float destination's gains
+    bool eight;
+    uint16_t ky8, kr8, kgu8, kgv8, kb8;   // kgu8, kgv8: gains of G's negative terms
+    int16_t br8, bg8, bb8;
 };
 void MakeDecode(Decode *d, int standard, bool limited, int bits);
 
@@ -62,17 +73,32 @@ bool HasPairsBody(const Frame &f);
 // into it too, with the chroma terms of the first.
 int DecodePairsAVX2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, BYTE *dst2,
                     bool rgbaOrder);
+// Packed 4:2:2 (UYVY, YUYV): rows from row on in one call, dst a row's step
+// apart; returns the pixels done in each.
+int DecodePackedAVX2(const Decode &d, const Frame &f, int row, int rows, int x0, int n, BYTE *dst,
+                     LONG_PTR dstStep, bool rgbaOrder);
 // The body for a support word: SSE2 (0x40) where 8-bit samples allow it.
 DecodeRowFn PickDecodeRow(DWORD cpuWord, int bits);
 
 // RGB to YUV, 8-bit RGB in, coefficients scaled by 2^14 and the output's
 // extra bits: Y = yoff + (ky . RGB + 2^13) >> 14; chroma of the sum of 2^k
 // pixels mid + (ku . sum + 2^(13 + k)) >> (14 + k), 64-bit sums.
+//
+// 8-bit destinations take luma at 8-bit weights that sum to round(256 g) (g
+// the range's gain), so vector byte madds keep it exact: Y = (k8 . RGB + 128
+// + 256 yoff) >> 8; and G's chroma weights are minus the sum of the others.
 struct Encode {
     int32_t kyr, kyg, kyb, kur, kug, kub, kvr, kvg, kvb;
     int32_t yoff, mid, maxv;
+    int32_t k8r, k8g, k8b;
 };
 void MakeEncode(Encode *e, int standard, bool limited, int bits);
+
+// Luma of an 8-bit destination.
+inline int32_t Luma8(const Encode &e, int r, int g, int b)
+{
+    return (e.k8r * r + e.k8g * g + e.k8b * b + 128 + (e.yoff << 8)) >> 8;
+}
 
 // Two rows of 8-bit BGRA (or RGBA) pixels to 4:2:0: luma into y0 and y1
 // (y1 null: none for the second row), chroma of the 2x2 blocks into u and v, uvStep bytes
@@ -81,9 +107,19 @@ void MakeEncode(Encode *e, int standard, bool limited, int bits);
 int EncodeRows420SSE2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
                       BYTE *y1, BYTE *u, BYTE *v, int uvStep);
 
-// The same sixteen pixels a step (AVX2).
-int EncodeRows420AVX2(const Encode &e, const BYTE *row0, const BYTE *row1, int n, bool rgbaOrder, BYTE *y0,
-                      BYTE *y1, BYTE *u, BYTE *v, int uvStep);
+// The 4:2:0 planes from a row pair's first row on: luma rows yStep apart,
+// chroma rows uRow and vRow apart, uvStep bytes between a row's samples (2:
+// interleaved).
+struct Planes420 {
+    BYTE *y, *u, *v;
+    LONG_PTR yStep, uRow, vRow;
+    int uvStep;
+};
+// The same sixteen pixels a step (AVX2) for groups whole row pairs (two rows
+// and chroma) in one call, from row0 on, srcStep bytes a row; returns the
+// pixels done in each.
+int EncodeRows420AVX2(const Encode &e, const BYTE *row0, LONG_PTR srcStep, int groups, int n, bool rgbaOrder,
+                      const Planes420 &out);
 
 // A YUV to RGB call's checked shape: source, coefficients, the part of the
 // source taken (x0, y0, w, h) and the destination's top row and step.

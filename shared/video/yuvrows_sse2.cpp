@@ -1,5 +1,6 @@
 // SSE2 bodies of the row kernels; each gives the plain form's integers exactly
-// (16-bit products summed in 32 bits, saturating packs clamp like the C form).
+// (the decode's 16-bit terms as they are; the encode's 16-bit products summed
+// in 32 bits; saturating packs clamp like the C form).
 #if defined(__i386__)
 #pragma GCC target("sse2")
 #endif
@@ -11,56 +12,67 @@ namespace zvyuv {
 
 namespace {
 
+// The plain form's 8-bit arithmetic on eight pixels: 16-bit lanes, each
+// sample in the high byte of its word, so that mulhi gives (s k) >> 8.
 struct Consts {
-    __m128i one, yoff, mid, kR, kB, kG, kG2, rnd, alpha, sh;
-    explicit Consts(const Decode &d)
+    __m128i ky, k0, k2, kgu, kgv, b0, b2, bg, alpha;
+    // byte 0 of a pixel is blue (from U), or red (from V) in RGBA order
+    Consts(const Decode &d, bool rgbaOrder)
     {
-        // pairs for madd: (Y', V') x (cy, crv), (Y', U') x (cy, cbu) and
-        // (Y', U') x (cy, cgu) + (V', 1) x (cgv, round)
-        one = _mm_set1_epi16(1);
-        yoff = _mm_set1_epi16((short)d.yoff);
-        mid = _mm_set1_epi16((short)d.mid);
-        kR = _mm_unpacklo_epi16(_mm_set1_epi16((short)d.cy), _mm_set1_epi16((short)d.crv));
-        kB = _mm_unpacklo_epi16(_mm_set1_epi16((short)d.cy), _mm_set1_epi16((short)d.cbu));
-        kG = _mm_unpacklo_epi16(_mm_set1_epi16((short)d.cy), _mm_set1_epi16((short)d.cgu));
-        kG2 = _mm_unpacklo_epi16(_mm_set1_epi16((short)d.cgv), _mm_set1_epi16((short)(1 << (d.shift - 1))));
-        rnd = _mm_set1_epi32(1 << (d.shift - 1));
-        alpha = _mm_set1_epi8((char)0xFF);
-        sh = _mm_cvtsi32_si128(d.shift);
+        ky = _mm_set1_epi16((short)d.ky8);
+        kgu = _mm_set1_epi16((short)d.kgu8);
+        kgv = _mm_set1_epi16((short)d.kgv8);
+        bg = _mm_set1_epi16(d.bg8);
+        k0 = _mm_set1_epi16((short)(rgbaOrder ? d.kr8 : d.kb8));
+        b0 = _mm_set1_epi16(rgbaOrder ? d.br8 : d.bb8);
+        k2 = _mm_set1_epi16((short)(rgbaOrder ? d.kb8 : d.kr8));
+        b2 = _mm_set1_epi16(rgbaOrder ? d.bb8 : d.br8);
+        alpha = _mm_set1_epi16(255);
     }
 };
 
-// Eight pixels from 16-bit samples Y, U, V (offsets not yet taken off).
-inline void Emit8(const Consts &k, __m128i Y, __m128i U, __m128i V, BYTE *dst, bool rgbaOrder)
-{
-    Y = _mm_sub_epi16(Y, k.yoff);
-    U = _mm_sub_epi16(U, k.mid);
-    V = _mm_sub_epi16(V, k.mid);
-    __m128i yvL = _mm_unpacklo_epi16(Y, V), yvH = _mm_unpackhi_epi16(Y, V);
-    __m128i yuL = _mm_unpacklo_epi16(Y, U), yuH = _mm_unpackhi_epi16(Y, U);
-    __m128i v1L = _mm_unpacklo_epi16(V, k.one), v1H = _mm_unpackhi_epi16(V, k.one);
-    __m128i rL = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yvL, k.kR), k.rnd), k.sh);
-    __m128i rH = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yvH, k.kR), k.rnd), k.sh);
-    __m128i bL = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yuL, k.kB), k.rnd), k.sh);
-    __m128i bH = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yuH, k.kB), k.rnd), k.sh);
-    __m128i gL = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yuL, k.kG), _mm_madd_epi16(v1L, k.kG2)), k.sh);
-    __m128i gH = _mm_sra_epi32(_mm_add_epi32(_mm_madd_epi16(yuH, k.kG), _mm_madd_epi16(v1H, k.kG2)), k.sh);
-    __m128i R = _mm_packus_epi16(_mm_packs_epi32(rL, rH), _mm_setzero_si128());
-    __m128i G = _mm_packus_epi16(_mm_packs_epi32(gL, gH), _mm_setzero_si128());
-    __m128i B = _mm_packus_epi16(_mm_packs_epi32(bL, bH), _mm_setzero_si128());
-    if (rgbaOrder) {
-        __m128i t = R;
-        R = B;
-        B = t;
+// Chroma terms of bytes 0, 1 and 2 of eight pixels, from each pixel's U and V.
+struct Chroma {
+    __m128i c0, c1, c2;
+    template <bool rgba> static Chroma Of(const Consts &k, __m128i U, __m128i V)
+    {
+        Chroma c;
+        c.c0 = _mm_add_epi16(_mm_mulhi_epu16(rgba ? V : U, k.k0), k.b0);
+        c.c2 = _mm_add_epi16(_mm_mulhi_epu16(rgba ? U : V, k.k2), k.b2);
+        c.c1 = _mm_sub_epi16(_mm_sub_epi16(k.bg, _mm_mulhi_epu16(U, k.kgu)), _mm_mulhi_epu16(V, k.kgv));
+        return c;
     }
-    __m128i bg = _mm_unpacklo_epi8(B, G), ra = _mm_unpacklo_epi8(R, k.alpha);
-    _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(bg, ra));
-    _mm_storeu_si128((__m128i *)(dst + 16), _mm_unpackhi_epi16(bg, ra));
+};
+
+// Eight pixels from their luma words and chroma terms.
+inline void Emit8(const Consts &k, __m128i Y, const Chroma &c, BYTE *dst)
+{
+    __m128i yt = _mm_mulhi_epu16(Y, k.ky);
+    __m128i x0 = _mm_srai_epi16(_mm_adds_epi16(yt, c.c0), 6);
+    __m128i x1 = _mm_srai_epi16(_mm_adds_epi16(yt, c.c1), 6);
+    __m128i x2 = _mm_srai_epi16(_mm_adds_epi16(yt, c.c2), 6);
+    __m128i p02 = _mm_packus_epi16(x0, x2), p1a = _mm_packus_epi16(x1, k.alpha);
+    __m128i lo = _mm_unpacklo_epi8(p02, p1a), hi = _mm_unpackhi_epi8(p02, p1a);
+    _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(lo, hi));
+    _mm_storeu_si128((__m128i *)(dst + 16), _mm_unpackhi_epi16(lo, hi));
 }
 
+// Eight samples as words, in the high byte.
 inline __m128i Load32(const int32_t *p)
 {
-    return _mm_packs_epi32(_mm_loadu_si128((const __m128i *)p), _mm_loadu_si128((const __m128i *)(p + 4)));
+    __m128i w = _mm_packs_epi32(_mm_loadu_si128((const __m128i *)p), _mm_loadu_si128((const __m128i *)(p + 4)));
+    return _mm_slli_epi16(w, 8);
+}
+
+template <bool rgba>
+void DecodeRow8(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst)
+{
+    const Consts k(d, rgba);
+    int i = 0;
+    for (; i + 8 <= n; i += 8)
+        Emit8(k, Load32(y + i), Chroma::Of<rgba>(k, Load32(u + i), Load32(v + i)), dst + 4 * i);
+    if (i < n)
+        DecodeRowC(d, y + i, u + i, v + i, n - i, dst + 4 * i, rgba);
 }
 
 } // namespace
@@ -68,12 +80,10 @@ inline __m128i Load32(const int32_t *p)
 void DecodeRowSSE2(const Decode &d, const int32_t *y, const int32_t *u, const int32_t *v, int n, BYTE *dst,
                    bool rgbaOrder)
 {
-    const Consts k(d);
-    int i = 0;
-    for (; i + 8 <= n; i += 8)
-        Emit8(k, Load32(y + i), Load32(u + i), Load32(v + i), dst + 4 * i, rgbaOrder);
-    if (i < n)
-        DecodeRowC(d, y + i, u + i, v + i, n - i, dst + 4 * i, rgbaOrder);
+    if (rgbaOrder)
+        DecodeRow8<true>(d, y, u, v, n, dst);
+    else
+        DecodeRow8<false>(d, y, u, v, n, dst);
 }
 
 namespace {
@@ -84,52 +94,17 @@ inline __m128i Pair(int a, int b)
     return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16));
 }
 
-// The pairs' form of the AVX2 body (see there): a 32-bit lane per pixel
-// pair, sums eight times the plain form's, each pixel's value a high word.
-struct PairConsts {
-    __m128i mid, kYe, kYo, kR, kG, kB, base, alpha, high, up;
-    // rgbaOrder swaps the red and blue weights: no swap per step
-    PairConsts(const Decode &d, bool rgbaOrder)
-    {
-        mid = _mm_set1_epi16((short)d.mid);
-        kYe = Pair(d.cy, 0);
-        kYo = Pair(0, d.cy);
-        kR = rgbaOrder ? Pair(d.cbu, 0) : Pair(0, d.crv);
-        kG = Pair(d.cgu, d.cgv);
-        kB = rgbaOrder ? Pair(0, d.crv) : Pair(d.cbu, 0);
-        base = _mm_set1_epi32(((1 << (d.shift - 1)) - d.yoff * d.cy) * (1 << (16 - d.shift)));
-        alpha = _mm_set1_epi16(255);
-        high = _mm_set1_epi32((int)0xFFFF0000u);
-        up = _mm_cvtsi32_si128(16 - d.shift);
-    }
-};
-
-inline __m128i Channel(const PairConsts &k, __m128i ye, __m128i yo, __m128i c)
+// Each word of w to both words of its pair: 0 0 2 2 4 4 6 6 (odd: 1 1 3 3 ...).
+template <int odd> inline __m128i Spread(__m128i w)
 {
-    return _mm_or_si128(_mm_srli_epi32(_mm_add_epi32(ye, c), 16), _mm_and_si128(_mm_add_epi32(yo, c), k.high));
+    const int m = odd ? _MM_SHUFFLE(3, 3, 1, 1) : _MM_SHUFFLE(2, 2, 0, 0);
+    return _mm_shufflehi_epi16(_mm_shufflelo_epi16(w, m), m);
 }
 
-// Eight pixels: Y as pairs of luma words, UV as the pairs' chroma words.
-inline void EmitPairs8(const PairConsts &k, __m128i Y, __m128i UV, BYTE *dst)
+template <bool rgba> int Pairs8(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst)
 {
-    Y = _mm_sll_epi16(Y, k.up);
-    UV = _mm_sll_epi16(_mm_sub_epi16(UV, k.mid), k.up);
-    __m128i r = _mm_madd_epi16(UV, k.kR), g = _mm_madd_epi16(UV, k.kG), b = _mm_madd_epi16(UV, k.kB);
-    __m128i ye = _mm_add_epi32(_mm_madd_epi16(Y, k.kYe), k.base);
-    __m128i yo = _mm_add_epi32(_mm_madd_epi16(Y, k.kYo), k.base);
-    __m128i R = Channel(k, ye, yo, r), G = Channel(k, ye, yo, g), B = Channel(k, ye, yo, b);
-    __m128i br = _mm_packus_epi16(B, R), ga = _mm_packus_epi16(G, k.alpha);
-    __m128i bg = _mm_unpacklo_epi8(br, ga), ra = _mm_unpackhi_epi8(br, ga);
-    _mm_storeu_si128((__m128i *)dst, _mm_unpacklo_epi16(bg, ra));
-    _mm_storeu_si128((__m128i *)(dst + 16), _mm_unpackhi_epi16(bg, ra));
-}
-
-} // namespace
-
-int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
-{
-    const PairConsts k(d, rgbaOrder);
-    const __m128i zero = _mm_setzero_si128(), low = _mm_set1_epi16(0xFF);
+    const Consts k(d, rgba);
+    const __m128i zero = _mm_setzero_si128(), high = _mm_set1_epi16((short)0xFF00);
     const BYTE *py = f.plane[0] + (LONGLONG)row * f.pitch[0];
     int i = 0;
     if (f.kind == PACKED8) {
@@ -137,9 +112,9 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         const BYTE *p = py + 2 * x0;
         for (; i + 8 <= n; i += 8) {
             __m128i w = _mm_loadu_si128((const __m128i *)(p + 2 * i));
-            __m128i Y = f.lumaFirst ? _mm_and_si128(w, low) : _mm_srli_epi16(w, 8);
-            __m128i UV = f.lumaFirst ? _mm_srli_epi16(w, 8) : _mm_and_si128(w, low);
-            EmitPairs8(k, Y, UV, dst + 4 * i);
+            __m128i Y = f.lumaFirst ? _mm_slli_epi16(w, 8) : _mm_and_si128(w, high);
+            __m128i C = f.lumaFirst ? _mm_and_si128(w, high) : _mm_slli_epi16(w, 8);
+            Emit8(k, Y, Chroma::Of<rgba>(k, Spread<0>(C), Spread<1>(C)), dst + 4 * i);
         }
         return i;
     }
@@ -151,8 +126,9 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
     if (f.kind == SEMIPLANAR) {
         pc += x0;
         for (; i + 8 <= n; i += 8) {
-            __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
-            EmitPairs8(k, Y, _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(pc + i)), zero), dst + 4 * i);
+            __m128i Y = _mm_unpacklo_epi8(zero, _mm_loadl_epi64((const __m128i *)(py + i)));
+            __m128i C = _mm_unpacklo_epi8(zero, _mm_loadl_epi64((const __m128i *)(pc + i)));
+            Emit8(k, Y, Chroma::Of<rgba>(k, Spread<0>(C), Spread<1>(C)), dst + 4 * i);
         }
         return i;
     }
@@ -162,11 +138,18 @@ int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYT
         int32_t u4, v4;
         memcpy(&u4, pu + i / 2, 4);
         memcpy(&v4, pv + i / 2, 4);
-        __m128i Y = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(py + i)), zero);
-        __m128i UV = _mm_unpacklo_epi8(_mm_unpacklo_epi8(_mm_cvtsi32_si128(u4), _mm_cvtsi32_si128(v4)), zero);
-        EmitPairs8(k, Y, UV, dst + 4 * i);
+        __m128i U = _mm_unpacklo_epi8(zero, _mm_cvtsi32_si128(u4)), V = _mm_unpacklo_epi8(zero, _mm_cvtsi32_si128(v4));
+        __m128i Y = _mm_unpacklo_epi8(zero, _mm_loadl_epi64((const __m128i *)(py + i)));
+        Emit8(k, Y, Chroma::Of<rgba>(k, _mm_unpacklo_epi16(U, U), _mm_unpacklo_epi16(V, V)), dst + 4 * i);
     }
     return i;
+}
+
+} // namespace
+
+int DecodePairsSSE2(const Decode &d, const Frame &f, int row, int x0, int n, BYTE *dst, bool rgbaOrder)
+{
+    return rgbaOrder ? Pairs8<true>(d, f, row, x0, n, dst) : Pairs8<false>(d, f, row, x0, n, dst);
 }
 
 } // namespace zvyuv
@@ -190,15 +173,15 @@ struct EncodeConsts {
     EncodeConsts(const Encode &e, bool rgbaOrder)
     {
         // alpha weighs nothing
-        ky02 = rgbaOrder ? Pair(e.kyr, e.kyb) : Pair(e.kyb, e.kyr);
+        ky02 = rgbaOrder ? Pair(e.k8r, e.k8b) : Pair(e.k8b, e.k8r);
         ku02 = rgbaOrder ? Pair(e.kur, e.kub) : Pair(e.kub, e.kur);
         kv02 = rgbaOrder ? Pair(e.kvr, e.kvb) : Pair(e.kvb, e.kvr);
-        ky13 = Pair(e.kyg, 0);
+        ky13 = Pair(e.k8g, 0);
         ku13 = Pair(e.kug, 0);
         kv13 = Pair(e.kvg, 0);
-        // offsets ride on the rounding: yoff + (s + 2^13 >> 14) is (s + 2^13 +
-        // yoff 2^14) >> 14, and mid + (s + 2^15 >> 16) the same way
-        ybase = _mm_set1_epi32(8192 + e.yoff * 16384);
+        // offsets ride on the rounding: mid + (s + 2^15 >> 16) is (s + 2^15 +
+        // mid 2^16) >> 16
+        ybase = _mm_set1_epi32(128 + e.yoff * 256);
         cbase = _mm_set1_epi32((1 << 15) + e.mid * 65536);
         low = _mm_set1_epi32(0x00FF00FF);
     }
@@ -208,7 +191,7 @@ struct EncodeConsts {
 inline __m128i Luma4(const EncodeConsts &k, __m128i e, __m128i o)
 {
     __m128i s = _mm_add_epi32(_mm_madd_epi16(e, k.ky02), _mm_madd_epi16(o, k.ky13));
-    return _mm_srai_epi32(_mm_add_epi32(s, k.ybase), 14);
+    return _mm_srai_epi32(_mm_add_epi32(s, k.ybase), 8);
 }
 
 // Eight pixels a step; the second row's luma only when two is set. Every

@@ -16,6 +16,17 @@ void DecodeRowC(const Decode &d, const int32_t *y, const int32_t *u, const int32
 {
     const int32_t rnd = 1 << (d.shift - 1);
     const int ir = rgbaOrder ? 0 : 2, ib = rgbaOrder ? 2 : 0;
+    if (d.eight) {
+        for (int i = 0; i < n; ++i) {
+            int32_t yt = (y[i] * d.ky8) >> 8, uu = u[i], vv = v[i];
+            BYTE *p = dst + 4 * i;
+            p[ir] = Clamp8((yt + ((vv * d.kr8) >> 8) + d.br8) >> 6);
+            p[1] = Clamp8((yt - ((uu * d.kgu8) >> 8) - ((vv * d.kgv8) >> 8) + d.bg8) >> 6);
+            p[ib] = Clamp8((yt + ((uu * d.kb8) >> 8) + d.bb8) >> 6);
+            p[3] = 255;
+        }
+        return;
+    }
     for (int i = 0; i < n; ++i) {
         int32_t ys = (y[i] - d.yoff) * d.cy + rnd, uu = u[i] - d.mid, vv = v[i] - d.mid;
         BYTE *p = dst + 4 * i;
@@ -96,6 +107,15 @@ void RunRows(void *ctx, int first, int end)
     if (!buf)
         return;
     int32_t *y = buf, *u = buf + j.w + 8, *v = u + j.w + 8;
+    if (j.avx2 && !j.toFloat && j.src.kind == PACKED8) {
+        // packed rows stand alone: one call takes them all
+        int done = DecodePackedAVX2(j.dec, j.src, j.y0 + first, end - first, j.x0, j.pairs,
+                                    j.dst + j.dstStep * first, j.dstStep, j.rgba);
+        for (int r = first; r < end; ++r)
+            FinishRow(j, r, j.dst + j.dstStep * r, done, y, u, v);
+        free(buf);
+        return;
+    }
     for (int r = first; r < end; ++r) {
         BYTE *out = j.dst + j.dstStep * r;
         if (j.toFloat) {

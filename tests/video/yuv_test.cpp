@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <algorithm>
+#include <math.h>
 #include <stdlib.h>
 #include <string.h>
 #include <vector>
@@ -370,6 +371,89 @@ TEST(YuvConvert, VectorEncodeEqualsThePlainOneForEveryColour)
                 ZvVideo_SetKernelOverride(word, 3);
                 ASSERT_EQ(ZvYUV_RGBToYUV(rgb.h(), nullptr, 0, got.h(), nullptr, nullptr, &s), S_OK);
                 EXPECT_TRUE(want.mem == got.mem) << std::hex << word;
+            }
+        }
+    ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
+}
+
+// The plain 8-bit forms against the real formulas they round, for each matrix
+// and range: every YUV triple decoded, every colour's luma and the chroma of
+// the 2x2 blocks of that frame and of a random one encoded, all within 1;
+// neutral chroma grey, and limited black and white exact.
+TEST(YuvConvert, EightBitFormsStayWithinOneOfTheRealFormulas)
+{
+    struct Std {
+        int selector;
+        double kr, kg, kb, rv, gu, gv, bu, u[3], v[3];
+    } const stds[] = {
+        {ZVYUV_BT601, 0.299, 0.587, 0.114, 1.402, -0.3441, -0.7141, 1.772,
+         {-0.172552, -0.338864, 0.511416}, {0.511416, -0.428259, -0.083156}},
+        {ZVYUV_BT709, 0.2126, 0.7152, 0.0722, 1.5748, -0.1873, -0.4681, 1.8556,
+         {-0.117216, -0.394199, 0.511416}, {0.511416, -0.46457, -0.046846}},
+        {ZVYUV_BT2020, 0.2627, 0.678, 0.0593, 1.4746, -0.1646, -0.5714, 1.8814,
+         {-0.142787, -0.368628, 0.511416}, {0.511416, -0.470298, -0.041118}},
+    };
+    auto off = [](double real, int got) { return abs((int)lround(std::min(255.0, std::max(0.0, real))) - got); };
+    Frame uyvy = Make(ZVPT_UYVY, 256, 256, 1), all = Make(ZVPT_BGRA32, 4096, -4096, 1);
+    Frame noise = Make(ZVPT_BGRA32, 1024, -1024, 5);
+    for (int p = 0; p < 4096 * 4096; ++p)
+        memcpy(all.image() + 4 * p, &p, 3);
+    BITMAPINFOHEADER d = Header(ZVPT_BGRA32, 256, -256);
+    std::vector<BYTE> px(256 * 256 * 4);
+    ZvVideo_SetKernelOverride(0, 1);
+    for (const Std &m : stds)
+        for (int limited : {0, 1}) {
+            SCOPED_TRACE(testing::Message() << "selector " << m.selector << " limited " << limited);
+            ZVYUVSETTINGS s = {};
+            s.selector = m.selector;
+            s.limited = limited;
+            const double gy = limited ? 255.0 / 219 : 1, gc = limited ? 255.0 / 224 : 219.0 / 224;
+            const int yoff = limited ? 16 : 0;
+            int worst = 0, exact = 1;
+            for (int u = 0; u < 256; ++u) {
+                for (int v = 0; v < 256; ++v)
+                    for (int k = 0; k < 128; ++k) {
+                        BYTE g[4] = {(BYTE)u, (BYTE)(2 * k), (BYTE)v, (BYTE)(2 * k + 1)};
+                        memcpy(uyvy.image() + v * 512 + 4 * k, g, 4);
+                    }
+                ASSERT_EQ(ZvYUV_YUVToRGB(&d, px.data(), 0, uyvy.h(), nullptr, nullptr, nullptr, &s), S_OK);
+                for (int v = 0; v < 256; ++v)
+                    for (int y = 0; y < 256; ++y) {
+                        const BYTE *q = &px[(v * 256 + y) * 4];
+                        double ys = gy * (y - yoff), uu = gc * (u - 128), vv = gc * (v - 128);
+                        worst = std::max({worst, off(ys + m.rv * vv, q[2]), off(ys + m.gu * uu + m.gv * vv, q[1]),
+                                          off(ys + m.bu * uu, q[0])});
+                        if (u == 128 && v == 128)
+                            exact &= q[0] == q[1] && q[1] == q[2] &&
+                                     (!limited || ((y > 16 || !q[0]) && (y < 235 || q[0] == 255)));
+                    }
+            }
+            EXPECT_LE(worst, 1) << "decode";
+            EXPECT_TRUE(exact);
+            // encode: luma of every colour, chroma of every block
+            const double g = limited ? 219.0 / 255 : 1;
+            for (Frame *rgb : {&all, &noise}) {
+                int w = rgb->h()->biWidth, h = -rgb->h()->biHeight;
+                Frame yuv = Make(ZVPT_I420, w, h, 1);
+                ASSERT_EQ(ZvYUV_RGBToYUV(rgb->h(), nullptr, 0, yuv.h(), nullptr, nullptr, &s), S_OK);
+                const BYTE *in = rgb->image(), *py = yuv.image(), *pu = py + w * h, *pv = pu + w * h / 4;
+                int wy = 0, wc = 0;
+                for (int i = 0; i < w * h; ++i) {
+                    const BYTE *q = in + 4 * i;
+                    wy = std::max(wy, off(yoff + g * (m.kr * q[2] + m.kg * q[1] + m.kb * q[0]), py[i]));
+                }
+                for (int by = 0; by < h / 2; ++by)
+                    for (int bx = 0; bx < w / 2; ++bx) {
+                        double c[3] = {};
+                        for (int k = 0; k < 4; ++k)
+                            for (int ch = 0; ch < 3; ++ch)
+                                c[ch] += in[4 * ((2 * by + k / 2) * w + 2 * bx + k % 2) + 2 - ch] / 4.0;
+                        int at = by * (w / 2) + bx;
+                        wc = std::max({wc, off(128 + g * (m.u[0] * c[0] + m.u[1] * c[1] + m.u[2] * c[2]), pu[at]),
+                                       off(128 + g * (m.v[0] * c[0] + m.v[1] * c[1] + m.v[2] * c[2]), pv[at])});
+                    }
+                EXPECT_LE(wy, 1) << "encode luma " << w;
+                EXPECT_LE(wc, 1) << "encode chroma " << w;
             }
         }
     ZvVideo_SetKernelOverride(0xFFFFFFFF, 0);
