@@ -6,7 +6,9 @@
 #        reported: a test must never leave one behind) and stops the server.
 set -e
 action=$1
-export WINEPREFIX="$2"
+# Wine takes only an absolute prefix; a relative one would leave the server
+# running unseen by stop
+case "$2" in /*) export WINEPREFIX="$2" ;; *) export WINEPREFIX="$PWD/$2" ;; esac
 . "$(dirname "$0")/wine-env.sh"
 server=/usr/lib/wine/wineserver
 case "$action" in

@@ -8,6 +8,7 @@ if [ -z "$ZV_WINEPREFIX" ]; then
     [ "$d" = "/" ] && d=$(cd "$(dirname "$1")" && pwd)
     ZV_WINEPREFIX="$d/wineprefix"
 fi
+case "$ZV_WINEPREFIX" in /*) ;; *) ZV_WINEPREFIX="$PWD/$ZV_WINEPREFIX" ;; esac
 export WINEPREFIX="$ZV_WINEPREFIX"
 . "$(dirname "$0")/wine-env.sh"
 exec /usr/lib/wine/wine64 "$@"
