@@ -332,6 +332,7 @@ void MakeEncode(Encode *en, int standard, bool limited, int bits)
     const int e = bits - 8;
     const double g = limited ? 219.0 / 255.0 : 1.0;
     const int s = 14 + e;
+    en->k8r = en->k8g = en->k8b = 0;   // deeper outputs weigh luma as above
     en->kyr = Q(m.kr * g, s);
     en->kyg = Q(m.kg * g, s);
     en->kyb = Q(m.kb * g, s);
@@ -341,28 +342,28 @@ void MakeEncode(Encode *en, int standard, bool limited, int bits)
     en->kvr = Q(m.vr * g, s);
     en->kvg = Q(m.vg * g, s);
     en->kvb = Q(m.vb * g, s);
-    // 8-bit luma weights: each rounded down, then the units short of
-    // round(256 g) to the largest remainders
-    const double w[3] = {m.kr * g * 256, m.kg * g * 256, m.kb * g * 256};
-    int32_t k8[3], left = (int32_t)lround(256 * g);
-    for (int i = 0; i < 3; ++i)
-        left -= k8[i] = (int32_t)floor(w[i]);
-    for (; left > 0; --left) {
-        int best = 0;
-        for (int i = 1; i < 3; ++i)
-            if (w[i] - k8[i] > w[best] - k8[best])
-                best = i;
-        k8[best]++;
-    }
     if (bits == 8) {
+        // 8-bit luma weights: each rounded down, then the units short of
+        // round(256 g) to the largest remainders
+        const double w[3] = {m.kr * g * 256, m.kg * g * 256, m.kb * g * 256};
+        int32_t k8[3], left = (int32_t)lround(256 * g);
+        for (int i = 0; i < 3; ++i)
+            left -= k8[i] = (int32_t)floor(w[i]);
+        for (; left > 0; --left) {
+            int best = 0;
+            for (int i = 1; i < 3; ++i)
+                if (w[i] - k8[i] > w[best] - k8[best])
+                    best = i;
+            k8[best]++;
+        }
+        en->k8r = k8[0];
+        en->k8g = k8[1];
+        en->k8b = k8[2];
         // G's chroma weights make the rows sum to zero, so the vector bodies
         // may weigh (B - G) and (R - G)
         en->kug = -en->kur - en->kub;
         en->kvg = -en->kvr - en->kvb;
     }
-    en->k8r = k8[0];
-    en->k8g = k8[1];
-    en->k8b = k8[2];
     en->yoff = (limited ? 16 : 0) << e;
     en->mid = 128 << e;
     en->maxv = (1 << bits) - 1;

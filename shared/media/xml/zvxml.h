@@ -164,8 +164,6 @@ public:
     const WCHAR *Map() const;
     // The first byte from p whose class is in stopClasses, or end.
     const BYTE *ScanTo(const BYTE *p, const BYTE *end, DWORD stopClasses);
-    // Span's bytes equal text (a terminated string)?
-    bool SpanEquals(const BYTE *start, size_t length, const WCHAR *text) const;
 private:
     const struct ZvXMLAnsiPage *page_;
     // The counting pass remembers where it stopped, so that the copy that
@@ -249,7 +247,6 @@ private:
     __attribute__((always_inline)) WCHAR *CopyString(DWORD stopClasses, int *length);
     WCHAR *CopyConverted(DWORD stopClasses, int *length);
     __attribute__((always_inline)) WCHAR *Widened(const BYTE *p, size_t n, const WCHAR *map, size_t readable);
-    bool EndTagMatches(bool *matches);
     tZVLIST *MakeList(void *const *items, int count);
     HRESULT CloseElement();
     // Every document's encoding is one of the two forms above.

@@ -701,21 +701,6 @@ HRESULT CZvXML_Document::ParseAttributes8(ZvXMLEncodingUtf8 *u, const WCHAR *map
     return hr;
 }
 
-// An end tag's name compared where it stands, without a copy; false when
-// the form needs the copy.
-bool CZvXML_Document::EndTagMatches(bool *matches)
-{
-    const BYTE *span;
-    size_t n;
-    ZvXMLEncodingUtf *e = Enc();
-    if (e->Wide() || !static_cast<ZvXMLEncodingUtf8 *>(e)->Span(kStopGt, &span, &n))
-        return false;
-    auto *u = static_cast<ZvXMLEncodingUtf8 *>(e);
-    *matches = m_current && u->SpanEquals(span, n, m_current->name);
-    u->Skip(n);
-    return true;
-}
-
 HRESULT CZvXML_Document::ParseEndTag()
 {
     Enc()->Step();
@@ -734,14 +719,6 @@ HRESULT CZvXML_Document::ParseEndTag()
             m_current = m_current->content->parent;
             return hr;
         }
-    }
-    bool same;
-    if (EndTagMatches(&same)) {
-        if (!same)
-            return E_FAIL;
-        HRESULT hr = CloseElement();
-        m_current = m_current->content->parent;
-        return hr;
     }
     int n = 0;
     ULONGLONG mark = m_blockUsed;

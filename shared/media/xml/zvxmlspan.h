@@ -158,17 +158,3 @@ inline const WCHAR *ZvXMLEncodingUtf8::Map() const
 {
     return page_->singleByte ? page_->map : nullptr;
 }
-
-inline bool ZvXMLEncodingUtf8::SpanEquals(const BYTE *p, size_t n, const WCHAR *text) const
-{
-    const WCHAR *map = page_->map;
-    // As a comparison of terminated strings: a zero byte ends the name.
-    for (size_t i = 0; i < n; i++) {
-        WCHAR c = p[i] < 0x80 ? (WCHAR)p[i] : map[p[i]]; // every map keeps ASCII
-        if (!c)
-            return !text[i];
-        if (text[i] != c)
-            return false;
-    }
-    return !text[n];
-}
